@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include "kit/export.h"
+
+namespace base {
+
+// UTF-8 to wide text. Pure ASCII is widened byte by byte; otherwise each
+// malformed sequence becomes U+FFFD and decoding goes on with the next byte.
+// With a 16-bit wchar_t a code point above U+FFFF becomes a surrogate pair;
+// with a 32-bit one it stays one character.
+QZEKIT_EXPORT std::wstring UTF8ToWide(const std::string& text);
+QZEKIT_EXPORT std::wstring UTF8ToWide(const char* text, std::size_t length);
+
+// Wide text to UTF-8. An unpaired surrogate (or, with 32-bit wchar_t, a
+// value that is no code point) becomes U+FFFD.
+QZEKIT_EXPORT std::string WideToUTF8(const std::wstring& text);
+
+}  // namespace base

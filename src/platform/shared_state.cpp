@@ -1,0 +1,84 @@
+#include <atomic>
+#include <mutex>
+
+#include "platform/platform_internal.h"
+
+namespace qzextensionkit {
+namespace platform {
+namespace {
+
+struct FailurePlan {
+    std::atomic<int> remaining{0};  // < 0: fail until cleared
+    std::atomic<uint32_t> code{0};
+};
+
+FailurePlan g_plans[static_cast<int>(testing::Operation::kCount)];
+std::atomic<bool> g_anyPlan{false};
+
+std::mutex& OverrideMutex() {
+    static std::mutex m;
+    return m;
+}
+std::wstring& OverridePath() {
+    static std::wstring path;
+    return path;
+}
+
+thread_local uint32_t t_lastError = 0;
+
+}  // namespace
+
+namespace internal {
+
+bool ShouldFail(testing::Operation op) {
+    if (!g_anyPlan.load(std::memory_order_acquire)) {
+        return false;
+    }
+    FailurePlan& plan = g_plans[static_cast<int>(op)];
+    int left = plan.remaining.load();
+    while (left != 0) {
+        if (left < 0 || plan.remaining.compare_exchange_weak(left, left - 1)) {
+            t_lastError = plan.code.load();
+            return true;
+        }
+    }
+    return false;
+}
+
+void SetLastErrorCode(uint32_t code) {
+    t_lastError = code;
+}
+uint32_t GetLastErrorCode() {
+    return t_lastError;
+}
+
+std::wstring ExecutablePathOverride() {
+    std::lock_guard<std::mutex> hold(OverrideMutex());
+    return OverridePath();
+}
+
+}  // namespace internal
+
+namespace testing {
+
+void InjectFailure(Operation op, int times, uint32_t errorCode) {
+    FailurePlan& plan = g_plans[static_cast<int>(op)];
+    plan.code.store(errorCode);
+    plan.remaining.store(times);
+    g_anyPlan.store(true, std::memory_order_release);
+}
+
+void ClearFailures() {
+    for (auto& plan : g_plans) {
+        plan.remaining.store(0);
+    }
+}
+
+void SetExecutablePathOverride(const std::wstring& path) {
+    std::lock_guard<std::mutex> hold(OverrideMutex());
+    OverridePath() = path;
+}
+
+}  // namespace testing
+}  // namespace platform
+}  // namespace qzextensionkit
