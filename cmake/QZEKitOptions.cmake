@@ -6,6 +6,11 @@ if(QZEKIT_WERROR)
   target_compile_options(qzekit_warnings INTERFACE -Werror)
 endif()
 
+if(QZEKIT_BUILD_FUZZ)
+  # Coverage feedback for libFuzzer reaches into the kit library too.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(QZEKIT_SANITIZE)
   add_compile_options(-fsanitize=${QZEKIT_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
