@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "component/guid.h"
@@ -127,6 +128,9 @@ QZEKIT_EXPORT void InjectFailure(Operation op, int times = -1, uint32_t errorCod
 QZEKIT_EXPORT void ClearFailures();
 // Substitutes the executable path; an empty text restores the real one.
 QZEKIT_EXPORT void SetExecutablePathOverride(const std::wstring& path);
+// Sends DebugOutput text to `capture` instead of the debugger channel; an
+// empty function restores the channel.
+QZEKIT_EXPORT void SetDebugOutputCapture(std::function<void(const char*)> capture);
 
 }  // namespace testing
 

@@ -19,6 +19,8 @@ void SetLastErrorCode(uint32_t code);
 uint32_t GetLastErrorCode();
 // The executable path a test substituted, or empty.
 std::wstring ExecutablePathOverride();
+// Hands `text` to the capture a test set; false when there is none.
+bool CaptureDebugOutput(const char* text);
 
 }  // namespace internal
 }  // namespace platform

@@ -233,6 +233,9 @@ uint32_t LastError() {
 }
 
 void DebugOutput(const char* text) {
+    if (text && internal::CaptureDebugOutput(text)) {
+        return;
+    }
     // There is no debugger channel here; standard error is the nearest one.
     if (text) {
         std::fputs(text, stderr);

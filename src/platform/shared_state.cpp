@@ -1,5 +1,7 @@
 #include <atomic>
+#include <memory>
 #include <mutex>
+#include <utility>
 
 #include "platform/platform_internal.h"
 
@@ -25,6 +27,18 @@ std::wstring& OverridePath() {
 }
 
 thread_local uint32_t t_lastError = 0;
+
+using DebugCapture = std::function<void(const char*)>;
+std::mutex& CaptureMutex() {
+    static std::mutex m;
+    return m;
+}
+// Held by shared_ptr so that a capture being replaced stays alive for a call
+// already under way on another thread.
+std::shared_ptr<DebugCapture>& Capture() {
+    static std::shared_ptr<DebugCapture> capture;
+    return capture;
+}
 
 }  // namespace
 
@@ -57,6 +71,19 @@ std::wstring ExecutablePathOverride() {
     return OverridePath();
 }
 
+bool CaptureDebugOutput(const char* text) {
+    std::shared_ptr<DebugCapture> capture;
+    {
+        std::lock_guard<std::mutex> hold(CaptureMutex());
+        capture = Capture();
+    }
+    if (!capture) {
+        return false;
+    }
+    (*capture)(text);
+    return true;
+}
+
 }  // namespace internal
 
 namespace testing {
@@ -77,6 +104,15 @@ void ClearFailures() {
 void SetExecutablePathOverride(const std::wstring& path) {
     std::lock_guard<std::mutex> hold(OverrideMutex());
     OverridePath() = path;
+}
+
+void SetDebugOutputCapture(std::function<void(const char*)> capture) {
+    std::shared_ptr<DebugCapture> next;
+    if (capture) {
+        next = std::make_shared<DebugCapture>(std::move(capture));
+    }
+    std::lock_guard<std::mutex> hold(CaptureMutex());
+    Capture() = std::move(next);
 }
 
 }  // namespace testing
