@@ -37,40 +37,51 @@ void AppendUTF8(std::string* out, uint32_t cp) {
     }
 }
 
-// Decodes one well-formed UTF-8 sequence at text[i]. Returns its length, or 0
-// when the bytes there are not a valid sequence (overlong forms, surrogates
-// and values above U+10FFFF are invalid).
-std::size_t DecodeOne(const unsigned char* s, std::size_t n, uint32_t* cp) {
-    unsigned char b = s[0];
+// Reads one UTF-8 sequence at s[0] (n bytes available, s[0] >= 0x80).
+// Returns true and the code point for a well-formed sequence. Either way
+// `*used` is how many bytes the sequence took: on a malformed one that is
+// its longest prefix that could still have begun a valid sequence, at least
+// one byte, so that one bad sequence gives one replacement character.
+bool DecodeOne(const unsigned char* s, std::size_t n, uint32_t* cp, std::size_t* used) {
+    const unsigned char b = s[0];
     std::size_t len;
     uint32_t value;
-    uint32_t min;
-    if (b < 0x80) {
-        *cp = b;
-        return 1;
-    } else if ((b & 0xE0) == 0xC0) {
-        len = 2, value = b & 0x1F, min = 0x80;
-    } else if ((b & 0xF0) == 0xE0) {
-        len = 3, value = b & 0x0F, min = 0x800;
-    } else if ((b & 0xF8) == 0xF0) {
-        len = 4, value = b & 0x07, min = 0x10000;
+    // Allowed range of the second byte; it rules out overlong forms,
+    // surrogates and values above U+10FFFF.
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
+    if (b >= 0xC2 && b <= 0xDF) {
+        len = 2, value = b & 0x1F;
+    } else if (b >= 0xE0 && b <= 0xEF) {
+        len = 3, value = b & 0x0F;
+        if (b == 0xE0) {
+            low = 0xA0;
+        } else if (b == 0xED) {
+            high = 0x9F;
+        }
+    } else if (b >= 0xF0 && b <= 0xF4) {
+        len = 4, value = b & 0x07;
+        if (b == 0xF0) {
+            low = 0x90;
+        } else if (b == 0xF4) {
+            high = 0x8F;
+        }
     } else {
-        return 0;
-    }
-    if (len > n) {
-        return 0;
+        *used = 1;
+        return false;
     }
     for (std::size_t k = 1; k < len; ++k) {
-        if ((s[k] & 0xC0) != 0x80) {
-            return 0;
+        const unsigned char lo = k == 1 ? low : 0x80;
+        const unsigned char hi = k == 1 ? high : 0xBF;
+        if (k >= n || s[k] < lo || s[k] > hi) {
+            *used = k;
+            return false;
         }
         value = (value << 6) | (s[k] & 0x3F);
     }
-    if (value < min || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {
-        return 0;
-    }
     *cp = value;
-    return len;
+    *used = len;
+    return true;
 }
 
 }  // namespace
@@ -86,15 +97,13 @@ std::wstring UTF8ToWide(const char* text, std::size_t length) {
             ++i;
             continue;
         }
-        uint32_t cp = 0;
-        std::size_t len = DecodeOne(s + i, length - i, &cp);
-        if (len == 0) {
-            AppendCodePoint(&out, kReplacement);
-            ++i;
-        } else {
-            AppendCodePoint(&out, cp);
-            i += len;
+        uint32_t cp = kReplacement;
+        std::size_t used = 1;
+        if (!DecodeOne(s + i, length - i, &cp, &used)) {
+            cp = kReplacement;
         }
+        AppendCodePoint(&out, cp);
+        i += used;
     }
     return out;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "kit/export.h"
@@ -7,7 +8,9 @@
 namespace base {
 
 // UTF-8 to wide text. Pure ASCII is widened byte by byte; otherwise each
-// malformed sequence becomes U+FFFD and decoding goes on with the next byte.
+// malformed sequence becomes one U+FFFD and decoding goes on with the byte
+// after it. A malformed sequence is a stray byte, or the longest start of a
+// sequence that breaks off: "\xE2\x82A" gives U+FFFD and "A".
 // With a 16-bit wchar_t a code point above U+FFFF becomes a surrogate pair;
 // with a 32-bit one it stays one character.
 QZEKIT_EXPORT std::wstring UTF8ToWide(const std::string& text);
