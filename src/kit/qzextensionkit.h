@@ -1,0 +1,21 @@
+#pragma once
+
+// The kit's chief header: the entry, the facades and the log service.
+
+#include "kit/bundle_manager.h"
+#include "kit/configuration_manager.h"
+#include "kit/export.h"
+#include "kit/extension_manager.h"
+#include "kit/log_service.h"
+#include "kit/service_manager.h"
+
+namespace qzextensionkit {
+
+class QZEKIT_EXPORT QZExtensionKit {
+public:
+    // Sets the kit up: the log service and object container first, then each
+    // implementation into its facade. Calling it again is harmless.
+    static void InitSDK();
+};
+
+}  // namespace qzextensionkit
