@@ -1,0 +1,50 @@
+#pragma once
+
+// Interfaces and ids shared by the test component libraries and the tests
+// that load them.
+
+#include "component/unknown.h"
+
+namespace qzetest {
+
+class ITestGreeter : public by::IBaseUnknown {
+public:
+    BY_DECLARE_INTERFACE_ID("{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A21}")
+    virtual const char* Greet() = 0;
+};
+
+class ITestCounter : public by::IBaseUnknown {
+public:
+    BY_DECLARE_INTERFACE_ID("{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A22}")
+    virtual int Increment() = 0;
+};
+
+constexpr const char kGreeterIid[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A21}";
+constexpr const char kCounterIid[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A22}";
+
+// Classes of the complete library (also offered by the libraries that miss
+// an export).
+constexpr const char kGreeterClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A11}";
+constexpr const char kCounterClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A12}";
+
+// Classes of the faulty library, one fault each.
+constexpr const char kGetterFailsClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A31}";
+constexpr const char kNullFactoryClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A32}";
+constexpr const char kPlainFactoryClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A33}";
+constexpr const char kCreateFailsClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A34}";
+// What the failing factory's CreateInstance returns (E_INVALIDARG).
+constexpr by::Result kCreateFailsStatus = static_cast<by::Result>(0x80070057);
+
+// The class of the library whose objects fail init_class, and its status.
+constexpr const char kInitFailsClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A41}";
+constexpr by::Result kInitFailsStatus = static_cast<by::Result>(0x8000FFFF);
+
+// The class of the library that needs a second library from its bundle.
+constexpr const char kDependentClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A51}";
+
+// Every test library exports these, to let tests count what lives.
+// TestLiveObjects: objects made by the library's classes.
+// TestLiveFactories: factories and module objects.
+using TestCountFunc = long (*)();
+
+}  // namespace qzetest
