@@ -1,0 +1,384 @@
+#include "platform/platform.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/utf_string_conversions.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace pf = qzextensionkit::platform;
+using pf::testing::Operation;
+
+#if defined(_WIN32)
+constexpr uint32_t kModNotFound = 126;
+#endif
+constexpr uint32_t kProcNotFound = 127;
+
+std::wstring Wide(const fs::path& p) {
+#if defined(_WIN32)
+    return p.wstring();
+#else
+    return base::UTF8ToWide(p.string());
+#endif
+}
+
+std::wstring WithSeparator(std::wstring path, wchar_t separator) {
+    for (wchar_t& c : path) {
+        if (c == L'/' || c == L'\\') {
+            c = separator;
+        }
+    }
+    return path;
+}
+
+// The kit library sits beside the test program.
+std::wstring KitLibraryPath() {
+    fs::path dir = fs::path(pf::ExecutablePath()).parent_path();
+#if defined(_WIN32)
+    const char* names[] = {"libqzextensionkit.dll", "qzextensionkit.dll"};
+#else
+    const char* names[] = {"libqzextensionkit.so"};
+#endif
+    for (const char* name : names) {
+        if (fs::exists(dir / name)) {
+            return Wide(dir / name);
+        }
+    }
+    return std::wstring();
+}
+
+// A fresh directory under the system's temporary folder, removed afterwards.
+class TempDir {
+public:
+    TempDir() {
+        by::GUID id;
+        pf::CreateGuid(&id);
+        path_ = fs::temp_directory_path() /
+                fs::u8path("qzekit-platform-" + base::WideToUTF8(pf::FormatGuid(id)));
+        fs::create_directories(path_);
+    }
+    ~TempDir() {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    const fs::path& path() const { return path_; }
+
+    fs::path Write(const std::string& utf8Name, const std::string& bytes) const {
+        fs::path file = path_ / fs::u8path(utf8Name);
+        std::ofstream out(file, std::ios::binary);
+        out << bytes;
+        return file;
+    }
+
+private:
+    fs::path path_;
+};
+
+class PlatformTest : public ::testing::Test {
+protected:
+    void TearDown() override {
+        pf::testing::ClearFailures();
+        pf::testing::SetExecutablePathOverride(L"");
+        pf::SetLibraryDirectory(L"");
+    }
+};
+
+std::string ReadAll(pf::FileHandle file) {
+    std::string out;
+    char buf[3];  // small, so that reads come in several pieces
+    long long n;
+    while ((n = pf::ReadFromFile(file, buf, sizeof buf)) > 0) {
+        out.append(buf, static_cast<size_t>(n));
+    }
+    EXPECT_EQ(n, 0) << "read error";
+    return out;
+}
+
+TEST_F(PlatformTest, ExecutablePathNamesThisProgramUnlessOverridden) {
+    std::wstring real = pf::ExecutablePath();
+    ASSERT_FALSE(real.empty());
+    fs::path asPath(real);
+    EXPECT_TRUE(asPath.is_absolute());
+    EXPECT_EQ(asPath.stem().string(), "qzekit_platform_tests");
+    EXPECT_TRUE(pf::FileExists(real));
+
+    pf::testing::SetExecutablePathOverride(L"C:\\host\\client.exe");
+    EXPECT_EQ(pf::ExecutablePath(), L"C:\\host\\client.exe");
+    pf::testing::SetExecutablePathOverride(L"");
+    EXPECT_EQ(pf::ExecutablePath(), real);
+}
+
+TEST_F(PlatformTest, FileExistsForFilesAndDirectoriesOnly) {
+    TempDir dir;
+    fs::path file = dir.Write("present.txt", "x");
+    EXPECT_TRUE(pf::FileExists(Wide(file)));
+    EXPECT_TRUE(pf::FileExists(Wide(dir.path())));
+    EXPECT_FALSE(pf::FileExists(Wide(dir.path() / "absent.txt")));
+    EXPECT_NE(pf::LastError(), 0u);
+    EXPECT_FALSE(pf::FileExists(Wide(dir.path() / "absent" / "deeper.txt")));
+}
+
+TEST_F(PlatformTest, FilesReadWholeWithEitherSeparatorAndWideNames) {
+    TempDir dir;
+    // Bytes that a text-mode read would change, and a name outside ASCII.
+    const std::string bytes("a\r\nb\0c\x1a\xff", 8);
+    fs::path file = dir.Write("d\xc3\xa4ta-\xe2\x82\xac.bin", bytes);
+    for (wchar_t sep : {L'/', L'\\'}) {
+        std::wstring path = WithSeparator(Wide(file), sep);
+        EXPECT_TRUE(pf::FileExists(path));
+        pf::FileHandle handle = pf::OpenFileForRead(path);
+        ASSERT_NE(handle, nullptr) << base::WideToUTF8(path);
+        EXPECT_EQ(ReadAll(handle), bytes);
+        pf::CloseFile(handle);
+    }
+}
+
+TEST_F(PlatformTest, OpeningMissingFilesOrDirectoriesFails) {
+    TempDir dir;
+    EXPECT_EQ(pf::OpenFileForRead(Wide(dir.path() / "absent.bin")), nullptr);
+    EXPECT_NE(pf::LastError(), 0u);
+    EXPECT_EQ(pf::OpenFileForRead(Wide(dir.path())), nullptr);
+    EXPECT_NE(pf::LastError(), 0u);
+}
+
+TEST_F(PlatformTest, GuidsAreRandomVersionFourInBraceForm) {
+    by::GUID a, b;
+    ASSERT_TRUE(pf::CreateGuid(&a));
+    ASSERT_TRUE(pf::CreateGuid(&b));
+    EXPECT_NE(std::memcmp(&a, &b, sizeof a), 0);
+
+    std::wstring text = pf::FormatGuid(a);
+    ASSERT_EQ(text.size(), 38u);
+    EXPECT_EQ(text.front(), L'{');
+    EXPECT_EQ(text.back(), L'}');
+    for (size_t i = 1; i < 37; ++i) {
+        if (i == 9 || i == 14 || i == 19 || i == 24) {
+            EXPECT_EQ(text[i], L'-') << i;
+        } else {
+            EXPECT_TRUE((text[i] >= L'0' && text[i] <= L'9') ||
+                        (text[i] >= L'A' && text[i] <= L'F'))
+                << "position " << i;
+        }
+    }
+    EXPECT_EQ(text[15], L'4');
+    EXPECT_NE(std::wstring(L"89AB").find(text[20]), std::wstring::npos);
+    EXPECT_EQ((a.Data3 >> 12), 4);
+    EXPECT_EQ(a.Data4[0] & 0xC0, 0x80);
+
+    // Text and binary forms agree field by field.
+    by::GUID back = by::ParseGuid(base::WideToUTF8(text).c_str(), true);
+    EXPECT_TRUE(by::IsEqualId(back, a));
+    EXPECT_EQ(pf::FormatGuid(by::IID_IQZEBundle), L"{E50226D4-EE3F-4A64-B53E-50114F0C99C7}");
+}
+
+TEST_F(PlatformTest, RunOnceRunsOnceWhileRacersWait) {
+    static pf::OnceFlag flag;  // zero storage, as a static would have
+    struct Shared {
+        std::atomic<int> runs{0};
+        std::atomic<bool> done{false};
+    } shared;
+    auto init = [](void* context) {
+        auto* s = static_cast<Shared*>(context);
+        s->runs.fetch_add(1);
+        // Long enough that the other threads arrive while this one runs.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        s->done.store(true);
+    };
+    constexpr int kThreads = 8;
+    std::atomic<int> ready{0};
+    std::atomic<int> sawDone{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            ready.fetch_add(1);
+            while (ready.load() < kThreads) {
+                pf::YieldThread();
+            }
+            if (pf::RunOnce(&flag, init, &shared) && shared.done.load()) {
+                sawDone.fetch_add(1);
+            }
+        });
+    }
+    for (auto& t : threads) {
+        t.join();
+    }
+    EXPECT_EQ(shared.runs.load(), 1);
+    EXPECT_EQ(sawDone.load(), kThreads);
+    EXPECT_TRUE(pf::RunOnce(&flag, init, &shared));
+    EXPECT_EQ(shared.runs.load(), 1);
+}
+
+TEST_F(PlatformTest, RecursiveLockReentersAndExcludes) {
+    pf::RecursiveLock lock;
+    lock.Lock();
+    lock.Lock();  // same thread: must not deadlock
+    std::atomic<bool> otherGotIn{false};
+    std::thread other([&] {
+        std::lock_guard<pf::RecursiveLock> hold(lock);
+        otherGotIn.store(true);
+    });
+    lock.Unlock();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(otherGotIn.load()) << "one unlock of two released the lock";
+    lock.Unlock();
+    other.join();
+    EXPECT_TRUE(otherGotIn.load());
+
+    // Unguarded increments lose counts unless the lock excludes.
+    long counter = 0;
+    auto work = [&] {
+        for (int i = 0; i < 20000; ++i) {
+            std::lock_guard<pf::RecursiveLock> outer(lock);
+            std::lock_guard<pf::RecursiveLock> inner(lock);
+            long seen = counter;
+            if (i % 1000 == 0) {
+                pf::YieldThread();
+            }
+            counter = seen + 1;
+        }
+    };
+    std::thread t1(work), t2(work);
+    t1.join();
+    t2.join();
+    EXPECT_EQ(counter, 40000);
+}
+
+TEST_F(PlatformTest, LibraryLoadingReportsSystemCodes) {
+    TempDir dir;
+    EXPECT_EQ(pf::OpenLibrary(Wide(dir.path() / "absent-library.bin").c_str()), nullptr);
+    EXPECT_NE(pf::LastError(), 0u);
+#if defined(_WIN32)
+    EXPECT_EQ(pf::LastError(), kModNotFound);
+#endif
+    fs::path text = dir.Write("not-a-library.dll", "plain text");
+    EXPECT_EQ(pf::OpenLibrary(Wide(text).c_str()), nullptr);
+    EXPECT_NE(pf::LastError(), 0u);
+
+    std::wstring kit = KitLibraryPath();
+    ASSERT_FALSE(kit.empty());
+    pf::LibraryHandle handle = pf::OpenLibrary(kit.c_str());
+    ASSERT_NE(handle, nullptr) << pf::LastError();
+    // Both toolchains mangle C++ names the same way.
+    void* found = pf::FindExport(handle, "_ZN14qzextensionkit8platform9LastErrorEv");
+    EXPECT_EQ(found, reinterpret_cast<void*>(&pf::LastError));
+    EXPECT_EQ(pf::FindExport(handle, "NoSuchExport"), nullptr);
+    EXPECT_EQ(pf::LastError(), kProcNotFound);
+    pf::CloseLibrary(handle);
+}
+
+TEST_F(PlatformTest, LibraryDirectoryRoundTrips) {
+    TempDir dir;
+#if defined(_WIN32)
+    std::wstring value = WithSeparator(Wide(dir.path()), L'\\');
+#else
+    std::wstring value = Wide(dir.path());
+#endif
+    ASSERT_EQ(pf::SetLibraryDirectory(value.c_str()), 1);
+    std::vector<wchar_t> buf(value.size() + 8, L'#');
+    EXPECT_EQ(pf::GetLibraryDirectory(buf.data(), buf.size()), value.size());
+    EXPECT_EQ(std::wstring(buf.data()), value);
+
+    // A short buffer gets the start of the text, terminated.
+    wchar_t small[4];
+    EXPECT_EQ(pf::GetLibraryDirectory(small, 4), 3u);
+    EXPECT_EQ(std::wstring(small), value.substr(0, 3));
+
+    ASSERT_EQ(pf::SetLibraryDirectory(L""), 1);
+    EXPECT_EQ(pf::GetLibraryDirectory(buf.data(), buf.size()), 0u);
+    EXPECT_EQ(buf[0], L'\0');
+}
+
+TEST_F(PlatformTest, InjectedFailuresCountDownAndReportTheirCode) {
+    TempDir dir;
+    fs::path file = dir.Write("f.txt", "abc");
+    const std::wstring path = Wide(file);
+    const std::wstring kit = KitLibraryPath();
+
+    struct Case {
+        Operation op;
+        std::function<bool()> succeeds;
+    };
+    pf::LibraryHandle kitHandle = pf::OpenLibrary(kit.c_str());
+    ASSERT_NE(kitHandle, nullptr);
+    pf::FileHandle open = pf::OpenFileForRead(path);
+    ASSERT_NE(open, nullptr);
+    static pf::OnceFlag once;
+    const Case cases[] = {
+        {Operation::kOpenLibrary,
+         [&] {
+             pf::LibraryHandle h = pf::OpenLibrary(kit.c_str());
+             pf::CloseLibrary(h);
+             return h != nullptr;
+         }},
+        {Operation::kFindExport,
+         [&] {
+             return pf::FindExport(kitHandle, "_ZN14qzextensionkit8platform9LastErrorEv") !=
+                    nullptr;
+         }},
+        {Operation::kSetLibraryDirectory, [] { return pf::SetLibraryDirectory(L"") == 1; }},
+        {Operation::kExecutablePath, [] { return !pf::ExecutablePath().empty(); }},
+        {Operation::kFileExists, [&] { return pf::FileExists(path); }},
+        {Operation::kOpenFile,
+         [&] {
+             pf::FileHandle h = pf::OpenFileForRead(path);
+             pf::CloseFile(h);
+             return h != nullptr;
+         }},
+        {Operation::kReadFile,
+         [&] {
+             char c;
+             return pf::ReadFromFile(open, &c, 0) >= 0;
+         }},
+        {Operation::kCreateGuid,
+         [] {
+             by::GUID g;
+             return pf::CreateGuid(&g);
+         }},
+        {Operation::kRunOnce,
+         [] {
+             return pf::RunOnce(
+                 &once, [](void*) {}, nullptr);
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(static_cast<int>(c.op));
+        EXPECT_TRUE(c.succeeds());
+        pf::testing::InjectFailure(c.op, 2, 1234);
+        EXPECT_FALSE(c.succeeds());
+        EXPECT_EQ(pf::LastError(), 1234u);
+        EXPECT_FALSE(c.succeeds());
+        EXPECT_TRUE(c.succeeds());
+        pf::testing::InjectFailure(c.op);  // until cleared
+        EXPECT_FALSE(c.succeeds());
+        EXPECT_FALSE(c.succeeds());
+        pf::testing::ClearFailures();
+        EXPECT_TRUE(c.succeeds());
+    }
+    pf::CloseFile(open);
+    pf::CloseLibrary(kitHandle);
+}
+
+TEST_F(PlatformTest, DebugOutputGoesToTheCapture) {
+    std::string seen;
+    pf::testing::SetDebugOutputCapture([&](const char* text) { seen += text; });
+    pf::DebugOutput("one ");
+    pf::DebugOutput(nullptr);
+    pf::DebugOutput("two\n");
+    pf::testing::SetDebugOutputCapture(nullptr);
+    pf::DebugOutput("not captured\n");
+    EXPECT_EQ(seen, "one two\n");
+}
+
+}  // namespace
