@@ -282,8 +282,9 @@ std::string QZEUrlParser::urlEncode(std::string text, bool spaceAsPlus) {
 
 std::string QZEUrlParser::urlDecode(std::string text, bool plusAsSpace) {
     const std::size_t n = text.size();
-    // Copied runs stop at the first NUL; one that would start past it is
-    // out of range, as with substr on the text cut there.
+    // Each round copies the run up to the next "%" or "+", the empty run
+    // after a last escape included. Runs are taken from the text cut at its
+    // first NUL, so one that starts past the NUL is out of range.
     const std::size_t limit = text.find('\0') == std::string::npos ? n : text.find('\0');
     std::string out;
     std::size_t i = 0;

@@ -69,8 +69,8 @@ public:
     static std::string urlEncode(std::string text, bool spaceAsPlus);
     // Undoes "%XX" escapes, and "+" when `plusAsSpace`. A short or non-hex
     // escape makes the whole result empty. Text holding a NUL is not
-    // supported: copied runs stop at the first NUL, and a run that starts
-    // past it throws std::out_of_range.
+    // supported: what follows the first NUL is dropped, and a "%" or "+"
+    // after it throws std::out_of_range.
     static std::string urlDecode(std::string text, bool plusAsSpace);
     // Writes the two capital hex digits of `c` to out[0] and out[1], with no
     // terminator.
