@@ -115,8 +115,6 @@ rm -rf "$dest.tmp"
 mkdir -p "$dest.tmp/lib" "$dest.tmp/include"
 cp "$tree/libcrypto.a" "$dest.tmp/lib/"
 cp -r "$tree/include/openssl" "$dest.tmp/include/"
-# The system libraries a static libcrypto needs when linked.
-sed -n 's/^EX_LIBS=//p' "$tree/Makefile" >"$dest.tmp/EX_LIBS"
 echo "$built" >"$dest.tmp/VERSION"
 rm -rf "$dest"
 mv "$dest.tmp" "$dest"
