@@ -1,0 +1,843 @@
+#include "base/json/json_reader.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "base/json/json_value_internals.h"
+
+namespace base {
+
+const char JSONReader::kInvalidEscape[] = "Invalid escape sequence.";
+const char JSONReader::kSyntaxError[] = "Syntax error.";
+const char JSONReader::kUnexpectedToken[] = "Unexpected token.";
+const char JSONReader::kTrailingComma[] = "Trailing comma not allowed.";
+const char JSONReader::kTooMuchNesting[] = "Too much nesting.";
+const char JSONReader::kUnexpectedDataAfterRoot[] = "Unexpected data after root element.";
+const char JSONReader::kUnsupportedEncoding[] = "Unsupported encoding. JSON must be UTF-8.";
+const char JSONReader::kUnquotedDictionaryKey[] = "Dictionary keys must be quoted.";
+
+namespace {
+
+// Objects and lists together; the hundredth level is refused.
+constexpr int kStackMaxDepth = 100;
+
+enum Token {
+    T_OBJECT_BEGIN,
+    T_OBJECT_END,
+    T_ARRAY_BEGIN,
+    T_ARRAY_END,
+    T_STRING,
+    T_NUMBER,
+    T_BOOL_TRUE,
+    T_BOOL_FALSE,
+    T_NULL,
+    T_LIST_SEPARATOR,
+    T_OBJECT_PAIR_SEPARATOR,
+    T_END_OF_INPUT,
+    T_INVALID_TOKEN,
+};
+
+// Bytes that end the quick scan of a string: the quote, the backslash and
+// everything that is not ASCII.
+struct StringStopTable {
+    bool stop[256];
+    constexpr StringStopTable() : stop() {
+        for (int c = 0; c < 256; ++c) {
+            stop[c] = c == '"' || c == '\\' || c >= 0x80;
+        }
+    }
+};
+constexpr StringStopTable kStringStop;
+
+int HexValue(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
+// Four hexadecimal digits at |p|, or -1.
+int32_t ReadHex4(const char* p) {
+    int32_t value = 0;
+    for (int i = 0; i < 4; ++i) {
+        int digit = HexValue(p[i]);
+        if (digit < 0) {
+            return -1;
+        }
+        value = (value << 4) | digit;
+    }
+    return value;
+}
+
+// Surrogates, U+FDD0..U+FDEF and the last two code points of every plane
+// are refused in text.
+bool IsValidCodePoint(uint32_t cp) {
+    return cp < 0xD800 || (cp >= 0xE000 && cp < 0xFDD0) ||
+           (cp > 0xFDEF && cp <= 0x10FFFF && (cp & 0xFFFE) != 0xFFFE);
+}
+
+void AppendUTF8(std::string* out, uint32_t cp) {
+    if (cp < 0x80) {
+        out->push_back(static_cast<char>(cp));
+    } else if (cp < 0x800) {
+        out->push_back(static_cast<char>(0xC0 | (cp >> 6)));
+        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else if (cp < 0x10000) {
+        out->push_back(static_cast<char>(0xE0 | (cp >> 12)));
+        out->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else {
+        out->push_back(static_cast<char>(0xF0 | (cp >> 18)));
+        out->push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+        out->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    }
+}
+
+// Length of the well-formed, acceptable UTF-8 character that starts at
+// |p| (a byte of 0x80 or more), or 0.
+std::size_t NonAsciiCharLength(const unsigned char* p, const unsigned char* end) {
+    unsigned char lead = p[0];
+    std::size_t length;
+    uint32_t cp;
+    uint32_t min;
+    if (lead < 0xC2) {
+        // A continuation byte, or the lead of an overlong two-byte form.
+        return 0;
+    } else if (lead < 0xE0) {
+        length = 2, cp = lead & 0x1F, min = 0x80;
+    } else if (lead < 0xF0) {
+        length = 3, cp = lead & 0x0F, min = 0x800;
+    } else if (lead < 0xF5) {
+        length = 4, cp = lead & 0x07, min = 0x10000;
+    } else {
+        return 0;
+    }
+    if (static_cast<std::size_t>(end - p) < length) {
+        return 0;
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((p[i] & 0xC0) != 0x80) {
+            return 0;
+        }
+        cp = (cp << 6) | (p[i] & 0x3F);
+    }
+    if (cp < min || !IsValidCodePoint(cp)) {
+        return 0;
+    }
+    return length;
+}
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+class Parser {
+public:
+    Parser(const char* text, std::size_t length, int32_t options)
+        : start_(text), pos_(text), end_(text + length), options_(options) {}
+
+    Value* Parse();
+
+    int32_t error_code() const { return error_code_; }
+    int32_t error_line() const { return error_line_; }
+    int32_t error_column() const { return error_column_; }
+    bool borrowed() const { return borrowed_; }
+
+private:
+    std::size_t Index() const { return static_cast<std::size_t>(pos_ - start_); }
+
+    // The column is counted from the line start, plus |adjust|.
+    void ReportError(int32_t code, int adjust) {
+        error_code_ = code;
+        error_line_ = line_;
+        error_column_ = static_cast<int32_t>(Index() - line_start_) + adjust;
+    }
+
+    void SkipWhitespaceAndComments();
+    Token NextToken();
+    Token TokenAt() const;
+
+    Value* ParseToken(Token token);
+    Value* ConsumeDictionary();
+    Value* ConsumeList();
+    Value* ConsumeString();
+    bool ConsumeKey(std::string* key);
+    // Reads the string at pos_. Fills |view| and returns true when the text
+    // can be used as it stands; otherwise builds |out|. False on error.
+    bool ScanString(const char** view, std::size_t* view_length, std::string* out, bool* plain);
+    bool DecodeEscapes(const char* begin, const char* p, std::string* out);
+    Value* ConsumeNumber();
+    Value* ConsumeLiteral();
+
+    const char* const start_;
+    const char* pos_;
+    const char* const end_;
+    const int32_t options_;
+    int depth_ = 0;
+    int32_t line_ = 1;
+    std::size_t line_start_ = 0;
+    int32_t error_code_ = JSONReader::JSON_NO_ERROR;
+    int32_t error_line_ = 0;
+    int32_t error_column_ = 0;
+    bool borrowed_ = false;
+};
+
+void Parser::SkipWhitespaceAndComments() {
+    while (pos_ < end_) {
+        switch (*pos_) {
+            case '\r':
+            case '\n':
+                // "\r\n" is one line end.
+                if (!(*pos_ == '\n' && pos_ > start_ && pos_[-1] == '\r')) {
+                    ++line_;
+                }
+                line_start_ = Index();
+                ++pos_;
+                break;
+            case ' ':
+            case '\t':
+                ++pos_;
+                break;
+            case '/':
+                if (pos_ + 1 < end_ && pos_[1] == '/') {
+                    pos_ += 2;
+                    while (pos_ < end_ && *pos_ != '\n' && *pos_ != '\r') {
+                        ++pos_;
+                    }
+                } else if (pos_ + 1 < end_ && pos_[1] == '*') {
+                    pos_ += 2;
+                    while (pos_ < end_ && !(*pos_ == '*' && pos_ + 1 < end_ && pos_[1] == '/')) {
+                        ++pos_;
+                    }
+                    // Past the "*/", or at the end when there is none.
+                    pos_ = pos_ < end_ ? pos_ + 2 : end_;
+                } else {
+                    // A slash on its own is passed over.
+                    ++pos_;
+                }
+                break;
+            default:
+                return;
+        }
+    }
+}
+
+Token Parser::TokenAt() const {
+    if (pos_ >= end_) {
+        return T_END_OF_INPUT;
+    }
+    switch (*pos_) {
+        case '{':
+            return T_OBJECT_BEGIN;
+        case '}':
+            return T_OBJECT_END;
+        case '[':
+            return T_ARRAY_BEGIN;
+        case ']':
+            return T_ARRAY_END;
+        case '"':
+            return T_STRING;
+        case '-':
+        case '0':
+        case '1':
+        case '2':
+        case '3':
+        case '4':
+        case '5':
+        case '6':
+        case '7':
+        case '8':
+        case '9':
+            return T_NUMBER;
+        case 't':
+            return T_BOOL_TRUE;
+        case 'f':
+            return T_BOOL_FALSE;
+        case 'n':
+            return T_NULL;
+        case ',':
+            return T_LIST_SEPARATOR;
+        case ':':
+            return T_OBJECT_PAIR_SEPARATOR;
+        default:
+            return T_INVALID_TOKEN;
+    }
+}
+
+Token Parser::NextToken() {
+    SkipWhitespaceAndComments();
+    return TokenAt();
+}
+
+Value* Parser::Parse() {
+    if (end_ - start_ >= 3 && static_cast<unsigned char>(start_[0]) == 0xEF &&
+        static_cast<unsigned char>(start_[1]) == 0xBB &&
+        static_cast<unsigned char>(start_[2]) == 0xBF) {
+        pos_ += 3;
+    }
+    std::unique_ptr<Value> root(ParseToken(NextToken()));
+    if (!root) {
+        return nullptr;
+    }
+    // The position rests on the value's last character.
+    ++pos_;
+    if (NextToken() != T_END_OF_INPUT) {
+        ReportError(JSONReader::JSON_UNEXPECTED_DATA_AFTER_ROOT, 1);
+        return nullptr;
+    }
+    return root.release();
+}
+
+Value* Parser::ParseToken(Token token) {
+    switch (token) {
+        case T_OBJECT_BEGIN:
+            return ConsumeDictionary();
+        case T_ARRAY_BEGIN:
+            return ConsumeList();
+        case T_STRING:
+            return ConsumeString();
+        case T_NUMBER:
+            return ConsumeNumber();
+        case T_BOOL_TRUE:
+        case T_BOOL_FALSE:
+        case T_NULL:
+            return ConsumeLiteral();
+        default:
+            ReportError(JSONReader::JSON_UNEXPECTED_TOKEN, 1);
+            return nullptr;
+    }
+}
+
+Value* Parser::ConsumeDictionary() {
+    // Checked before going any deeper, so deep input can't exhaust the stack.
+    if (++depth_ >= kStackMaxDepth) {
+        ReportError(JSONReader::JSON_TOO_MUCH_NESTING, 1);
+        --depth_;
+        return nullptr;
+    }
+    std::unique_ptr<DictionaryValue> dictionary(new DictionaryValue());
+    ++pos_;
+    Token token = NextToken();
+    while (token != T_OBJECT_END) {
+        if (token != T_STRING) {
+            ReportError(JSONReader::JSON_UNQUOTED_DICTIONARY_KEY, 1);
+            return nullptr;
+        }
+        std::string key;
+        if (!ConsumeKey(&key)) {
+            return nullptr;
+        }
+        ++pos_;
+        if (NextToken() != T_OBJECT_PAIR_SEPARATOR) {
+            ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
+            return nullptr;
+        }
+        ++pos_;
+        Value* value = ParseToken(NextToken());
+        if (value == nullptr) {
+            return nullptr;
+        }
+        // Keys are literal here, dots included; a repeated key replaces.
+        dictionary->SetWithoutPathExpansion(std::move(key), value);
+
+        ++pos_;
+        token = NextToken();
+        if (token == T_LIST_SEPARATOR) {
+            ++pos_;
+            token = NextToken();
+            if (token == T_OBJECT_END && !(options_ & JSONReader::JSON_ALLOW_TRAILING_COMMAS)) {
+                ReportError(JSONReader::JSON_TRAILING_COMMA, 1);
+                return nullptr;
+            }
+        } else if (token != T_OBJECT_END) {
+            ReportError(JSONReader::JSON_SYNTAX_ERROR, 0);
+            return nullptr;
+        }
+    }
+    --depth_;
+    return dictionary.release();
+}
+
+Value* Parser::ConsumeList() {
+    if (++depth_ >= kStackMaxDepth) {
+        ReportError(JSONReader::JSON_TOO_MUCH_NESTING, 1);
+        --depth_;
+        return nullptr;
+    }
+    std::unique_ptr<ListValue> list(new ListValue());
+    ++pos_;
+    Token token = NextToken();
+    while (token != T_ARRAY_END) {
+        Value* value = ParseToken(token);
+        if (value == nullptr) {
+            return nullptr;
+        }
+        list->Append(value);
+
+        ++pos_;
+        token = NextToken();
+        if (token == T_LIST_SEPARATOR) {
+            ++pos_;
+            token = NextToken();
+            if (token == T_ARRAY_END && !(options_ & JSONReader::JSON_ALLOW_TRAILING_COMMAS)) {
+                ReportError(JSONReader::JSON_TRAILING_COMMA, 1);
+                return nullptr;
+            }
+        } else if (token != T_ARRAY_END) {
+            ReportError(JSONReader::JSON_SYNTAX_ERROR, 0);
+            return nullptr;
+        }
+    }
+    --depth_;
+    return list.release();
+}
+
+bool Parser::ScanString(const char** view, std::size_t* view_length, std::string* out,
+                        bool* plain) {
+    const char* begin = pos_ + 1;
+    const char* p = begin;
+    while (p < end_ && !kStringStop.stop[static_cast<unsigned char>(*p)]) {
+        ++p;
+    }
+    if (p < end_ && *p == '"') {
+        *view = begin;
+        *view_length = static_cast<std::size_t>(p - begin);
+        *plain = true;
+        pos_ = p;
+        return true;
+    }
+    *plain = false;
+    return DecodeEscapes(begin, p, out);
+}
+
+// Continues a string from |p|, where the quick scan stopped, building the
+// value in |out|. Leaves pos_ on the closing quote.
+bool Parser::DecodeEscapes(const char* begin, const char* p, std::string* out) {
+    out->assign(begin, static_cast<std::size_t>(p - begin));
+    const auto* uend = reinterpret_cast<const unsigned char*>(end_);
+    while (p < end_) {
+        unsigned char c = static_cast<unsigned char>(*p);
+        if (c == '"') {
+            pos_ = p;
+            return true;
+        }
+        if (c >= 0x80) {
+            std::size_t length =
+                NonAsciiCharLength(reinterpret_cast<const unsigned char*>(p), uend);
+            if (length == 0) {
+                pos_ = p;
+                ReportError(JSONReader::JSON_UNSUPPORTED_ENCODING, 1);
+                return false;
+            }
+            out->append(p, length);
+            p += length;
+            continue;
+        }
+        if (c != '\\') {
+            // Control characters and line ends are kept as they stand.
+            out->push_back(static_cast<char>(c));
+            ++p;
+            continue;
+        }
+        // An escape. pos_ goes to the character after the backslash.
+        pos_ = p + 1;
+        if (pos_ >= end_) {
+            ReportError(JSONReader::JSON_INVALID_ESCAPE, 0);
+            return false;
+        }
+        switch (*pos_) {
+            case '"':
+            case '/':
+            case '\\':
+                out->push_back(*pos_);
+                break;
+            case 'b':
+                out->push_back('\b');
+                break;
+            case 'f':
+                out->push_back('\f');
+                break;
+            case 'n':
+                out->push_back('\n');
+                break;
+            case 'r':
+                out->push_back('\r');
+                break;
+            case 't':
+                out->push_back('\t');
+                break;
+            case 'v':
+                out->push_back('\v');
+                break;
+            case 'x': {
+                int high = end_ - pos_ > 2 ? HexValue(pos_[1]) : -1;
+                int low = high >= 0 ? HexValue(pos_[2]) : -1;
+                if (low < 0) {
+                    ReportError(JSONReader::JSON_INVALID_ESCAPE, 1);
+                    return false;
+                }
+                // The byte goes in as it is, whatever it is.
+                out->push_back(static_cast<char>((high << 4) | low));
+                pos_ += 2;
+                break;
+            }
+            case 'u': {
+                int32_t unit = end_ - pos_ > 4 ? ReadHex4(pos_ + 1) : -1;
+                if (unit < 0 || (unit >= 0xDC00 && unit <= 0xDFFF)) {
+                    ReportError(JSONReader::JSON_INVALID_ESCAPE, 1);
+                    return false;
+                }
+                uint32_t cp = static_cast<uint32_t>(unit);
+                std::size_t used = 4;
+                if (unit >= 0xD800 && unit <= 0xDBFF) {
+                    // The low half must follow at once.
+                    int32_t low = -1;
+                    if (end_ - pos_ > 10 && pos_[5] == '\\' && pos_[6] == 'u') {
+                        low = ReadHex4(pos_ + 7);
+                    }
+                    if (low < 0xDC00 || low > 0xDFFF) {
+                        ReportError(JSONReader::JSON_INVALID_ESCAPE, 1);
+                        return false;
+                    }
+                    cp = 0x10000 + ((cp - 0xD800) << 10) + static_cast<uint32_t>(low - 0xDC00);
+                    used = 10;
+                }
+                if (!IsValidCodePoint(cp)) {
+                    ReportError(JSONReader::JSON_INVALID_ESCAPE, 1);
+                    return false;
+                }
+                // "\u0000" is accepted and adds nothing.
+                if (cp != 0) {
+                    AppendUTF8(out, cp);
+                }
+                pos_ += used;
+                break;
+            }
+            default:
+                ReportError(JSONReader::JSON_INVALID_ESCAPE, 0);
+                return false;
+        }
+        p = pos_ + 1;
+    }
+    pos_ = end_;
+    ReportError(JSONReader::JSON_SYNTAX_ERROR, 0);
+    return false;
+}
+
+Value* Parser::ConsumeString() {
+    const char* view = nullptr;
+    std::size_t view_length = 0;
+    std::string decoded;
+    bool plain = false;
+    if (!ScanString(&view, &view_length, &decoded, &plain)) {
+        return nullptr;
+    }
+    if (!plain) {
+        return new StringValue(std::move(decoded));
+    }
+    if ((options_ & JSONReader::JSON_DETACHABLE_CHILDREN) ||
+        view_length > std::numeric_limits<uint32_t>::max()) {
+        return new StringValue(std::string(view, view_length));
+    }
+    borrowed_ = true;
+    return new internal::JSONStringValue(view, static_cast<uint32_t>(view_length));
+}
+
+bool Parser::ConsumeKey(std::string* key) {
+    const char* view = nullptr;
+    std::size_t view_length = 0;
+    bool plain = false;
+    if (!ScanString(&view, &view_length, key, &plain)) {
+        return false;
+    }
+    if (plain) {
+        key->assign(view, view_length);
+    }
+    return true;
+}
+
+Value* Parser::ConsumeNumber() {
+    const char* number_start = pos_;
+    const char* p = pos_;
+    if (*p == '-') {
+        ++p;
+    }
+    const char* digits = p;
+    while (p < end_ && IsDigit(*p)) {
+        ++p;
+    }
+    std::size_t integer_digits = static_cast<std::size_t>(p - digits);
+    if (integer_digits == 0 || (integer_digits > 1 && *digits == '0')) {
+        pos_ = p;
+        ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
+        return nullptr;
+    }
+    bool integral = true;
+    if (p < end_ && *p == '.') {
+        ++p;
+        const char* fraction = p;
+        while (p < end_ && IsDigit(*p)) {
+            ++p;
+        }
+        if (p == fraction) {
+            pos_ = p;
+            ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
+            return nullptr;
+        }
+        integral = false;
+    }
+    if (p < end_ && (*p == 'e' || *p == 'E')) {
+        ++p;
+        if (p < end_ && (*p == '+' || *p == '-')) {
+            ++p;
+        }
+        const char* exponent = p;
+        while (p < end_ && IsDigit(*p)) {
+            ++p;
+        }
+        if (p == exponent) {
+            pos_ = p;
+            ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
+            return nullptr;
+        }
+        integral = false;
+    }
+    const char* number_end = p;
+
+    // Only a delimiter or the end may follow. The look-ahead must not count
+    // the lines it passes: the caller will pass them again.
+    pos_ = number_end;
+    const int32_t line = line_;
+    const std::size_t line_start = line_start_;
+    Token next = NextToken();
+    if (next != T_OBJECT_END && next != T_ARRAY_END && next != T_LIST_SEPARATOR &&
+        next != T_END_OF_INPUT) {
+        ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
+        return nullptr;
+    }
+    line_ = line;
+    line_start_ = line_start;
+    pos_ = number_end - 1;
+
+    if (integral && integer_digits <= 10) {
+        int64_t value = 0;
+        for (const char* d = digits; d < number_end; ++d) {
+            value = value * 10 + (*d - '0');
+        }
+        if (*number_start == '-') {
+            value = -value;
+        }
+        if (value >= std::numeric_limits<int32_t>::min() &&
+            value <= std::numeric_limits<int32_t>::max()) {
+            return new FundamentalValue(static_cast<int32_t>(value));
+        }
+    }
+
+    double value = 0;
+    auto result = std::from_chars(number_start, number_end, value);
+    if (result.ec == std::errc::result_out_of_range) {
+        // Too small rounds to zero; too large is refused below. The number
+        // is too small when its leading digit stands after the point.
+        long long exponent = 0;
+        const char* e = number_start;
+        while (e < number_end && *e != 'e' && *e != 'E') {
+            ++e;
+        }
+        if (e < number_end) {
+            bool negative = e[1] == '-';
+            for (const char* d = e + ((e[1] == '-' || e[1] == '+') ? 2 : 1); d < number_end; ++d) {
+                exponent = exponent < 100000000 ? exponent * 10 + (*d - '0') : exponent;
+            }
+            if (negative) {
+                exponent = -exponent;
+            }
+        }
+        // Position of the first significant digit relative to the point.
+        long long magnitude = 0;
+        const char* d = digits;
+        if (*d == '0') {
+            d += (d + 1 < number_end && d[1] == '.') ? 2 : 1;
+            while (d < number_end && *d == '0') {
+                --magnitude;
+                ++d;
+            }
+        } else {
+            magnitude = static_cast<long long>(integer_digits);
+        }
+        if (magnitude + exponent <= 0) {
+            value = *number_start == '-' ? -0.0 : 0.0;
+        } else {
+            value = std::numeric_limits<double>::infinity();
+        }
+    } else if (result.ec != std::errc() || result.ptr != number_end) {
+        value = std::numeric_limits<double>::infinity();
+    }
+    if (!std::isfinite(value)) {
+        ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
+        return nullptr;
+    }
+    return new FundamentalValue(value);
+}
+
+Value* Parser::ConsumeLiteral() {
+    const char* literal = *pos_ == 't' ? "true" : (*pos_ == 'f' ? "false" : "null");
+    std::size_t length = std::strlen(literal);
+    if (static_cast<std::size_t>(end_ - pos_) < length || std::memcmp(pos_, literal, length) != 0) {
+        ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
+        return nullptr;
+    }
+    pos_ += length - 1;
+    if (*literal == 'n') {
+        return new Value();
+    }
+    return new FundamentalValue(*literal == 't');
+}
+
+}  // namespace
+
+JSONReader::JSONReader(int32_t options) : options_(options) {}
+
+JSONReader::~JSONReader() = default;
+
+std::unique_ptr<Value> JSONReader::Read(const char* text, std::size_t length) {
+    return JSONReader(JSON_PARSE_RFC).ReadToValue(text, length);
+}
+
+std::unique_ptr<Value> JSONReader::Read(const std::string& text) {
+    return Read(text.data(), text.size());
+}
+
+std::unique_ptr<Value> JSONReader::ReadAndReturnError(const char* text, std::size_t length,
+                                                      int32_t options, int32_t* error_code,
+                                                      std::string* error_message,
+                                                      int32_t* error_line, int32_t* error_column) {
+    JSONReader reader(options);
+    std::unique_ptr<Value> root = reader.ReadToValue(text, length);
+    if (!root) {
+        if (error_code) {
+            *error_code = reader.error_code_;
+        }
+        if (error_message) {
+            *error_message = reader.GetErrorMessage();
+        }
+        if (error_line) {
+            *error_line = reader.error_line_;
+        }
+        if (error_column) {
+            *error_column = reader.error_column_;
+        }
+    }
+    return root;
+}
+
+std::unique_ptr<Value> JSONReader::ReadAndReturnError(const std::string& text, int32_t options,
+                                                      int32_t* error_code,
+                                                      std::string* error_message,
+                                                      int32_t* error_line, int32_t* error_column) {
+    return ReadAndReturnError(text.data(), text.size(), options, error_code, error_message,
+                              error_line, error_column);
+}
+
+std::string JSONReader::ErrorCodeToString(int32_t error_code) {
+    switch (error_code) {
+        case JSON_INVALID_ESCAPE:
+            return kInvalidEscape;
+        case JSON_SYNTAX_ERROR:
+            return kSyntaxError;
+        case JSON_UNEXPECTED_TOKEN:
+            return kUnexpectedToken;
+        case JSON_TRAILING_COMMA:
+            return kTrailingComma;
+        case JSON_TOO_MUCH_NESTING:
+            return kTooMuchNesting;
+        case JSON_UNEXPECTED_DATA_AFTER_ROOT:
+            return kUnexpectedDataAfterRoot;
+        case JSON_UNSUPPORTED_ENCODING:
+            return kUnsupportedEncoding;
+        case JSON_UNQUOTED_DICTIONARY_KEY:
+            return kUnquotedDictionaryKey;
+        default:
+            return std::string();
+    }
+}
+
+std::string JSONReader::FormatErrorMessage(int32_t line, int32_t column, const std::string& text) {
+    if (line == 0 && column == 0) {
+        return text;
+    }
+    char prefix[64];
+    std::snprintf(prefix, sizeof prefix, "Line: %i, column: %i, ", line, column);
+    return prefix + text;
+}
+
+std::string JSONReader::GetErrorMessage() const {
+    return FormatErrorMessage(error_line_, error_column_, ErrorCodeToString(error_code_));
+}
+
+std::unique_ptr<Value> JSONReader::ReadToValue(const char* text, std::size_t length) {
+    error_code_ = JSON_NO_ERROR;
+    error_line_ = 0;
+    error_column_ = 0;
+    if (text == nullptr) {
+        length = 0;
+        text = "";
+    }
+
+    const bool detachable = (options_ & JSON_DETACHABLE_CHILDREN) != 0;
+    // The tree's strings point into this one copy of the text.
+    std::unique_ptr<char[]> copy;
+    const char* input = text;
+    if (!detachable) {
+        copy.reset(new char[length + 1]);
+        std::memcpy(copy.get(), text, length);
+        copy[length] = '\0';
+        input = copy.get();
+    }
+
+    Parser parser(input, length, options_);
+    std::unique_ptr<Value> root(parser.Parse());
+    if (!root) {
+        error_code_ = parser.error_code();
+        error_line_ = parser.error_line();
+        error_column_ = parser.error_column();
+        return nullptr;
+    }
+    if (detachable || !parser.borrowed()) {
+        // Nothing points into the copy: it can go now.
+        return root;
+    }
+    switch (root->GetType()) {
+        case Value::TYPE_DICTIONARY: {
+            auto* hidden = new internal::DictionaryHiddenRootValue(std::move(copy));
+            std::unique_ptr<Value> owner(hidden);
+            DictionaryValue* plain = nullptr;
+            root->GetAsDictionary(&plain);
+            hidden->Adopt(plain);
+            return owner;
+        }
+        case Value::TYPE_LIST: {
+            auto* hidden = new internal::ListHiddenRootValue(std::move(copy));
+            std::unique_ptr<Value> owner(hidden);
+            ListValue* plain = nullptr;
+            root->GetAsList(&plain);
+            hidden->Adopt(plain);
+            return owner;
+        }
+        default:
+            // A lone string root: give it its own text.
+            return root->CreateDeepCopy();
+    }
+}
+
+}  // namespace base
