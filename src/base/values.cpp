@@ -1,12 +1,109 @@
 #include "base/values.h"
 
 #include <cstring>
+#include <mutex>
 #include <utility>
+#include <vector>
 
 #include "base/json/json_value_internals.h"
 #include "base/utf_string_conversions.h"
 
 namespace base {
+
+// ---------------------------------------------------------------- node pool
+
+namespace {
+
+// Sizes 16, 24, ..., 80: every node class of the tree and the entries of
+// dictionaries, on 64-bit targets.
+constexpr std::size_t kPoolGrain = 8;
+constexpr std::size_t kPoolMin = 16;
+constexpr std::size_t kPoolMax = 80;
+constexpr std::size_t kPoolClasses = (kPoolMax - kPoolMin) / kPoolGrain + 1;
+constexpr std::size_t kChunkBytes = 16 * 1024;
+
+struct FreeSlot {
+    FreeSlot* next;
+};
+
+// Plain pointers only, so the per-thread block needs no constructor or
+// destructor to run. Its few bytes fit the static TLS reserve, which spares
+// a call on every allocation.
+#if defined(__GNUC__) && !defined(_WIN32)
+__attribute__((tls_model("initial-exec")))
+#endif
+thread_local FreeSlot* t_free_slots[kPoolClasses];
+
+// Chunks stay reachable from here for the life of the process.
+std::mutex& ChunkMutex() {
+    static std::mutex* mutex = new std::mutex();
+    return *mutex;
+}
+
+std::vector<void*>& Chunks() {
+    static std::vector<void*>* chunks = new std::vector<void*>();
+    return *chunks;
+}
+
+bool InPool(std::size_t size) {
+    return size >= kPoolMin && size <= kPoolMax && size % kPoolGrain == 0;
+}
+
+FreeSlot* Refill(std::size_t size) {
+    char* chunk = static_cast<char*>(::operator new(kChunkBytes));
+    {
+        std::lock_guard<std::mutex> lock(ChunkMutex());
+        Chunks().push_back(chunk);
+    }
+    const std::size_t count = kChunkBytes / size;
+    for (std::size_t i = 0; i + 1 < count; ++i) {
+        reinterpret_cast<FreeSlot*>(chunk + i * size)->next =
+            reinterpret_cast<FreeSlot*>(chunk + (i + 1) * size);
+    }
+    reinterpret_cast<FreeSlot*>(chunk + (count - 1) * size)->next = nullptr;
+    return reinterpret_cast<FreeSlot*>(chunk);
+}
+
+}  // namespace
+
+namespace internal {
+
+void* AllocateSmallBlock(std::size_t size) {
+    if (!InPool(size)) {
+        return ::operator new(size);
+    }
+    FreeSlot*& head = t_free_slots[(size - kPoolMin) / kPoolGrain];
+    if (head == nullptr) {
+        head = Refill(size);
+    }
+    FreeSlot* slot = head;
+    head = slot->next;
+    return slot;
+}
+
+void FreeSmallBlock(void* p, std::size_t size) {
+    if (p == nullptr) {
+        return;
+    }
+    if (!InPool(size)) {
+        ::operator delete(p);
+        return;
+    }
+    FreeSlot*& head = t_free_slots[(size - kPoolMin) / kPoolGrain];
+    auto* slot = static_cast<FreeSlot*>(p);
+    slot->next = head;
+    head = slot;
+}
+
+}  // namespace internal
+
+void* Value::operator new(std::size_t size) {
+    return internal::AllocateSmallBlock(size);
+}
+
+void Value::operator delete(void* p, std::size_t size) {
+    internal::FreeSmallBlock(p, size);
+}
 
 // ---------------------------------------------------------------- Value
 

@@ -24,6 +24,45 @@ class DictionaryValue;
 class ListValue;
 class StringValue;
 
+namespace internal {
+
+// Small blocks from the same per-thread free lists as the nodes; used for
+// the entries of dictionaries.
+QZEKIT_EXPORT void* AllocateSmallBlock(std::size_t size);
+QZEKIT_EXPORT void FreeSmallBlock(void* p, std::size_t size);
+
+template <typename T>
+struct SmallBlockAllocator {
+    using value_type = T;
+    SmallBlockAllocator() = default;
+    template <typename U>
+    SmallBlockAllocator(const SmallBlockAllocator<U>&) {}
+    T* allocate(std::size_t n) { return static_cast<T*>(AllocateSmallBlock(n * sizeof(T))); }
+    void deallocate(T* p, std::size_t n) { FreeSmallBlock(p, n * sizeof(T)); }
+    template <typename U>
+    bool operator==(const SmallBlockAllocator<U>&) const {
+        return true;
+    }
+    template <typename U>
+    bool operator!=(const SmallBlockAllocator<U>&) const {
+        return false;
+    }
+};
+
+// Byte order, as std::string compares; most keys differ in the first byte,
+// which is settled without a call.
+struct KeyLess {
+    using is_transparent = void;
+    bool operator()(std::string_view a, std::string_view b) const {
+        if (!a.empty() && !b.empty() && a[0] != b[0]) {
+            return static_cast<unsigned char>(a[0]) < static_cast<unsigned char>(b[0]);
+        }
+        return a < b;
+    }
+};
+
+}  // namespace internal
+
 class QZEKIT_EXPORT Value {
 public:
     enum Type : int32_t {
@@ -67,6 +106,12 @@ public:
     virtual bool Equals(const Value* other) const;
 
     std::unique_ptr<Value> CreateDeepCopy() const;
+
+    // Parsed trees are many small nodes: nodes of the common sizes come
+    // from per-thread free lists instead of the general heap. Memory of
+    // those lists is kept for reuse, not returned.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* p, std::size_t size);
 
 protected:
     explicit Value(Type type);
@@ -146,7 +191,8 @@ private:
 // literally.
 class QZEKIT_EXPORT DictionaryValue : public Value {
 public:
-    using Storage = std::map<std::string, Value*, std::less<>>;
+    using Storage = std::map<std::string, Value*, internal::KeyLess,
+                             internal::SmallBlockAllocator<std::pair<const std::string, Value*>>>;
 
     DictionaryValue();
     ~DictionaryValue() override;
@@ -241,7 +287,7 @@ private:
 
 class QZEKIT_EXPORT ListValue : public Value {
 public:
-    using Storage = std::vector<Value*>;
+    using Storage = std::vector<Value*, internal::SmallBlockAllocator<Value*>>;
 
     ListValue();
     ~ListValue() override;

@@ -450,3 +450,44 @@ TEST(JSONReaderWide, BorrowedStringsConvertToWide) {
 }
 
 }  // namespace
+
+namespace {
+
+// Trees whose strings are a small part of the text keep only those strings;
+// others keep the whole text. Either way the strings must read back intact
+// and survive their root as copies.
+TEST(JSONReaderBorrowing, StringsReadBackWhateverPartOfTheTextTheyAre) {
+    const std::string numbers(200, ' ');
+    const char* texts[] = {
+        "{\"a\": \"first\", \"b\": [\"second\", 1, 2, 3]}",
+        "[\"a long string that makes up most of the text\", \"and another\"]",
+        // A repeated key frees a borrowed node while reading.
+        "{\"k\": \"old\", \"k\": \"new\", \"pad\": [1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12]}",
+    };
+    const char* expected[] = {"second", "and another", "new"};
+    for (int i = 0; i < 3; ++i) {
+        std::unique_ptr<Value> root = JSONReader::Read(texts[i] + numbers);
+        ASSERT_NE(root, nullptr) << texts[i];
+        std::string s;
+        const DictionaryValue* dict = nullptr;
+        const ListValue* list = nullptr;
+        if (root->GetAsDictionary(&dict)) {
+            EXPECT_TRUE(dict->GetString("k", &s) ||
+                        (dict->GetList("b", &list) && list->GetString(0, &s)));
+            EXPECT_TRUE(i != 0 || (dict->GetString("a", &s) && s == "first"));
+            if (i == 0) {
+                EXPECT_TRUE(list->GetString(0, &s));
+            }
+        } else {
+            ASSERT_TRUE(root->GetAsList(&list));
+            EXPECT_TRUE(list->GetString(1, &s));
+        }
+        EXPECT_EQ(s, expected[i]);
+        std::unique_ptr<Value> copy = root->CreateDeepCopy();
+        root.reset();
+        std::unique_ptr<Value> again = JSONReader::Read(texts[i]);
+        EXPECT_TRUE(copy->Equals(again.get())) << texts[i];
+    }
+}
+
+}  // namespace

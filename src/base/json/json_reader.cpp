@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <utility>
+#include <vector>
 
 #include "base/json/json_value_internals.h"
 
@@ -146,6 +147,12 @@ class Parser {
 public:
     Parser(const char* text, std::size_t length, int32_t options)
         : start_(text), pos_(text), end_(text + length), options_(options) {}
+    ~Parser() {
+        // Elements of lists left unfinished by an error.
+        for (Value* value : stack_) {
+            delete value;
+        }
+    }
 
     Value* Parse();
 
@@ -153,6 +160,9 @@ public:
     int32_t error_line() const { return error_line_; }
     int32_t error_column() const { return error_column_; }
     bool borrowed() const { return borrowed_; }
+    // Puts the borrowed strings side by side in a new buffer of their own
+    // and returns it, when that is worth it and safe; null otherwise.
+    std::unique_ptr<char[]> CompactBorrowedText();
 
 private:
     std::size_t Index() const { return static_cast<std::size_t>(pos_ - start_); }
@@ -191,10 +201,23 @@ private:
     int32_t error_line_ = 0;
     int32_t error_column_ = 0;
     bool borrowed_ = false;
+    std::vector<internal::JSONStringValue*> borrowed_nodes_;
+    std::size_t borrowed_bytes_ = 0;
+    // A repeated key freed a node, which may have been a borrowed one.
+    bool replaced_ = false;
+    // Elements of the lists being read, innermost last. Each list is made
+    // at its "]" with exactly the room it needs.
+    std::vector<Value*> stack_;
 };
 
 void Parser::SkipWhitespaceAndComments() {
     while (pos_ < end_) {
+        // Indentation comes in runs: pass them without the switch.
+        while (*pos_ == ' ' || *pos_ == '\t') {
+            if (++pos_ == end_) {
+                return;
+            }
+        }
         switch (*pos_) {
             case '\r':
             case '\n':
@@ -349,7 +372,9 @@ Value* Parser::ConsumeDictionary() {
             return nullptr;
         }
         // Keys are literal here, dots included; a repeated key replaces.
+        const std::size_t size_before = dictionary->size();
         dictionary->SetWithoutPathExpansion(std::move(key), value);
+        replaced_ |= dictionary->size() == size_before;
 
         ++pos_;
         token = NextToken();
@@ -375,7 +400,7 @@ Value* Parser::ConsumeList() {
         --depth_;
         return nullptr;
     }
-    std::unique_ptr<ListValue> list(new ListValue());
+    const std::size_t first = stack_.size();
     ++pos_;
     Token token = NextToken();
     while (token != T_ARRAY_END) {
@@ -383,7 +408,7 @@ Value* Parser::ConsumeList() {
         if (value == nullptr) {
             return nullptr;
         }
-        list->Append(value);
+        stack_.push_back(value);
 
         ++pos_;
         token = NextToken();
@@ -400,7 +425,13 @@ Value* Parser::ConsumeList() {
         }
     }
     --depth_;
-    return list.release();
+    auto* list = new ListValue();
+    list->Reserve(stack_.size() - first);
+    for (std::size_t i = first; i < stack_.size(); ++i) {
+        list->Append(stack_[i]);
+    }
+    stack_.resize(first);
+    return list;
 }
 
 bool Parser::ScanString(const char** view, std::size_t* view_length, std::string* out,
@@ -551,7 +582,27 @@ Value* Parser::ConsumeString() {
         return new StringValue(std::string(view, view_length));
     }
     borrowed_ = true;
-    return new internal::JSONStringValue(view, static_cast<uint32_t>(view_length));
+    auto* node = new internal::JSONStringValue(view, static_cast<uint32_t>(view_length));
+    borrowed_nodes_.push_back(node);
+    borrowed_bytes_ += view_length;
+    return node;
+}
+
+std::unique_ptr<char[]> Parser::CompactBorrowedText() {
+    // Only when the strings are a small part of the text (numbers, keys and
+    // layout make up the rest): then the tree needn't keep the whole text.
+    const std::size_t text_length = static_cast<std::size_t>(end_ - start_);
+    if (replaced_ || borrowed_bytes_ > text_length / 4) {
+        return nullptr;
+    }
+    std::unique_ptr<char[]> compact(new char[borrowed_bytes_ + 1]);
+    char* out = compact.get();
+    for (internal::JSONStringValue* node : borrowed_nodes_) {
+        std::memcpy(out, node->data(), node->length());
+        node->set_data(out);
+        out += node->length();
+    }
+    return compact;
 }
 
 bool Parser::ConsumeKey(std::string* key) {
@@ -816,6 +867,11 @@ std::unique_ptr<Value> JSONReader::ReadToValue(const char* text, std::size_t len
     if (detachable || !parser.borrowed()) {
         // Nothing points into the copy: it can go now.
         return root;
+    }
+    if (root->GetType() == Value::TYPE_DICTIONARY || root->GetType() == Value::TYPE_LIST) {
+        if (std::unique_ptr<char[]> compact = parser.CompactBorrowedText()) {
+            copy = std::move(compact);
+        }
     }
     switch (root->GetType()) {
         case Value::TYPE_DICTIONARY: {

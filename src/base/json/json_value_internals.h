@@ -27,6 +27,8 @@ public:
     bool Equals(const Value* other) const override;
 
     const char* data() const { return data_; }
+    // Moves the node onto another copy of the same bytes.
+    void set_data(const char* data) { data_ = data; }
     uint32_t length() const { return length_; }
 
 private:
