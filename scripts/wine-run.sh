@@ -29,9 +29,13 @@ if [[ ! -f $WINEPREFIX/system.reg ]]; then
         exit 1
     }
 fi
-# Starts the server for this prefix unless one runs; it lingers a while after
-# the last program ends so that the next one finds it.
-wineserver -p"${QZEKIT_WINESERVER_LINGER:-120}" >/dev/null 2>&1 || true
+# One server for the whole run: it lingers after the last program ends so
+# that the next one finds it (QZEKIT_WINESERVER_LINGER seconds; "" = forever).
+wineserver -p"${QZEKIT_WINESERVER_LINGER-60}" </dev/null >/dev/null 2>&1 || true
+# Wine's own background programs start with the first program of a session
+# and inherit its output. Start them here on /dev/null, or a caller that
+# reads this program's output (ctest) waits until the server goes away.
+wine cmd.exe /c exit 0 </dev/null >/dev/null 2>&1
 
 wine "$@"
 exit $?
