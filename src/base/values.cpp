@@ -45,8 +45,22 @@ std::vector<void*>& Chunks() {
     return *chunks;
 }
 
+// Under AddressSanitizer every block goes to the general heap, so that a
+// node used after it was freed is caught.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kUsePool = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kUsePool = false;
+#else
+constexpr bool kUsePool = true;
+#endif
+#else
+constexpr bool kUsePool = true;
+#endif
+
 bool InPool(std::size_t size) {
-    return size >= kPoolMin && size <= kPoolMax && size % kPoolGrain == 0;
+    return kUsePool && size >= kPoolMin && size <= kPoolMax && size % kPoolGrain == 0;
 }
 
 FreeSlot* Refill(std::size_t size) {
