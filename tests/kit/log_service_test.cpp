@@ -41,13 +41,21 @@ TEST(LogService, HugeMessageArrivesWhole) {
 
 TEST(LogService, FormatErrorStillReachesTheSinkWithItsLevel) {
     auto log = qzetest::CaptureLog();
-    // A wide character that the C locale cannot convert makes the counting
-    // print fail.
+    const char* noFormat = nullptr;
+    QZELogService::GetInstance()->LogMessage(3, noFormat);
+#if !defined(_WIN32)
+    // A wide character that the C locale cannot convert makes glibc's
+    // counting print fail. (The Windows C runtime drops such a character
+    // instead of failing, so there is no such case there.)
     wchar_t bad[] = {static_cast<wchar_t>(0x4E2D), 0};
-    QZELogService::GetInstance()->LogMessage(3, "%ls", bad);
-    ASSERT_EQ(log->lines.size(), 1u);
-    EXPECT_EQ(log->lines[0].first, 3);
-    EXPECT_EQ(log->lines[0].second, "[QZExtensionKit] log format error!!!");
+    QZELogService::GetInstance()->LogMessage(4, "%ls", bad);
+#endif
+    auto lines = log->lines;
+    ASSERT_FALSE(lines.empty());
+    for (size_t i = 0; i < lines.size(); ++i) {
+        EXPECT_EQ(lines[i].first, 3 + static_cast<int>(i));
+        EXPECT_EQ(lines[i].second, "[QZExtensionKit] log format error!!!");
+    }
 }
 
 TEST(LogService, NullSinkIsRefusedAndThePresentOneKept) {
