@@ -72,4 +72,10 @@ begin "test under Wine"
 ctest --test-dir "$build" --output-on-failure --timeout 900 || fail "see the test output above"
 done_step
 
+begin "demo host under Wine"
+"$repo/scripts/wine-run.sh" "$build/bin/qzekit_demo_host.exe" >"$build/demo.log" 2>&1 ||
+    { cat "$build/demo.log"; fail "the demo host failed (its output is above)"; }
+tail -n 1 "$build/demo.log"
+done_step
+
 echo "==> ci-windows: all steps passed ($(($(date +%s) - stage_start)) s)"

@@ -280,3 +280,13 @@ void YieldThread() {
 
 }  // namespace platform
 }  // namespace qzextensionkit
+
+// The kit does nothing of its own when it is loaded: all set-up happens in
+// InitSDK. The entry point only turns off the per-thread notifications,
+// which the kit has no use for.
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+    if (reason == DLL_PROCESS_ATTACH) {
+        ::DisableThreadLibraryCalls(instance);
+    }
+    return TRUE;
+}

@@ -47,7 +47,7 @@ std::wstring WithSeparator(std::wstring path, wchar_t separator) {
 std::wstring KitLibraryPath() {
     fs::path dir = fs::path(pf::ExecutablePath()).parent_path();
 #if defined(_WIN32)
-    const char* names[] = {"libqzextensionkit.dll", "qzextensionkit.dll"};
+    const char* names[] = {"qzextensionkit.dll"};
 #else
     const char* names[] = {"libqzextensionkit.so"};
 #endif
