@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "kit/export.h"
@@ -19,5 +20,8 @@ QZEKIT_EXPORT std::wstring UTF8ToWide(const char* text, std::size_t length);
 // Wide text to UTF-8. An unpaired surrogate (or, with 32-bit wchar_t, a
 // value that is no code point) becomes U+FFFD.
 QZEKIT_EXPORT std::string WideToUTF8(const std::wstring& text);
+
+// Appends one code point (at most U+10FFFF) as UTF-8. For the kit's own use.
+void AppendUTF8(std::string* out, uint32_t cp);
 
 }  // namespace base

@@ -123,10 +123,6 @@ std::size_t GetLibraryDirectory(wchar_t* buffer, std::size_t capacity) {
     }
 }
 
-uint32_t LastError() {
-    return internal::GetLastErrorCode();
-}
-
 void DebugOutput(const char* text) {
     if (text && internal::CaptureDebugOutput(text)) {
         return;

@@ -86,6 +86,10 @@ bool CaptureDebugOutput(const char* text) {
 
 }  // namespace internal
 
+uint32_t LastError() {
+    return internal::GetLastErrorCode();
+}
+
 namespace testing {
 
 void InjectFailure(Operation op, int times, uint32_t errorCode) {

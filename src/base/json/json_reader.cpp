@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/json/json_value_internals.h"
+#include "base/utf_string_conversions.h"
 
 namespace base {
 
@@ -85,24 +86,6 @@ int32_t ReadHex4(const char* p) {
 bool IsValidCodePoint(uint32_t cp) {
     return cp < 0xD800 || (cp >= 0xE000 && cp < 0xFDD0) ||
            (cp > 0xFDEF && cp <= 0x10FFFF && (cp & 0xFFFE) != 0xFFFE);
-}
-
-void AppendUTF8(std::string* out, uint32_t cp) {
-    if (cp < 0x80) {
-        out->push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out->push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out->push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out->push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out->push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    }
 }
 
 // Length of the well-formed, acceptable UTF-8 character that starts at
