@@ -19,4 +19,12 @@ QZEKIT_EXPORT bool StartsWith(const std::string& text, const std::string& prefix
 QZEKIT_EXPORT bool StartsWith(const std::wstring& text, const std::wstring& prefix,
                               CompareCase caseMode);
 
+// The same with the mode as a plain number: 0 exact, 1 ASCII case folded.
+inline bool StartsWith(const std::string& text, const std::string& prefix, int caseMode) {
+    return StartsWith(text, prefix, static_cast<CompareCase>(caseMode));
+}
+inline bool StartsWith(const std::wstring& text, const std::wstring& prefix, int caseMode) {
+    return StartsWith(text, prefix, static_cast<CompareCase>(caseMode));
+}
+
 }  // namespace base

@@ -102,6 +102,10 @@ TEST(StartsWithTest, ComparesByMode) {
     EXPECT_FALSE(StartsWith("[", "{", CompareCase::INSENSITIVE_ASCII));
     EXPECT_FALSE(StartsWith("\xC3\x89", "\xC3\xA9", CompareCase::INSENSITIVE_ASCII));
     EXPECT_FALSE(StartsWith("abc", "a", static_cast<CompareCase>(2)));
+    // The mode as a plain number.
+    EXPECT_TRUE(StartsWith("Abc", "a", 1));
+    EXPECT_FALSE(StartsWith("Abc", "a", 0));
+    EXPECT_FALSE(StartsWith("abc", "a", 7));
     EXPECT_FALSE(StartsWith("abc", "", static_cast<CompareCase>(-1)));
     EXPECT_TRUE(StartsWith(std::wstring(L"C:\\Path"), std::wstring(L"c:\\p"),
                            CompareCase::INSENSITIVE_ASCII));
