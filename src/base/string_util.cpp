@@ -40,4 +40,17 @@ bool StartsWith(const std::wstring& text, const std::wstring& prefix, CompareCas
     return StartsWithT(text, prefix, caseMode);
 }
 
+int HexDigitValue(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
 }  // namespace base

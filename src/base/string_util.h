@@ -27,4 +27,8 @@ inline bool StartsWith(const std::wstring& text, const std::wstring& prefix, int
     return StartsWith(text, prefix, static_cast<CompareCase>(caseMode));
 }
 
+// The value of one hexadecimal digit of either case, or -1. For the kit's
+// own use.
+int HexDigitValue(char c);
+
 }  // namespace base

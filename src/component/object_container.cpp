@@ -2,8 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <new>
-
 #include "component/guid.h"
 #include "kit/log_service.h"
 #include "kit/singleton.h"
@@ -16,8 +14,6 @@ namespace qzextensionkit {
 
 namespace {
 
-std::atomic<uintptr_t> g_containerWord{0};
-
 const char* BoolText(bool value) {
     return value ? "true" : "false";
 }
@@ -29,13 +25,8 @@ IQZEObjectContainer::~IQZEObjectContainer() = default;
 QZEObjectContainer::QZEObjectContainer() = default;
 QZEObjectContainer::~QZEObjectContainer() = default;
 
-QZEObjectContainer* QZEObjectContainer::Create() {
-    return new (std::nothrow) QZEObjectContainer();
-}
-
 QZEObjectContainer* QZEObjectContainer::GetInstance() {
-    return internal::MarkerWordInstance<QZEObjectContainer>(g_containerWord,
-                                                            &QZEObjectContainer::Create);
+    return internal::ProcessSingleton<QZEObjectContainer>::Get();
 }
 
 bool QZEObjectContainer::IsRegistered(const std::string& classId) {

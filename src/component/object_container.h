@@ -24,6 +24,11 @@
 
 namespace qzextensionkit {
 
+namespace internal {
+template <class T>
+class ProcessSingleton;
+}  // namespace internal
+
 // Builds an object: called with the interface id, the class id and the
 // place for the result; true on success.
 using QZEObjectCreator = std::function<bool(const std::string&, const std::string&, void**)>;
@@ -76,7 +81,7 @@ public:
     bool IsRegistered(const std::string& classId) override;
 
 private:
-    static QZEObjectContainer* Create();
+    friend class internal::ProcessSingleton<QZEObjectContainer>;
 
     // Hands out a share of the record, so that an UnRegister on another
     // thread can't pull it away while its creator runs.

@@ -154,29 +154,10 @@ private:
 };
 
 // The library's module object: the kit holds it while the library is loaded
-// and calls nothing on it but Release.
-class ModuleObject : public IOFClassFactory, private RefCounted {
-public:
-    Result QueryInterface(const GUID& iid, void** out) override {
-        if (out == nullptr) {
-            return kPointer;
-        }
-        if (!IsEqualId(iid, IID_IBaseUnknown) && !IsEqualId(iid, IID_IOFClassFactory)) {
-            return kNoInterface;
-        }
-        *out = static_cast<IOFClassFactory*>(this);
-        AddRefImpl();
-        return kOk;
-    }
-    uint32_t AddRef() override { return AddRefImpl(); }
-    uint32_t Release() override { return ReleaseImpl(); }
-
-    Result LockServer(int) override { return kOk; }
-    Result CanUnloadNow() override { return LiveCount().load() == 0 ? 0 : 1; }
-    Result CreateInstance(IBaseUnknown*, void*, const GUID&, void**) override {
-        return kNotImplemented;
-    }
-};
+// and calls nothing on it but Release. It is a factory that makes nothing.
+inline Result CreateNothing(const GUID&, void**) {
+    return kNotImplemented;
+}
 
 // Answers DllGetClassObject from a table of classes: the module object for
 // CLSID_ModuleObject, otherwise a factory of the matching class.
@@ -188,7 +169,7 @@ inline Result GetClassObject(const ClassEntry* classes, std::size_t count, const
     *out = nullptr;
     IBaseUnknown* object = nullptr;
     if (IsEqualId(classId, CLSID_ModuleObject)) {
-        object = static_cast<IOFClassFactory*>(new (std::nothrow) ModuleObject());
+        object = static_cast<IOFClassFactory*>(new (std::nothrow) ClassFactory(&CreateNothing));
     } else {
         for (std::size_t i = 0; i < count && object == nullptr; ++i) {
             if (IsEqualId(ParseGuid(classes[i].classId, true), classId)) {

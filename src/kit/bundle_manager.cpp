@@ -1,27 +1,16 @@
 #include "kit/bundle_manager.h"
 
-#include <new>
-
 #include "kit/singleton.h"
 
 namespace qzextensionkit {
-
-namespace {
-std::atomic<uintptr_t> g_bundleManagerWord{0};
-}
 
 IQZEBundleManager::~IQZEBundleManager() = default;
 
 QZEBundleManager::QZEBundleManager() = default;
 QZEBundleManager::~QZEBundleManager() = default;
 
-QZEBundleManager* QZEBundleManager::Create() {
-    return new (std::nothrow) QZEBundleManager();
-}
-
 QZEBundleManager* QZEBundleManager::GetInstance() {
-    return internal::MarkerWordInstance<QZEBundleManager>(g_bundleManagerWord,
-                                                          &QZEBundleManager::Create);
+    return internal::ProcessSingleton<QZEBundleManager>::Get();
 }
 
 void QZEBundleManager::Initialize(std::shared_ptr<IQZEBundleManager> impl) {

@@ -11,6 +11,11 @@ class CComLoader;
 
 namespace qzextensionkit {
 
+namespace internal {
+template <class T>
+class ProcessSingleton;
+}  // namespace internal
+
 class Artifact;
 
 // Opens bundles and owns the pool of library loaders, one per library path.
@@ -36,9 +41,9 @@ public:
     bool ComLoaderIsExist(const std::string& key) override;
 
 private:
+    friend class internal::ProcessSingleton<QZEBundleManager>;
     QZEBundleManager();
     ~QZEBundleManager() override;
-    static QZEBundleManager* Create();
 
     std::shared_ptr<IQZEBundleManager> impl_;
 };

@@ -1,27 +1,16 @@
 #include "kit/configuration_manager.h"
 
-#include <new>
-
 #include "kit/singleton.h"
 
 namespace qzextensionkit {
-
-namespace {
-std::atomic<uintptr_t> g_configurationManagerWord{0};
-}
 
 IQZEConfigurationManager::~IQZEConfigurationManager() = default;
 
 QZEConfigurationManager::QZEConfigurationManager() = default;
 QZEConfigurationManager::~QZEConfigurationManager() = default;
 
-QZEConfigurationManager* QZEConfigurationManager::Create() {
-    return new (std::nothrow) QZEConfigurationManager();
-}
-
 QZEConfigurationManager* QZEConfigurationManager::GetInstance() {
-    return internal::MarkerWordInstance<QZEConfigurationManager>(g_configurationManagerWord,
-                                                                 &QZEConfigurationManager::Create);
+    return internal::ProcessSingleton<QZEConfigurationManager>::Get();
 }
 
 void QZEConfigurationManager::Initialize(std::shared_ptr<IQZEConfigurationManager> impl) {

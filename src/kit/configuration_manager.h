@@ -12,6 +12,11 @@
 
 namespace qzextensionkit {
 
+namespace internal {
+template <class T>
+class ProcessSingleton;
+}  // namespace internal
+
 class Artifact;
 class Extension;
 class IQZERemoteConfigDataSource;
@@ -91,9 +96,9 @@ public:
                          std::string& value) override;
 
 private:
+    friend class internal::ProcessSingleton<QZEConfigurationManager>;
     QZEConfigurationManager();
     ~QZEConfigurationManager() override;
-    static QZEConfigurationManager* Create();
 
     std::shared_ptr<IQZEConfigurationManager> impl_;
 };

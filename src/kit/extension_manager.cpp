@@ -1,14 +1,11 @@
 #include "kit/extension_manager.h"
 
-#include <new>
-
 #include "kit/log_service.h"
 #include "kit/singleton.h"
 
 namespace qzextensionkit {
 
 namespace {
-std::atomic<uintptr_t> g_extensionManagerWord{0};
 
 constexpr const char kRegisterMessage[] =
     "extension manager register extension failed, because of extension manager impl is null";
@@ -19,13 +16,8 @@ IQZExtensionManager::~IQZExtensionManager() = default;
 QZExtensionManager::QZExtensionManager() = default;
 QZExtensionManager::~QZExtensionManager() = default;
 
-QZExtensionManager* QZExtensionManager::Create() {
-    return new (std::nothrow) QZExtensionManager();
-}
-
 QZExtensionManager* QZExtensionManager::GetInstance() {
-    return internal::MarkerWordInstance<QZExtensionManager>(g_extensionManagerWord,
-                                                            &QZExtensionManager::Create);
+    return internal::ProcessSingleton<QZExtensionManager>::Get();
 }
 
 void QZExtensionManager::Initialize(std::shared_ptr<IQZExtensionManager> impl) {

@@ -11,6 +11,11 @@
 
 namespace qzextensionkit {
 
+namespace internal {
+template <class T>
+class ProcessSingleton;
+}  // namespace internal
+
 // The creator a host registers for classes that no library delivers. It is
 // called with the interface id, the class id and the place for the object.
 using ExtensionCreator = std::function<bool(const std::string&, const std::string&, void**)>;
@@ -77,11 +82,11 @@ public:
     void SetFetchExtensionAuthInfoCallback(const FetchExtensionAuthInfoCallback& callback) override;
 
 private:
+    friend class internal::ProcessSingleton<QZExtensionManager>;
     friend class QZExtensionManagerTestPeer;
 
     QZExtensionManager();
     ~QZExtensionManager() override;
-    static QZExtensionManager* Create();
 
     // A copy of the held pointer; callers hold the mutex.
     std::shared_ptr<IQZExtensionManager> GetImpl();

@@ -3,27 +3,17 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <new>
-
 #include "kit/singleton.h"
 
 namespace qzextensionkit {
-
-namespace {
-std::atomic<uintptr_t> g_logServiceWord{0};
-}
 
 IQZELogger::~IQZELogger() = default;
 
 QZELogService::QZELogService() = default;
 QZELogService::~QZELogService() = default;
 
-QZELogService* QZELogService::Create() {
-    return new (std::nothrow) QZELogService();
-}
-
 QZELogService* QZELogService::GetInstance() {
-    return internal::MarkerWordInstance<QZELogService>(g_logServiceWord, &QZELogService::Create);
+    return internal::ProcessSingleton<QZELogService>::Get();
 }
 
 bool QZELogService::RegisterLogger(IQZELogger* logger) {

@@ -7,6 +7,11 @@
 
 namespace qzextensionkit {
 
+namespace internal {
+template <class T>
+class ProcessSingleton;
+}  // namespace internal
+
 // The sink that the host implements. The kit calls Log on whatever thread
 // logs, possibly while holding one of its locks: a sink must be safe for
 // concurrent calls and must not call back into the kit.
@@ -39,9 +44,9 @@ public:
         ;
 
 private:
+    friend class internal::ProcessSingleton<QZELogService>;
     QZELogService();
     ~QZELogService();
-    static QZELogService* Create();
 
     std::shared_ptr<IQZELogger> logger_;
 };

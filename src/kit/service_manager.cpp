@@ -1,14 +1,8 @@
 #include "kit/service_manager.h"
 
-#include <new>
-
 #include "kit/singleton.h"
 
 namespace qzextensionkit {
-
-namespace {
-std::atomic<uintptr_t> g_serviceManagerWord{0};
-}
 
 QZServiceRegisterInfo::QZServiceRegisterInfo() : isSingleton(false) {}
 QZServiceRegisterInfo::QZServiceRegisterInfo(const QZServiceRegisterInfo& other) = default;
@@ -19,13 +13,8 @@ QZServiceRegisterInfo::~QZServiceRegisterInfo() = default;
 QZServiceManager::QZServiceManager() = default;
 QZServiceManager::~QZServiceManager() = default;
 
-QZServiceManager* QZServiceManager::Create() {
-    return new (std::nothrow) QZServiceManager();
-}
-
 QZServiceManager* QZServiceManager::GetInstance() {
-    return internal::MarkerWordInstance<QZServiceManager>(g_serviceManagerWord,
-                                                          &QZServiceManager::Create);
+    return internal::ProcessSingleton<QZServiceManager>::Get();
 }
 
 void QZServiceManager::Initialize(std::shared_ptr<IQZServiceManager> impl) {

@@ -10,6 +10,11 @@
 
 namespace qzextensionkit {
 
+namespace internal {
+template <class T>
+class ProcessSingleton;
+}  // namespace internal
+
 // One service's registration: its name, class id and interface id (braced
 // texts), whether it is a singleton, and the creator that makes an object
 // and stores an interface pointer.
@@ -94,9 +99,9 @@ public:
     }
 
 private:
+    friend class internal::ProcessSingleton<QZServiceManager>;
     QZServiceManager();
     ~QZServiceManager();
-    static QZServiceManager* Create();
 
     // A copy of the held pointer; callers hold the mutex.
     std::shared_ptr<IQZServiceManager> GetImpl() { return impl_; }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "platform/platform.h"
 
@@ -33,6 +34,21 @@ T* MarkerWordInstance(std::atomic<uintptr_t>& word, T* (*create)()) {
     }
     return reinterpret_cast<T*>(value);
 }
+
+// The process-wide instance of a class with a private constructor, made on
+// first use by the marker-word scheme above. The class befriends it.
+template <class T>
+class ProcessSingleton {
+public:
+    static T* Get() { return MarkerWordInstance<T>(word_, &Create); }
+
+private:
+    static T* Create() { return new (std::nothrow) T(); }
+    static std::atomic<uintptr_t> word_;
+};
+
+template <class T>
+std::atomic<uintptr_t> ProcessSingleton<T>::word_{0};
 
 // The shared accessor of an implementation: built once per process with one
 // allocation of object and count, then handed out as copies. A failure of

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <stdexcept>
 
+#include "base/string_util.h"
+
 namespace qzextensionkit {
 namespace {
 
@@ -16,16 +18,11 @@ bool IsUnreserved(unsigned char c) {
 }
 
 int HexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
+    int value = base::HexDigitValue(c);
+    if (value < 0) {
+        throw kBadHexDigit;
     }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    throw kBadHexDigit;
+    return value;
 }
 
 // Index of the first character at or after `from` that is one of `stops`,

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/json/json_value_internals.h"
+#include "base/string_util.h"
 #include "base/utf_string_conversions.h"
 
 namespace base {
@@ -55,24 +56,11 @@ struct StringStopTable {
 };
 constexpr StringStopTable kStringStop;
 
-int HexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 // Four hexadecimal digits at |p|, or -1.
 int32_t ReadHex4(const char* p) {
     int32_t value = 0;
     for (int i = 0; i < 4; ++i) {
-        int digit = HexValue(p[i]);
+        int digit = HexDigitValue(p[i]);
         if (digit < 0) {
             return -1;
         }
@@ -495,8 +483,8 @@ bool Parser::DecodeEscapes(const char* begin, const char* p, std::string* out) {
                 out->push_back('\v');
                 break;
             case 'x': {
-                int high = end_ - pos_ > 2 ? HexValue(pos_[1]) : -1;
-                int low = high >= 0 ? HexValue(pos_[2]) : -1;
+                int high = end_ - pos_ > 2 ? HexDigitValue(pos_[1]) : -1;
+                int low = high >= 0 ? HexDigitValue(pos_[2]) : -1;
                 if (low < 0) {
                     ReportError(JSONReader::JSON_INVALID_ESCAPE, 1);
                     return false;
