@@ -16,10 +16,11 @@ configure_and_build() {
     local dir="$1"
     shift
     local werror=OFF
+    mkdir -p "$dir"
     # CI builds treat warnings as errors.
     [ "${CI:-}" = "true" ] && werror=ON
     cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE="${BUILD_TYPE:-RelWithDebInfo}" \
-        -DQZEKIT_WERROR="$werror" "$@" >"$dir.configure.log" 2>&1 ||
-        { cat "$dir.configure.log" >&2; die "configuring the build in $dir failed (log above)"; }
+        -DQZEKIT_WERROR="$werror" "$@" >"$dir/configure.log" 2>&1 ||
+        { cat "$dir/configure.log" >&2; die "configuring the build in $dir failed (log above)"; }
     cmake --build "$dir" -j "$JOBS" || die "building in $dir failed (compiler output above)"
 }

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "kit/export.h"
+#include "platform/export.h"
 
 namespace base {
 

@@ -4,24 +4,29 @@
 #include <cstdint>
 #include <string>
 
-#include "kit/export.h"
+#include "platform/utf8.h"
 
 namespace base {
 
 // UTF-8 to wide text. Pure ASCII is widened byte by byte; otherwise each
 // malformed sequence becomes one U+FFFD and decoding goes on with the byte
-// after it. A malformed sequence is a stray byte, or the longest start of a
-// sequence that breaks off: "\xE2\x82A" gives U+FFFD and "A".
-// With a 16-bit wchar_t a code point above U+FFFF becomes a surrogate pair;
-// with a 32-bit one it stays one character.
-QZEKIT_EXPORT std::wstring UTF8ToWide(const std::string& text);
-QZEKIT_EXPORT std::wstring UTF8ToWide(const char* text, std::size_t length);
+// after it: "\xE2\x82A" gives U+FFFD and "A". With a 16-bit wchar_t a code
+// point above U+FFFF becomes a surrogate pair.
+inline std::wstring UTF8ToWide(const char* text, std::size_t length) {
+    return qzextensionkit::platform::Utf8ToWide(text, length);
+}
+inline std::wstring UTF8ToWide(const std::string& text) {
+    return qzextensionkit::platform::Utf8ToWide(text.data(), text.size());
+}
 
-// Wide text to UTF-8. An unpaired surrogate (or, with 32-bit wchar_t, a
-// value that is no code point) becomes U+FFFD.
-QZEKIT_EXPORT std::string WideToUTF8(const std::wstring& text);
+// Wide text to UTF-8. An unpaired surrogate becomes U+FFFD.
+inline std::string WideToUTF8(const std::wstring& text) {
+    return qzextensionkit::platform::WideToUtf8(text);
+}
 
-// Appends one code point (at most U+10FFFF) as UTF-8. For the kit's own use.
-void AppendUTF8(std::string* out, uint32_t cp);
+// Appends one code point (at most U+10FFFF) as UTF-8.
+inline void AppendUTF8(std::string* out, uint32_t cp) {
+    qzextensionkit::platform::AppendUtf8(out, cp);
+}
 
 }  // namespace base

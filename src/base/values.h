@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-#include "kit/export.h"
+#include "platform/export.h"
 
 namespace base {
 

@@ -10,7 +10,7 @@
 
 #include "component/guid.h"
 #include "component/unknown.h"
-#include "kit/export.h"
+#include "platform/export.h"
 #include "platform/platform.h"
 
 namespace by {

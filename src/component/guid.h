@@ -2,27 +2,10 @@
 
 #include <cstdint>
 
-#include "kit/export.h"
-
-#if defined(_WIN32)
-#include <guiddef.h>
-#endif
+#include "platform/export.h"
+#include "platform/guid_type.h"
 
 namespace by {
-
-#if defined(_WIN32)
-// On Windows plug-ins and the kit share the system's own id type.
-using GUID = ::GUID;
-#else
-struct GUID {
-    uint32_t Data1;
-    uint16_t Data2;
-    uint16_t Data3;
-    uint8_t Data4[8];
-};
-#endif
-
-static_assert(sizeof(GUID) == 16, "GUID must be 16 bytes");
 
 // Equal when all 16 bytes are equal. There is no ordering of binary ids.
 QZEKIT_EXPORT bool IsEqualId(const GUID& a, const GUID& b);

@@ -20,7 +20,7 @@
 
 #include "component/com_loader.h"
 #include "component/unknown.h"
-#include "kit/export.h"
+#include "platform/export.h"
 
 namespace qzextensionkit {
 

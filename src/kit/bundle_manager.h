@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "kit/export.h"
+#include "platform/export.h"
 
 namespace by {
 class CComLoader;

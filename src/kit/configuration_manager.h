@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "kit/export.h"
 #include "kit/extension_manager.h"
+#include "platform/export.h"
 
 namespace qzextensionkit {
 

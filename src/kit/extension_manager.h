@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "kit/export.h"
+#include "platform/export.h"
 
 namespace qzextensionkit {
 

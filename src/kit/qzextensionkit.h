@@ -4,10 +4,10 @@
 
 #include "kit/bundle_manager.h"
 #include "kit/configuration_manager.h"
-#include "kit/export.h"
 #include "kit/extension_manager.h"
 #include "kit/log_service.h"
 #include "kit/service_manager.h"
+#include "platform/export.h"
 
 namespace qzextensionkit {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "component/unknown.h"
-#include "kit/export.h"
+#include "platform/export.h"
 
 namespace qzextensionkit {
 

@@ -13,8 +13,8 @@
 #include <functional>
 #include <string>
 
-#include "component/guid.h"
-#include "kit/export.h"
+#include "platform/export.h"
+#include "platform/guid_type.h"
 
 namespace qzextensionkit {
 namespace platform {

@@ -17,8 +17,8 @@
 #include <string>
 #include <vector>
 
-#include "base/utf_string_conversions.h"
 #include "platform/platform_internal.h"
+#include "platform/utf8.h"
 
 namespace qzextensionkit {
 namespace platform {
@@ -37,7 +37,7 @@ using testing::Operation;
 
 // Kit paths may use "\\" as a separator; the system wants "/".
 std::string ToSystemPath(const std::wstring& path) {
-    std::string out = base::WideToUTF8(path);
+    std::string out = WideToUtf8(path);
     for (char& c : out) {
         if (c == '\\') {
             c = '/';
@@ -254,7 +254,7 @@ std::wstring ExecutablePath() {
             return std::wstring();
         }
         if (static_cast<size_t>(n) < buf.size()) {
-            return base::UTF8ToWide(buf.data(), static_cast<size_t>(n));
+            return Utf8ToWide(buf.data(), static_cast<size_t>(n));
         }
         buf.resize(buf.size() * 2);
     }

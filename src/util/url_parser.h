@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "kit/export.h"
+#include "platform/export.h"
 
 namespace qzextensionkit {
 

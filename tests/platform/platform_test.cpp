@@ -1,5 +1,7 @@
 #include "platform/platform.h"
 
+#include "component/guid.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>

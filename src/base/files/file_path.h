@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "kit/export.h"
+#include "platform/export.h"
 
 namespace base {
 
@@ -11,24 +11,19 @@ namespace base {
 // the text and knows how separators and drive letters are written.
 //
 // Both "\\" and "/" are read as separators on every system, so paths written
-// for Windows work unchanged elsewhere. The separator that Append adds is the
-// system's own: "\\" on Windows, "/" elsewhere.
+// for Windows work unchanged elsewhere. The separator that Append adds is
+// "\\" on every system, so one installation gives the same path texts (and
+// log lines) everywhere; the POSIX layer maps "\\" to "/" at the system call.
 class QZEKIT_EXPORT FilePath {
 public:
     using StringType = std::wstring;
     using CharType = wchar_t;
 
-#if defined(_WIN32)
     static constexpr CharType kSeparator = L'\\';
-#else
-    static constexpr CharType kSeparator = L'/';
-#endif
     static constexpr CharType kCurrentDirectory[] = L".";
     static constexpr CharType kParentDirectory[] = L"..";
 
-    static bool IsSeparator(CharType c) {
-        return c == L'\\' || c == L'/';
-    }
+    static bool IsSeparator(CharType c) { return c == L'\\' || c == L'/'; }
 
     FilePath();
     // The text up to its first NUL, if it holds one.
@@ -38,12 +33,8 @@ public:
     FilePath& operator=(const FilePath& other);
     ~FilePath();
 
-    const StringType& value() const {
-        return path_;
-    }
-    bool empty() const {
-        return path_.empty();
-    }
+    const StringType& value() const { return path_; }
+    bool empty() const { return path_.empty(); }
 
     // Joins `component` to this path with one separator between them. The
     // component goes in as it stands: it is neither checked nor normalised.
@@ -56,15 +47,9 @@ public:
     // or blanks that Windows quietly reduces to "..".
     bool ReferencesParent() const;
 
-    bool operator==(const FilePath& other) const {
-        return path_ == other.path_;
-    }
-    bool operator!=(const FilePath& other) const {
-        return path_ != other.path_;
-    }
-    bool operator<(const FilePath& other) const {
-        return path_ < other.path_;
-    }
+    bool operator==(const FilePath& other) const { return path_ == other.path_; }
+    bool operator!=(const FilePath& other) const { return path_ != other.path_; }
+    bool operator<(const FilePath& other) const { return path_ < other.path_; }
 
 private:
     StringType path_;

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "base/files/file_path.h"
-#include "kit/export.h"
+#include "platform/export.h"
 
 namespace base {
 

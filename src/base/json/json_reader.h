@@ -16,7 +16,7 @@
 #include <string>
 
 #include "base/values.h"
-#include "kit/export.h"
+#include "platform/export.h"
 
 namespace base {
 

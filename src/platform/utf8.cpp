@@ -1,8 +1,9 @@
-#include "base/utf_string_conversions.h"
+#include "platform/utf8.h"
 
 #include <cstdint>
 
-namespace base {
+namespace qzextensionkit {
+namespace platform {
 namespace {
 
 constexpr uint32_t kReplacement = 0xFFFD;
@@ -68,7 +69,7 @@ bool DecodeOne(const unsigned char* s, std::size_t n, uint32_t* cp, std::size_t*
 
 }  // namespace
 
-void AppendUTF8(std::string* out, uint32_t cp) {
+void AppendUtf8(std::string* out, uint32_t cp) {
     if (cp < 0x80) {
         out->push_back(static_cast<char>(cp));
     } else if (cp < 0x800) {
@@ -86,7 +87,7 @@ void AppendUTF8(std::string* out, uint32_t cp) {
     }
 }
 
-std::wstring UTF8ToWide(const char* text, std::size_t length) {
+std::wstring Utf8ToWide(const char* text, std::size_t length) {
     std::wstring out;
     out.reserve(length);
     const auto* s = reinterpret_cast<const unsigned char*>(text);
@@ -108,11 +109,7 @@ std::wstring UTF8ToWide(const char* text, std::size_t length) {
     return out;
 }
 
-std::wstring UTF8ToWide(const std::string& text) {
-    return UTF8ToWide(text.data(), text.size());
-}
-
-std::string WideToUTF8(const std::wstring& text) {
+std::string WideToUtf8(const std::wstring& text) {
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -130,9 +127,10 @@ std::string WideToUTF8(const std::wstring& text) {
         if ((cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) {
             cp = kReplacement;
         }
-        AppendUTF8(&out, cp);
+        AppendUtf8(&out, cp);
     }
     return out;
 }
 
-}  // namespace base
+}  // namespace platform
+}  // namespace qzextensionkit
