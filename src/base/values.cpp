@@ -439,12 +439,11 @@ bool DictionaryValue::RemoveWithoutPathExpansion(const std::string& key,
     if (it == dictionary_.end()) {
         return false;
     }
-    Value* taken = it->second;
+    std::unique_ptr<Value> taken(it->second);
     dictionary_.erase(it);
     if (out_value) {
-        out_value->reset(taken);
-    } else {
-        delete taken;
+        // A node that may point into the parsed text leaves as a copy.
+        out_value->reset(borrows_text_ ? taken->DeepCopy() : taken.release());
     }
     return true;
 }
@@ -470,12 +469,23 @@ void DictionaryValue::Swap(DictionaryValue* other) {
     if (other == nullptr || other == this) {
         return;
     }
-    // A parsed root hands out only copies of its children; let it do the swap.
-    if (dynamic_cast<internal::DictionaryHiddenRootValue*>(other) != nullptr) {
-        other->Swap(this);
+    // Entries that may point into parsed text are copied before they move
+    // to a node whose lifetime is not tied to that text.
+    DetachChildren();
+    other->DetachChildren();
+    dictionary_.swap(other->dictionary_);
+}
+
+void DictionaryValue::DetachChildren() {
+    if (!borrows_text_) {
         return;
     }
-    dictionary_.swap(other->dictionary_);
+    for (auto& entry : dictionary_) {
+        Value* copy = entry.second->DeepCopy();
+        delete entry.second;
+        entry.second = copy;
+    }
+    borrows_text_ = false;
 }
 
 std::unique_ptr<DictionaryValue> DictionaryValue::CreateDeepCopy() const {
@@ -757,12 +767,10 @@ bool ListValue::Remove(std::size_t index, std::unique_ptr<Value>* out_value) {
     if (index >= list_.size()) {
         return false;
     }
-    Value* taken = list_[index];
+    std::unique_ptr<Value> taken(list_[index]);
     list_.erase(list_.begin() + static_cast<std::ptrdiff_t>(index));
     if (out_value) {
-        out_value->reset(taken);
-    } else {
-        delete taken;
+        out_value->reset(borrows_text_ ? taken->DeepCopy() : taken.release());
     }
     return true;
 }
@@ -771,11 +779,21 @@ void ListValue::Swap(ListValue* other) {
     if (other == nullptr || other == this) {
         return;
     }
-    if (dynamic_cast<internal::ListHiddenRootValue*>(other) != nullptr) {
-        other->Swap(this);
+    DetachChildren();
+    other->DetachChildren();
+    list_.swap(other->list_);
+}
+
+void ListValue::DetachChildren() {
+    if (!borrows_text_) {
         return;
     }
-    list_.swap(other->list_);
+    for (Value*& element : list_) {
+        Value* copy = element->DeepCopy();
+        delete element;
+        element = copy;
+    }
+    borrows_text_ = false;
 }
 
 std::unique_ptr<ListValue> ListValue::CreateDeepCopy() const {

@@ -26,6 +26,8 @@ class StringValue;
 
 namespace internal {
 
+struct TextBorrowing;
+
 // Small blocks from the same per-thread free lists as the nodes; used for
 // the entries of dictionaries.
 QZEKIT_EXPORT void* AllocateSmallBlock(std::size_t size);
@@ -275,13 +277,17 @@ public:
     Storage::const_iterator begin() const { return dictionary_.begin(); }
     Storage::const_iterator end() const { return dictionary_.end(); }
 
-protected:
-    // Exchanges the entries, with none of the care that Swap takes.
-    void SwapStorage(DictionaryValue* other) { dictionary_.swap(other->dictionary_); }
-
 private:
-    bool GetPath(std::string_view path, const Value** out) const;
+    friend struct internal::TextBorrowing;
 
+    bool GetPath(std::string_view path, const Value** out) const;
+    // Replaces every entry by its deep copy, so that none points into text
+    // that this node does not own.
+    void DetachChildren();
+
+    // Set by the reader on every level above a string that points into the
+    // parsed text: whatever leaves such a level leaves as a deep copy.
+    bool borrows_text_ = false;
     Storage dictionary_;
 };
 
@@ -333,10 +339,13 @@ public:
     Storage::const_iterator begin() const { return list_.begin(); }
     Storage::const_iterator end() const { return list_.end(); }
 
-protected:
-    void SwapStorage(ListValue* other) { list_.swap(other->list_); }
-
 private:
+    friend struct internal::TextBorrowing;
+
+    void DetachChildren();
+
+    // As in DictionaryValue.
+    bool borrows_text_ = false;
     Storage list_;
 };
 

@@ -130,10 +130,7 @@ public:
     int32_t error_code() const { return error_code_; }
     int32_t error_line() const { return error_line_; }
     int32_t error_column() const { return error_column_; }
-    bool borrowed() const { return borrowed_; }
-    // Puts the borrowed strings side by side in a new buffer of their own
-    // and returns it, when that is worth it and safe; null otherwise.
-    std::unique_ptr<char[]> CompactBorrowedText();
+    bool borrowed() const { return borrowed_count_ != 0; }
 
 private:
     std::size_t Index() const { return static_cast<std::size_t>(pos_ - start_); }
@@ -171,11 +168,9 @@ private:
     int32_t error_code_ = JSONReader::JSON_NO_ERROR;
     int32_t error_line_ = 0;
     int32_t error_column_ = 0;
-    bool borrowed_ = false;
-    std::vector<internal::JSONStringValue*> borrowed_nodes_;
-    std::size_t borrowed_bytes_ = 0;
-    // A repeated key freed a node, which may have been a borrowed one.
-    bool replaced_ = false;
+    // String nodes made so far that point into the text. A level whose
+    // count moved while it was read holds one of them somewhere below.
+    std::size_t borrowed_count_ = 0;
     // Elements of the lists being read, innermost last. Each list is made
     // at its "]" with exactly the room it needs.
     std::vector<Value*> stack_;
@@ -321,6 +316,7 @@ Value* Parser::ConsumeDictionary() {
         return nullptr;
     }
     std::unique_ptr<DictionaryValue> dictionary(new DictionaryValue());
+    const std::size_t borrowed_before = borrowed_count_;
     ++pos_;
     Token token = NextToken();
     while (token != T_OBJECT_END) {
@@ -343,9 +339,7 @@ Value* Parser::ConsumeDictionary() {
             return nullptr;
         }
         // Keys are literal here, dots included; a repeated key replaces.
-        const std::size_t size_before = dictionary->size();
         dictionary->SetWithoutPathExpansion(std::move(key), value);
-        replaced_ |= dictionary->size() == size_before;
 
         ++pos_;
         token = NextToken();
@@ -362,6 +356,9 @@ Value* Parser::ConsumeDictionary() {
         }
     }
     --depth_;
+    if (borrowed_count_ != borrowed_before) {
+        internal::TextBorrowing::Mark(dictionary.get());
+    }
     return dictionary.release();
 }
 
@@ -372,6 +369,7 @@ Value* Parser::ConsumeList() {
         return nullptr;
     }
     const std::size_t first = stack_.size();
+    const std::size_t borrowed_before = borrowed_count_;
     ++pos_;
     Token token = NextToken();
     while (token != T_ARRAY_END) {
@@ -402,6 +400,9 @@ Value* Parser::ConsumeList() {
         list->Append(stack_[i]);
     }
     stack_.resize(first);
+    if (borrowed_count_ != borrowed_before) {
+        internal::TextBorrowing::Mark(list);
+    }
     return list;
 }
 
@@ -552,28 +553,8 @@ Value* Parser::ConsumeString() {
         view_length > std::numeric_limits<uint32_t>::max()) {
         return new StringValue(std::string(view, view_length));
     }
-    borrowed_ = true;
-    auto* node = new internal::JSONStringValue(view, static_cast<uint32_t>(view_length));
-    borrowed_nodes_.push_back(node);
-    borrowed_bytes_ += view_length;
-    return node;
-}
-
-std::unique_ptr<char[]> Parser::CompactBorrowedText() {
-    // Only when the strings are a small part of the text (numbers, keys and
-    // layout make up the rest): then the tree needn't keep the whole text.
-    const std::size_t text_length = static_cast<std::size_t>(end_ - start_);
-    if (replaced_ || borrowed_bytes_ > text_length / 4) {
-        return nullptr;
-    }
-    std::unique_ptr<char[]> compact(new char[borrowed_bytes_ + 1]);
-    char* out = compact.get();
-    for (internal::JSONStringValue* node : borrowed_nodes_) {
-        std::memcpy(out, node->data(), node->length());
-        node->set_data(out);
-        out += node->length();
-    }
-    return compact;
+    ++borrowed_count_;
+    return new internal::JSONStringValue(view, static_cast<uint32_t>(view_length));
 }
 
 bool Parser::ConsumeKey(std::string* key) {
@@ -839,27 +820,16 @@ std::unique_ptr<Value> JSONReader::ReadToValue(const char* text, std::size_t len
         // Nothing points into the copy: it can go now.
         return root;
     }
-    if (root->GetType() == Value::TYPE_DICTIONARY || root->GetType() == Value::TYPE_LIST) {
-        if (std::unique_ptr<char[]> compact = parser.CompactBorrowedText()) {
-            copy = std::move(compact);
-        }
-    }
     switch (root->GetType()) {
         case Value::TYPE_DICTIONARY: {
-            auto* hidden = new internal::DictionaryHiddenRootValue(std::move(copy));
-            std::unique_ptr<Value> owner(hidden);
-            DictionaryValue* plain = nullptr;
-            root->GetAsDictionary(&plain);
-            hidden->Adopt(plain);
-            return owner;
+            DictionaryValue* parsed = nullptr;
+            root->GetAsDictionary(&parsed);
+            return std::make_unique<internal::DictionaryHiddenRootValue>(std::move(copy), parsed);
         }
         case Value::TYPE_LIST: {
-            auto* hidden = new internal::ListHiddenRootValue(std::move(copy));
-            std::unique_ptr<Value> owner(hidden);
-            ListValue* plain = nullptr;
-            root->GetAsList(&plain);
-            hidden->Adopt(plain);
-            return owner;
+            ListValue* parsed = nullptr;
+            root->GetAsList(&parsed);
+            return std::make_unique<internal::ListHiddenRootValue>(std::move(copy), parsed);
         }
         default:
             // A lone string root: give it its own text.

@@ -58,102 +58,24 @@ bool JSONStringValue::Equals(const Value* other) const {
 
 // ---------------------------------------------------------------- hidden roots
 
-namespace {
-
-void ToOwnedCopy(std::unique_ptr<Value>* value) {
-    if (*value) {
-        value->reset((*value)->DeepCopy());
-    }
+DictionaryHiddenRootValue::DictionaryHiddenRootValue(std::unique_ptr<char[]> text,
+                                                     DictionaryValue* parsed)
+    : text_(std::move(text)) {
+    TextBorrowing::MoveEntries(parsed, this);
 }
-
-}  // namespace
-
-DictionaryHiddenRootValue::DictionaryHiddenRootValue(std::unique_ptr<char[]> text)
-    : text_(std::move(text)) {}
 
 // The children go first, while the text they point into is still there.
 DictionaryHiddenRootValue::~DictionaryHiddenRootValue() {
     Clear();
 }
 
-void DictionaryHiddenRootValue::DetachChildren() {
-    std::unique_ptr<DictionaryValue> copy(DictionaryValue::DeepCopy());
-    SwapStorage(copy.get());
+ListHiddenRootValue::ListHiddenRootValue(std::unique_ptr<char[]> text, ListValue* parsed)
+    : text_(std::move(text)) {
+    TextBorrowing::MoveEntries(parsed, this);
 }
-
-bool DictionaryHiddenRootValue::Remove(const std::string& path, std::unique_ptr<Value>* out_value) {
-    if (!DictionaryValue::Remove(path, out_value)) {
-        return false;
-    }
-    if (out_value) {
-        ToOwnedCopy(out_value);
-    }
-    return true;
-}
-
-bool DictionaryHiddenRootValue::RemoveWithoutPathExpansion(const std::string& key,
-                                                           std::unique_ptr<Value>* out_value) {
-    if (!DictionaryValue::RemoveWithoutPathExpansion(key, out_value)) {
-        return false;
-    }
-    if (out_value) {
-        ToOwnedCopy(out_value);
-    }
-    return true;
-}
-
-bool DictionaryHiddenRootValue::RemovePath(const std::string& path,
-                                           std::unique_ptr<Value>* out_value) {
-    if (!DictionaryValue::RemovePath(path, out_value)) {
-        return false;
-    }
-    if (out_value) {
-        ToOwnedCopy(out_value);
-    }
-    return true;
-}
-
-void DictionaryHiddenRootValue::Swap(DictionaryValue* other) {
-    if (other == nullptr || other == this) {
-        return;
-    }
-    DetachChildren();
-    if (auto* other_root = dynamic_cast<DictionaryHiddenRootValue*>(other)) {
-        other_root->DetachChildren();
-    }
-    SwapStorage(other);
-}
-
-ListHiddenRootValue::ListHiddenRootValue(std::unique_ptr<char[]> text) : text_(std::move(text)) {}
 
 ListHiddenRootValue::~ListHiddenRootValue() {
     Clear();
-}
-
-void ListHiddenRootValue::DetachChildren() {
-    std::unique_ptr<ListValue> copy(ListValue::DeepCopy());
-    SwapStorage(copy.get());
-}
-
-bool ListHiddenRootValue::Remove(std::size_t index, std::unique_ptr<Value>* out_value) {
-    if (!ListValue::Remove(index, out_value)) {
-        return false;
-    }
-    if (out_value) {
-        ToOwnedCopy(out_value);
-    }
-    return true;
-}
-
-void ListHiddenRootValue::Swap(ListValue* other) {
-    if (other == nullptr || other == this) {
-        return;
-    }
-    DetachChildren();
-    if (auto* other_root = dynamic_cast<ListHiddenRootValue*>(other)) {
-        other_root->DetachChildren();
-    }
-    SwapStorage(other);
 }
 
 }  // namespace internal

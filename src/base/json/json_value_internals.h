@@ -27,8 +27,6 @@ public:
     bool Equals(const Value* other) const override;
 
     const char* data() const { return data_; }
-    // Moves the node onto another copy of the same bytes.
-    void set_data(const char* data) { data_ = data; }
     uint32_t length() const { return length_; }
 
 private:
@@ -38,24 +36,30 @@ private:
     const char* data_;
 };
 
-// Roots of parsed trees that borrow from the text. They own that text, and
-// whatever leaves them (by Swap or removal) leaves as a deep copy with
-// strings of its own.
+// Marks the levels of a parsed tree that hold strings pointing into the
+// text. Only the reader does this.
+struct TextBorrowing {
+    static void Mark(DictionaryValue* node) { node->borrows_text_ = true; }
+    static void Mark(ListValue* node) { node->borrows_text_ = true; }
+    static void MoveEntries(DictionaryValue* from, DictionaryValue* to) {
+        to->dictionary_.swap(from->dictionary_);
+        to->borrows_text_ = from->borrows_text_;
+        from->borrows_text_ = false;
+    }
+    static void MoveEntries(ListValue* from, ListValue* to) {
+        to->list_.swap(from->list_);
+        to->borrows_text_ = from->borrows_text_;
+        from->borrows_text_ = false;
+    }
+};
+
+// Roots of parsed trees that borrow from the text: they own that text. Every
+// level that borrows is marked, so whatever leaves any of them (by Swap or
+// removal) leaves as a deep copy with strings of its own.
 class DictionaryHiddenRootValue : public DictionaryValue {
 public:
-    explicit DictionaryHiddenRootValue(std::unique_ptr<char[]> text);
+    DictionaryHiddenRootValue(std::unique_ptr<char[]> text, DictionaryValue* parsed);
     ~DictionaryHiddenRootValue() override;
-
-    bool Remove(const std::string& path, std::unique_ptr<Value>* out_value) override;
-    bool RemoveWithoutPathExpansion(const std::string& key,
-                                    std::unique_ptr<Value>* out_value) override;
-    bool RemovePath(const std::string& path, std::unique_ptr<Value>* out_value) override;
-    void Swap(DictionaryValue* other) override;
-
-    // Takes the entries of a freshly parsed dictionary, as they are.
-    void Adopt(DictionaryValue* parsed) { SwapStorage(parsed); }
-    // Replaces every child by its deep copy, so that none borrows the text.
-    void DetachChildren();
 
 private:
     std::unique_ptr<char[]> text_;
@@ -63,14 +67,8 @@ private:
 
 class ListHiddenRootValue : public ListValue {
 public:
-    explicit ListHiddenRootValue(std::unique_ptr<char[]> text);
+    ListHiddenRootValue(std::unique_ptr<char[]> text, ListValue* parsed);
     ~ListHiddenRootValue() override;
-
-    bool Remove(std::size_t index, std::unique_ptr<Value>* out_value) override;
-    void Swap(ListValue* other) override;
-
-    void Adopt(ListValue* parsed) { SwapStorage(parsed); }
-    void DetachChildren();
 
 private:
     std::unique_ptr<char[]> text_;
