@@ -8,64 +8,56 @@ namespace {
 
 using base::FilePath;
 
-const std::wstring kSep(1, FilePath::kSeparator);
-
-std::wstring Joined(const std::wstring& base, const std::wstring& component) {
-    return FilePath(base).Append(component).value();
+// The separator the kit adds is "\\" on every system, so these texts are the
+// same on Linux and Windows.
+TEST(FilePathTest, AppendJoinsWithOneBackslash) {
+    const struct {
+        std::wstring base, component, joined;
+    } cases[] = {
+        {L"a", L"b", L"a\\b"},
+        {L"C:\\x\\", L"manifest.json", L"C:\\x\\manifest.json"},
+        {L"/opt/host", L"extensions", L"/opt/host\\extensions"},
+        // Any run of either separator at the end is replaced by one.
+        {L"a/\\//", L"b", L"a\\b"},
+        {L"", L"manifest.json", L"manifest.json"},
+        {L"a\\", L"", L"a"},
+        {L"a", L"", L"a"},
+        // The component is taken as it stands.
+        {L"a", L"/b/../c/", L"a\\/b/../c/"},
+        // Roots and drives keep their separators.
+        {L"C:", L"manifest.json", L"C:manifest.json"},
+        {L"C:\\", L"a", L"C:\\a"},
+        {L"C:/\\", L"a", L"C:/a"},
+        {L"/", L"a", L"/a"},
+        {L"\\\\", L"server", L"\\\\server"},
+        {L"///", L"server", L"//server"},
+        {L"\\\\", L"", L"\\\\"},
+        // "1:" is no drive, so its separator may go.
+        {L"1:\\", L"a", L"1:\\a"},
+        {L"1:/", L"a", L"1:\\a"},
+        {L".", L"a", L"a"},
+        {L"./", L"a", L".\\a"},
+        // Text after a NUL is not part of the component.
+        {L"a", std::wstring(L"b\0c", 3), L"a\\b"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(FilePath(c.base).Append(c.component).value(), c.joined)
+            << "'" << std::string(c.base.begin(), c.base.end()) << "' + '"
+            << std::string(c.component.begin(), c.component.end()) << "'";
+    }
+    const FilePath root(L"root/");
+    EXPECT_EQ(root.Append(FilePath(L"x")), root.AppendASCII("x"));
+    EXPECT_EQ(root.value(), L"root/");
 }
 
-TEST(FilePathTest, AppendPutsOneSystemSeparatorBetweenParts) {
-    EXPECT_EQ(Joined(L"a", L"b"), L"a" + kSep + L"b");
-    EXPECT_EQ(Joined(L"C:\\x\\", L"manifest.json"), L"C:\\x" + kSep + L"manifest.json");
-    // Any run of either separator at the end is replaced by one.
-    EXPECT_EQ(Joined(L"a/\\//", L"b"), L"a" + kSep + L"b");
-    EXPECT_EQ(Joined(L"", L"manifest.json"), L"manifest.json");
-    EXPECT_EQ(Joined(L"a\\", L""), L"a");
-    EXPECT_EQ(Joined(L"a", L""), L"a");
-    // The component is taken as it stands.
-    EXPECT_EQ(Joined(L"a", L"/b/../c/"), L"a" + kSep + L"/b/../c/");
-}
-
-TEST(FilePathTest, AppendKeepsRootsAndDrives) {
-    EXPECT_EQ(Joined(L"C:", L"manifest.json"), L"C:manifest.json");
-    EXPECT_EQ(Joined(L"C:\\", L"a"), L"C:\\a");
-    EXPECT_EQ(Joined(L"C:/\\", L"a"), L"C:/a");
-    EXPECT_EQ(Joined(L"/", L"a"), L"/a");
-    EXPECT_EQ(Joined(L"\\\\", L"server"), L"\\\\server");
-    EXPECT_EQ(Joined(L"///", L"server"), L"//server");
-    EXPECT_EQ(Joined(L"\\\\", L""), L"\\\\");
-    // "1:" is not a drive, so its separator may go.
-    EXPECT_EQ(Joined(L"1:\\", L"a"), L"1:" + kSep + L"a");
-}
-
-TEST(FilePathTest, AppendToCurrentDirectoryGivesComponentAlone) {
-    EXPECT_EQ(Joined(L".", L"a"), L"a");
-    EXPECT_EQ(Joined(L"./", L"a"), L"." + kSep + L"a");
-}
-
-TEST(FilePathTest, TextIsCutAtFirstNul) {
+TEST(FilePathTest, ConstructionCutsAtNulAndAsciiWidensBytes) {
     const std::wstring withNul(L"b\0c", 3);
-    EXPECT_EQ(Joined(L"a", withNul), L"a" + kSep + L"b");
     EXPECT_EQ(FilePath(withNul).value(), L"b");
     EXPECT_EQ(FilePath(withNul.data(), withNul.size()).value(), L"b");
     EXPECT_EQ(FilePath(L"abc", 2).value(), L"ab");
     EXPECT_TRUE(FilePath(nullptr, 4).empty());
-}
-
-TEST(FilePathTest, AppendLeavesReceiverAndTakesPaths) {
-    const FilePath root(L"root/");
-    FilePath joined = root.Append(FilePath(L"x"));
-    EXPECT_EQ(root.value(), L"root/");
-    EXPECT_EQ(joined.value(), L"root" + kSep + L"x");
-    EXPECT_EQ(joined, root.AppendASCII("x"));
-    EXPECT_NE(joined, root);
-}
-
-TEST(FilePathTest, AppendAsciiWidensEachByte) {
     const std::wstring got = FilePath().AppendASCII("a\xE9\xFF").value();
-    ASSERT_EQ(got.size(), 3u);
-    EXPECT_EQ(got[1], static_cast<wchar_t>(0xE9));
-    EXPECT_EQ(got[2], static_cast<wchar_t>(0xFF));
+    EXPECT_EQ(got, (std::wstring{L'a', static_cast<wchar_t>(0xE9), static_cast<wchar_t>(0xFF)}));
 }
 
 TEST(FilePathTest, ReferencesParentFindsDotDotComponents) {

@@ -39,50 +39,41 @@ protected:
     fs::path dir_;
 };
 
-TEST_F(FileUtilTest, ReadsBytesUnchanged) {
-    const std::string bytes("\xEF\xBB\xBF{\"a\":1}\r\n\0tail", 16);
-    FilePath path = Write("bom.json", bytes);
-    std::string contents = "old";
-    ASSERT_TRUE(base::ReadFileToString(path, &contents));
-    EXPECT_EQ(contents, bytes);
-    // Without a buffer the answer only says whether the file reads.
-    EXPECT_TRUE(base::ReadFileToString(path, nullptr));
-}
-
-TEST_F(FileUtilTest, ReadsAcrossManyBlocks) {
-    std::string bytes(3 * 65536 + 123, '\0');
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = static_cast<char>(i * 7 + i / 65536);
+TEST_F(FileUtilTest, ReadsWholeFilesAsBytes) {
+    std::string big(3 * 65536 + 123, '\0');
+    for (std::size_t i = 0; i < big.size(); ++i) {
+        big[i] = static_cast<char>(i * 7 + i / 65536);
     }
-    std::string contents;
-    ASSERT_TRUE(base::ReadFileToString(Write("big.bin", bytes), &contents));
-    EXPECT_EQ(contents.size(), bytes.size());
-    EXPECT_TRUE(contents == bytes);
+    const std::pair<const char*, std::string> files[] = {
+        // Nothing is decoded or stripped, a byte order mark included.
+        {"bom.json", std::string("\xEF\xBB\xBF{\"a\":1}\r\n\0tail", 16)},
+        {"big.bin", big},
+        {"empty", ""},
+    };
+    for (const auto& file : files) {
+        std::string contents = "old";
+        ASSERT_TRUE(base::ReadFileToString(Write(file.first, file.second), &contents))
+            << file.first;
+        EXPECT_TRUE(contents == file.second) << file.first;
+        EXPECT_TRUE(base::ReadFileToString(Path(file.first), nullptr));
+    }
 }
 
-TEST_F(FileUtilTest, EmptyFileReadsAsEmpty) {
-    std::string contents = "old";
-    EXPECT_TRUE(base::ReadFileToString(Write("empty", ""), &contents));
-    EXPECT_TRUE(contents.empty());
-}
-
-TEST_F(FileUtilTest, MissingFileOrDirectoryFailsAndClears) {
-    std::string contents = "old";
-    EXPECT_FALSE(base::ReadFileToString(Path("missing"), &contents));
-    EXPECT_TRUE(contents.empty());
-    EXPECT_FALSE(base::ReadFileToString(Path("sub"), &contents));
-}
-
-TEST_F(FileUtilTest, ParentReferenceIsRefusedEvenWhenFileExists) {
+TEST_F(FileUtilTest, RefusalsClearTheContents) {
     Write("target", "data");
-    FilePath viaParent = Path("sub").AppendASCII("..").AppendASCII("target");
-    ASSERT_TRUE(base::PathExists(viaParent));
-    std::string contents = "old";
-    EXPECT_FALSE(base::ReadFileToString(viaParent, &contents));
-    EXPECT_TRUE(contents.empty());
-    // Trailing blanks do not hide the "..".
-    EXPECT_FALSE(
-        base::ReadFileToString(Path("sub").AppendASCII(".. ").AppendASCII("target"), &contents));
+    const FilePath refused[] = {
+        Path("missing"),
+        Path("sub"),
+        // A ".." is refused even when the file is there, trailing blanks or not.
+        Path("sub").AppendASCII("..").AppendASCII("target"),
+        Path("sub").AppendASCII(".. ").AppendASCII("target"),
+    };
+    ASSERT_TRUE(base::PathExists(refused[2]));
+    for (const FilePath& path : refused) {
+        std::string contents = "old";
+        EXPECT_FALSE(base::ReadFileToString(path, &contents));
+        EXPECT_TRUE(contents.empty());
+    }
 }
 
 TEST_F(FileUtilTest, ReadErrorReportsFailure) {

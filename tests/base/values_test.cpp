@@ -249,17 +249,4 @@ TEST(ListValue, AccessorsCheckRangeAndType) {
     EXPECT_EQ(other.GetSize(), 2u);
 }
 
-TEST(BinaryValue, OwnsACopyOfItsBuffer) {
-    char bytes[] = {'a', 0, 'b'};
-    std::unique_ptr<BinaryValue> bin = BinaryValue::CreateWithCopiedBuffer(bytes, 3);
-    bytes[0] = 'z';
-    EXPECT_EQ(bin->GetSize(), 3u);
-    EXPECT_EQ(bin->GetBuffer()[0], 'a');
-    const BinaryValue* as_binary = nullptr;
-    EXPECT_TRUE(bin->GetAsBinary(&as_binary));
-    std::unique_ptr<Value> copy = bin->CreateDeepCopy();
-    EXPECT_TRUE(copy->Equals(bin.get()));
-    EXPECT_FALSE(BinaryValue::CreateWithCopiedBuffer(bytes, 3)->Equals(bin.get()));
-}
-
 }  // namespace
