@@ -228,12 +228,45 @@ std::size_t GetLibraryDirectory(wchar_t* buffer, std::size_t capacity) {
     return n;
 }
 
+bool DebuggerPresent() {
+    // A debugger here is a tracer; the status file names its process.
+    int fd = ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    char status[4096];
+    size_t used = 0;
+    while (used < sizeof status - 1) {
+        ssize_t n = ::read(fd, status + used, sizeof status - 1 - used);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            break;
+        }
+        used += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    status[used] = '\0';
+    const char* field = std::strstr(status, "\nTracerPid:");
+    if (!field) {
+        return false;
+    }
+    field += std::strlen("\nTracerPid:");
+    while (*field == ' ' || *field == '\t') {
+        ++field;
+    }
+    return *field >= '1' && *field <= '9';
+}
+
 void DebugOutput(const char* text) {
-    if (text && internal::CaptureDebugOutput(text)) {
+    if (!text || internal::CaptureDebugOutput(text)) {
         return;
     }
-    // There is no debugger channel here; standard error is the nearest one.
-    if (text) {
+    // Standard error is the nearest thing to a debugger channel here. As on
+    // Windows, nobody sees the text unless a debugger is attached, so it
+    // must not land in the host's console otherwise.
+    if (DebuggerPresent()) {
         std::fputs(text, stderr);
     }
 }

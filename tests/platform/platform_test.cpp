@@ -372,15 +372,23 @@ TEST_F(PlatformTest, InjectedFailuresCountDownAndReportTheirCode) {
     pf::CloseLibrary(kitHandle);
 }
 
-TEST_F(PlatformTest, DebugOutputGoesToTheCapture) {
+TEST_F(PlatformTest, DebugOutputReachesTheCaptureAlwaysAndTheConsoleOnlyUnderADebugger) {
     std::string seen;
     pf::testing::SetDebugOutputCapture([&](const char* text) { seen += text; });
     pf::DebugOutput("one ");
     pf::DebugOutput(nullptr);
     pf::DebugOutput("two\n");
     pf::testing::SetDebugOutputCapture(nullptr);
-    pf::DebugOutput("not captured\n");
     EXPECT_EQ(seen, "one two\n");
+
+    ::testing::internal::CaptureStderr();
+    pf::DebugOutput("not captured\n");
+    std::string console = ::testing::internal::GetCapturedStderr();
+#if defined(_WIN32)
+    EXPECT_EQ(console, "");
+#else
+    EXPECT_EQ(console, pf::DebuggerPresent() ? "not captured\n" : "");
+#endif
 }
 
 }  // namespace
