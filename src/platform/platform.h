@@ -37,6 +37,10 @@ QZEKIT_EXPORT int SetLibraryDirectory(const wchar_t* directory);
 // `capacity` wide characters. Returns the length copied.
 QZEKIT_EXPORT std::size_t GetLibraryDirectory(wchar_t* buffer, std::size_t capacity);
 // The failure code of the last failed operation of this layer on this thread.
+// Windows numbers on both systems; after a failed OpenLibrary: 126 the file or
+// a dependency is missing, 127 a dependency lacks a function the library
+// needs, 193 the file or a dependency is not a library of this machine, 5 the
+// file can't be read.
 QZEKIT_EXPORT uint32_t LastError();
 
 // ---- Diagnostics -----------------------------------------------------------
