@@ -37,11 +37,20 @@ QZEKIT_EXPORT int SetLibraryDirectory(const wchar_t* directory);
 // `capacity` wide characters. Returns the length copied.
 QZEKIT_EXPORT std::size_t GetLibraryDirectory(wchar_t* buffer, std::size_t capacity);
 // The failure code of the last failed operation of this layer on this thread.
+// Windows numbers on both systems; after a failed OpenLibrary: 126 the file or
+// a dependency is missing, 127 a dependency lacks a function the library
+// needs, 193 the file or a dependency is not a library of this machine, 5 the
+// file can't be read.
 QZEKIT_EXPORT uint32_t LastError();
 
 // ---- Diagnostics -----------------------------------------------------------
 
-// Writes text to the debugger channel, as it stands (no line end added).
+// True when a debugger is attached to this process: IsDebuggerPresent on
+// Windows, a tracer (non-zero "TracerPid:" in /proc/self/status) on Linux.
+QZEKIT_EXPORT bool DebuggerPresent();
+// Writes text to the debugger channel, as it stands (no line end added), but
+// only while a debugger is attached: on Linux that channel is standard error,
+// which is the host's console. A capture set by a test gets the text always.
 QZEKIT_EXPORT void DebugOutput(const char* text);
 
 // ---- Module path and files -------------------------------------------------
@@ -128,8 +137,9 @@ QZEKIT_EXPORT void InjectFailure(Operation op, int times = -1, uint32_t errorCod
 QZEKIT_EXPORT void ClearFailures();
 // Substitutes the executable path; an empty text restores the real one.
 QZEKIT_EXPORT void SetExecutablePathOverride(const std::wstring& path);
-// Sends DebugOutput text to `capture` instead of the debugger channel; an
-// empty function restores the channel.
+// Sends DebugOutput text to `capture` instead of the debugger channel,
+// whether a debugger is attached or not; an empty function restores the
+// channel.
 QZEKIT_EXPORT void SetDebugOutputCapture(std::function<void(const char*)> capture);
 
 }  // namespace testing

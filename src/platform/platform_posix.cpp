@@ -3,12 +3,14 @@
 #include <dlfcn.h>
 #include <elf.h>
 #include <fcntl.h>
+#include <locale.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -27,6 +29,7 @@ namespace {
 // Error codes reported by LastError. They carry the Windows numbers, so that
 // log lines read the same on both systems.
 constexpr uint32_t kErrorFileNotFound = 2;
+constexpr uint32_t kErrorAccessDenied = 5;
 constexpr uint32_t kErrorModNotFound = 126;
 constexpr uint32_t kErrorProcNotFound = 127;
 constexpr uint32_t kErrorBadExeFormat = 193;
@@ -130,11 +133,81 @@ std::vector<std::string> NeededLibraries(const std::string& path) {
     return {};
 }
 
+// dlerror's text in the C locale. glibc translates the message and the errno
+// text when dlerror runs, so a host that set its own locale would otherwise
+// get words this file can't read.
+std::string LoaderMessage() {
+    static const locale_t c = ::newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+    locale_t previous = c ? ::uselocale(c) : static_cast<locale_t>(0);
+    const char* text = ::dlerror();
+    std::string message = text ? text : "";
+    if (c) {
+        ::uselocale(previous);
+    }
+    return message;
+}
+
+bool Contains(const std::string& text, const char* part) {
+    return text.find(part) != std::string::npos;
+}
+
+bool Names(const std::string& message, const std::string& file) {
+    return message.size() > file.size() + 1 && message.compare(0, file.size(), file) == 0 &&
+           message.compare(file.size(), 2, ": ") == 0;
+}
+
+// The Windows code for a failed dlopen of `file`, from the loader's message.
+uint32_t OpenFailureCode(const std::string& file, const std::string& message) {
+    // A dependency lacks a function (or the version of it) that the library
+    // needs.
+    static const char* const kMissingFunction[] = {"undefined symbol", "not defined in file",
+                                                   "' not found (required by"};
+    // The file, or a dependency, is not a library of this machine.
+    static const char* const kBadImage[] = {"invalid ELF header",
+                                            "file too short",
+                                            "wrong ELF class",
+                                            "ELF file",
+                                            "nonzero padding in e_ident",
+                                            "only ET_DYN and ET_EXEC",
+                                            "cannot dynamically load"};
+    for (const char* part : kMissingFunction) {
+        if (Contains(message, part)) {
+            return kErrorProcNotFound;
+        }
+    }
+    for (const char* part : kBadImage) {
+        if (Contains(message, part)) {
+            return kErrorBadExeFormat;
+        }
+    }
+    struct stat st;
+    bool exists = ::stat(file.c_str(), &st) == 0;
+    if (Contains(message, "cannot open shared object file")) {
+        // The loader names what it could not open: the file or a dependency.
+        if (!exists || !Names(message, file)) {
+            return kErrorModNotFound;
+        }
+        // The file is there, yet the loader passed it over: it can't be read,
+        // or it was built for another machine.
+        return Contains(message, "Permission denied") ? kErrorAccessDenied : kErrorBadExeFormat;
+    }
+    return exists ? kErrorBadExeFormat : kErrorModNotFound;
+}
+
+// A dependency from the search directory that could not be opened.
+struct PreloadFailure {
+    std::string name;  // as the library that needs it names it
+    std::string path;
+    std::string message;
+};
+
 // The loader has no extra search directory of its own. Opening, by full path,
 // every dependency that lies in that directory (depth first) makes glibc
-// reuse it by its soname when the library itself is opened.
+// reuse it when the library itself is opened. It matches an open library by
+// its soname only, so a dependency built without one is not found this way.
 void PreloadFromDirectory(const std::string& library, const std::string& directory,
-                          std::vector<void*>* held, int depth) {
+                          std::vector<void*>* held, std::vector<PreloadFailure>* failures,
+                          int depth) {
     if (depth > 16) {
         return;
     }
@@ -147,9 +220,11 @@ void PreloadFromDirectory(const std::string& library, const std::string& directo
         if (::stat(candidate.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
             continue;
         }
-        PreloadFromDirectory(candidate, directory, held, depth + 1);
+        PreloadFromDirectory(candidate, directory, held, failures, depth + 1);
         if (void* h = ::dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL)) {
             held->push_back(h);
+        } else {
+            failures->push_back({name, candidate, LoaderMessage()});
         }
     }
 }
@@ -171,13 +246,27 @@ LibraryHandle OpenLibrary(const wchar_t* path) {
         extra = ExtraDirectory();
     }
     std::vector<void*> preloaded;
+    std::vector<PreloadFailure> failures;
     if (!extra.empty()) {
-        PreloadFromDirectory(file, ToSystemPath(extra), &preloaded, 0);
+        PreloadFromDirectory(file, ToSystemPath(extra), &preloaded, &failures, 0);
     }
     void* handle = ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!handle) {
-        struct stat st;
-        SetLastErrorCode(::stat(file.c_str(), &st) == 0 ? kErrorBadExeFormat : kErrorModNotFound);
+        std::string failed = file;
+        std::string message = LoaderMessage();
+        // A dependency from the search directory that failed to open shows up
+        // here as not found; its own failure tells the real reason.
+        for (size_t hop = 0; hop < failures.size(); ++hop) {
+            auto cause = std::find_if(failures.begin(), failures.end(), [&](const auto& f) {
+                return f.path != failed && Names(message, f.name);
+            });
+            if (cause == failures.end()) {
+                break;
+            }
+            failed = cause->path;
+            message = cause->message;
+        }
+        SetLastErrorCode(OpenFailureCode(failed, message));
     }
     // The library now holds its own references to what it needs.
     for (void* h : preloaded) {
@@ -228,12 +317,45 @@ std::size_t GetLibraryDirectory(wchar_t* buffer, std::size_t capacity) {
     return n;
 }
 
+bool DebuggerPresent() {
+    // A debugger here is a tracer; the status file names its process.
+    int fd = ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    char status[4096];
+    size_t used = 0;
+    while (used < sizeof status - 1) {
+        ssize_t n = ::read(fd, status + used, sizeof status - 1 - used);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            break;
+        }
+        used += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    status[used] = '\0';
+    const char* field = std::strstr(status, "\nTracerPid:");
+    if (!field) {
+        return false;
+    }
+    field += std::strlen("\nTracerPid:");
+    while (*field == ' ' || *field == '\t') {
+        ++field;
+    }
+    return *field >= '1' && *field <= '9';
+}
+
 void DebugOutput(const char* text) {
-    if (text && internal::CaptureDebugOutput(text)) {
+    if (!text || internal::CaptureDebugOutput(text)) {
         return;
     }
-    // There is no debugger channel here; standard error is the nearest one.
-    if (text) {
+    // Standard error is the nearest thing to a debugger channel here. As on
+    // Windows, nobody sees the text unless a debugger is attached, so it
+    // must not land in the host's console otherwise.
+    if (DebuggerPresent()) {
         std::fputs(text, stderr);
     }
 }

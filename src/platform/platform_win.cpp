@@ -123,11 +123,17 @@ std::size_t GetLibraryDirectory(wchar_t* buffer, std::size_t capacity) {
     }
 }
 
+bool DebuggerPresent() {
+    return ::IsDebuggerPresent() != FALSE;
+}
+
 void DebugOutput(const char* text) {
-    if (text && internal::CaptureDebugOutput(text)) {
+    if (!text || internal::CaptureDebugOutput(text)) {
         return;
     }
-    if (text) {
+    // Without a debugger of its own the process stays quiet, even when a
+    // system-wide listener would pick the text up.
+    if (DebuggerPresent()) {
         ::OutputDebugStringA(text);
     }
 }

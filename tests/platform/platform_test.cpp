@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,10 +24,15 @@ namespace fs = std::filesystem;
 namespace pf = qzextensionkit::platform;
 using pf::testing::Operation;
 
-#if defined(_WIN32)
 constexpr uint32_t kModNotFound = 126;
-#endif
 constexpr uint32_t kProcNotFound = 127;
+constexpr uint32_t kBadExeFormat = 193;
+
+#if defined(_WIN32)
+constexpr const char kLibrarySuffix[] = ".dll";
+#else
+constexpr const char kLibrarySuffix[] = ".so";
+#endif
 
 std::wstring Wide(const fs::path& p) {
 #if defined(_WIN32)
@@ -45,20 +51,22 @@ std::wstring WithSeparator(std::wstring path, wchar_t separator) {
     return path;
 }
 
+fs::path TestPlugins() {
+    return fs::u8path(QZEKIT_TEST_BIN_DIR) / "test_plugins";
+}
+
+fs::path Library(const fs::path& dir, const std::string& name) {
+    return dir / fs::u8path(name + kLibrarySuffix);
+}
+
 // The kit library sits beside the test program.
 std::wstring KitLibraryPath() {
     fs::path dir = fs::path(pf::ExecutablePath()).parent_path();
 #if defined(_WIN32)
-    const char* names[] = {"qzextensionkit.dll"};
+    return Wide(dir / "qzextensionkit.dll");
 #else
-    const char* names[] = {"libqzextensionkit.so"};
+    return Wide(dir / "libqzextensionkit.so");
 #endif
-    for (const char* name : names) {
-        if (fs::exists(dir / name)) {
-            return Wide(dir / name);
-        }
-    }
-    return std::wstring();
 }
 
 // A fresh directory under the system's temporary folder, removed afterwards.
@@ -110,11 +118,8 @@ std::string ReadAll(pf::FileHandle file) {
 
 TEST_F(PlatformTest, ExecutablePathNamesThisProgramUnlessOverridden) {
     std::wstring real = pf::ExecutablePath();
-    ASSERT_FALSE(real.empty());
-    fs::path asPath(real);
-    EXPECT_TRUE(asPath.is_absolute());
-    EXPECT_EQ(asPath.stem().string(), "qzekit_platform_tests");
-    EXPECT_TRUE(pf::FileExists(real));
+    ASSERT_TRUE(fs::path(real).is_absolute());
+    EXPECT_EQ(fs::path(real).stem().string(), "qzekit_platform_tests");
 
     pf::testing::SetExecutablePathOverride(L"C:\\host\\client.exe");
     EXPECT_EQ(pf::ExecutablePath(), L"C:\\host\\client.exe");
@@ -122,37 +127,37 @@ TEST_F(PlatformTest, ExecutablePathNamesThisProgramUnlessOverridden) {
     EXPECT_EQ(pf::ExecutablePath(), real);
 }
 
-TEST_F(PlatformTest, FileExistsForFilesAndDirectoriesOnly) {
-    TempDir dir;
-    fs::path file = dir.Write("present.txt", "x");
-    EXPECT_TRUE(pf::FileExists(Wide(file)));
-    EXPECT_TRUE(pf::FileExists(Wide(dir.path())));
-    EXPECT_FALSE(pf::FileExists(Wide(dir.path() / "absent.txt")));
-    EXPECT_NE(pf::LastError(), 0u);
-    EXPECT_FALSE(pf::FileExists(Wide(dir.path() / "absent" / "deeper.txt")));
-}
-
-TEST_F(PlatformTest, FilesReadWholeWithEitherSeparatorAndWideNames) {
+TEST_F(PlatformTest, FilesExistAndReadWholeByEitherSeparator) {
     TempDir dir;
     // Bytes that a text-mode read would change, and a name outside ASCII.
     const std::string bytes("a\r\nb\0c\x1a\xff", 8);
-    fs::path file = dir.Write("d\xc3\xa4ta-\xe2\x82\xac.bin", bytes);
-    for (wchar_t sep : {L'/', L'\\'}) {
-        std::wstring path = WithSeparator(Wide(file), sep);
-        EXPECT_TRUE(pf::FileExists(path));
-        pf::FileHandle handle = pf::OpenFileForRead(path);
-        ASSERT_NE(handle, nullptr) << base::WideToUTF8(path);
-        EXPECT_EQ(ReadAll(handle), bytes);
-        pf::CloseFile(handle);
+    const fs::path file = dir.Write("d\xc3\xa4ta-\xe2\x82\xac.bin", bytes);
+    struct Case {
+        fs::path path;
+        bool exists;
+        bool reads;
+    };
+    const Case cases[] = {
+        {file, true, true},
+        {dir.path(), true, false},  // a directory exists but has no contents to read
+        {dir.path() / "absent.bin", false, false},
+        {dir.path() / "absent" / "deeper.bin", false, false},
+    };
+    for (const Case& c : cases) {
+        for (wchar_t separator : {L'/', L'\\'}) {
+            std::wstring path = WithSeparator(Wide(c.path), separator);
+            SCOPED_TRACE(base::WideToUTF8(path));
+            EXPECT_EQ(pf::FileExists(path), c.exists);
+            pf::FileHandle handle = pf::OpenFileForRead(path);
+            ASSERT_EQ(handle != nullptr, c.reads);
+            if (handle) {
+                EXPECT_EQ(ReadAll(handle), bytes);
+                pf::CloseFile(handle);
+            } else {
+                EXPECT_NE(pf::LastError(), 0u);
+            }
+        }
     }
-}
-
-TEST_F(PlatformTest, OpeningMissingFilesOrDirectoriesFails) {
-    TempDir dir;
-    EXPECT_EQ(pf::OpenFileForRead(Wide(dir.path() / "absent.bin")), nullptr);
-    EXPECT_NE(pf::LastError(), 0u);
-    EXPECT_EQ(pf::OpenFileForRead(Wide(dir.path())), nullptr);
-    EXPECT_NE(pf::LastError(), 0u);
 }
 
 TEST_F(PlatformTest, GuidsAreRandomVersionFourInBraceForm) {
@@ -160,28 +165,13 @@ TEST_F(PlatformTest, GuidsAreRandomVersionFourInBraceForm) {
     ASSERT_TRUE(pf::CreateGuid(&a));
     ASSERT_TRUE(pf::CreateGuid(&b));
     EXPECT_NE(std::memcmp(&a, &b, sizeof a), 0);
-
-    std::wstring text = pf::FormatGuid(a);
-    ASSERT_EQ(text.size(), 38u);
-    EXPECT_EQ(text.front(), L'{');
-    EXPECT_EQ(text.back(), L'}');
-    for (size_t i = 1; i < 37; ++i) {
-        if (i == 9 || i == 14 || i == 19 || i == 24) {
-            EXPECT_EQ(text[i], L'-') << i;
-        } else {
-            EXPECT_TRUE((text[i] >= L'0' && text[i] <= L'9') ||
-                        (text[i] >= L'A' && text[i] <= L'F'))
-                << "position " << i;
-        }
-    }
-    EXPECT_EQ(text[15], L'4');
-    EXPECT_NE(std::wstring(L"89AB").find(text[20]), std::wstring::npos);
     EXPECT_EQ((a.Data3 >> 12), 4);
     EXPECT_EQ(a.Data4[0] & 0xC0, 0x80);
 
-    // Text and binary forms agree field by field.
-    by::GUID back = by::ParseGuid(base::WideToUTF8(text).c_str(), true);
-    EXPECT_TRUE(by::IsEqualId(back, a));
+    // Text and binary forms agree field by field, in capitals.
+    std::wstring text = pf::FormatGuid(a);
+    ASSERT_EQ(text.size(), 38u);
+    EXPECT_TRUE(by::IsEqualId(by::ParseGuid(base::WideToUTF8(text).c_str(), true), a));
     EXPECT_EQ(pf::FormatGuid(by::IID_IQZEBundle), L"{E50226D4-EE3F-4A64-B53E-50114F0C99C7}");
 }
 
@@ -257,28 +247,107 @@ TEST_F(PlatformTest, RecursiveLockReentersAndExcludes) {
     EXPECT_EQ(counter, 40000);
 }
 
-TEST_F(PlatformTest, LibraryLoadingReportsSystemCodes) {
-    TempDir dir;
-    EXPECT_EQ(pf::OpenLibrary(Wide(dir.path() / "absent-library.bin").c_str()), nullptr);
-    EXPECT_NE(pf::LastError(), 0u);
-#if defined(_WIN32)
-    EXPECT_EQ(pf::LastError(), kModNotFound);
-#endif
-    fs::path text = dir.Write("not-a-library.dll", "plain text");
-    EXPECT_EQ(pf::OpenLibrary(Wide(text).c_str()), nullptr);
-    EXPECT_NE(pf::LastError(), 0u);
-
-    std::wstring kit = KitLibraryPath();
-    ASSERT_FALSE(kit.empty());
-    pf::LibraryHandle handle = pf::OpenLibrary(kit.c_str());
+TEST_F(PlatformTest, ExportsAreFoundByExactName) {
+    pf::LibraryHandle handle = pf::OpenLibrary(KitLibraryPath().c_str());
     ASSERT_NE(handle, nullptr) << pf::LastError();
     // Both toolchains mangle C++ names the same way.
     void* found = pf::FindExport(handle, "_ZN14qzextensionkit8platform9LastErrorEv");
     EXPECT_EQ(found, reinterpret_cast<void*>(&pf::LastError));
-    EXPECT_EQ(pf::FindExport(handle, "NoSuchExport"), nullptr);
+    EXPECT_EQ(pf::FindExport(handle, "_ZN14qzextensionkit8platform9lasterrorEv"), nullptr);
     EXPECT_EQ(pf::LastError(), kProcNotFound);
     pf::CloseLibrary(handle);
 }
+
+// The first 64 bytes of an ELF shared object: enough for the loader to judge
+// the class and the machine.
+std::string ElfHeader(unsigned char elfClass, unsigned char machine) {
+    std::string header(64, '\0');
+    header.replace(0, 4, "\177ELF");
+    header[4] = static_cast<char>(elfClass);
+    header[5] = 1;   // little-endian
+    header[6] = 1;   // ELF version
+    header[16] = 3;  // ET_DYN
+    header[18] = static_cast<char>(machine);
+    header[20] = 1;  // e_version
+    return header;
+}
+
+// A library that fails to open, and the code a Windows host would see.
+struct OpenFailure {
+    const char* name;
+    // Prepares the case in a fresh folder; returns the library to open.
+    fs::path (*prepare)(const TempDir& dir);
+    uint32_t code;
+    // Why Wine answers otherwise than Windows, where it does.
+    const char* wineDiffers;
+};
+
+void PrintTo(const OpenFailure& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class OpenFailureTest : public PlatformTest, public ::testing::WithParamInterface<OpenFailure> {};
+
+bool UnderWine() {
+#if defined(_WIN32)
+    pf::LibraryHandle ntdll = pf::OpenLibrary(L"ntdll.dll");
+    bool wine = ntdll && pf::FindExport(ntdll, "wine_get_version");
+    pf::CloseLibrary(ntdll);
+    return wine;
+#else
+    return false;
+#endif
+}
+
+TEST_P(OpenFailureTest, ReportsTheWindowsCode) {
+    const OpenFailure& c = GetParam();
+    if (c.wineDiffers && UnderWine()) {
+        GTEST_SKIP() << c.wineDiffers;
+    }
+    TempDir dir;
+    fs::path library = c.prepare(dir);
+    pf::LibraryHandle handle = pf::OpenLibrary(Wide(library).c_str());
+    uint32_t code = pf::LastError();
+    pf::CloseLibrary(handle);
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_EQ(code, c.code);
+}
+
+const OpenFailure kOpenFailures[] = {
+    {"MissingFile", [](const TempDir& d) { return d.path() / "absent.so"; }, kModNotFound, nullptr},
+    {"ShortText", [](const TempDir& d) { return d.Write("text.so", "plain text"); }, kBadExeFormat,
+     nullptr},
+    {"HeaderSizedText", [](const TempDir& d) { return d.Write("text.so", std::string(256, 'x')); },
+     kBadExeFormat, nullptr},
+    {"ElfOfTheOtherClass",
+     [](const TempDir& d) { return d.Write("elf.so", ElfHeader(sizeof(void*) == 8 ? 1 : 2, 62)); },
+     kBadExeFormat, nullptr},
+    // Taken by glibc for a missing file, though the file is there.
+    {"ElfForAnotherMachine",
+     [](const TempDir& d) { return d.Write("elf.so", ElfHeader(sizeof(void*) == 8 ? 2 : 1, 43)); },
+     kBadExeFormat, nullptr},
+    {"DependencyMissing",
+     [](const TempDir&) {
+         return Library(TestPlugins() / "dep_bundle", "qzekit_plugin_dependent");
+     },
+     kModNotFound, nullptr},
+    {"DependencyIsNoLibrary",
+     [](const TempDir& d) {
+         d.Write(std::string("qzekit_plugin_dep_helper") + kLibrarySuffix, "plain text");
+         pf::SetLibraryDirectory(Wide(d.path()).c_str());
+         return Library(TestPlugins() / "dep_bundle", "qzekit_plugin_dependent");
+     },
+     kBadExeFormat, "Wine passes over a dependency that is not a PE file and reports it missing"},
+    {"DependencyLacksAFunction",
+     [](const TempDir&) {
+         pf::SetLibraryDirectory(Wide(TestPlugins() / "symbol_short").c_str());
+         return Library(TestPlugins(), "qzekit_plugin_symbol_user");
+     },
+     kProcNotFound, "Wine binds a missing import to a stub and loads the library"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, OpenFailureTest, ::testing::ValuesIn(kOpenFailures),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(PlatformTest, LibraryDirectoryRoundTrips) {
     TempDir dir;
@@ -304,19 +373,17 @@ TEST_F(PlatformTest, LibraryDirectoryRoundTrips) {
 
 TEST_F(PlatformTest, InjectedFailuresCountDownAndReportTheirCode) {
     TempDir dir;
-    fs::path file = dir.Write("f.txt", "abc");
-    const std::wstring path = Wide(file);
+    const std::wstring path = Wide(dir.Write("f.txt", "abc"));
     const std::wstring kit = KitLibraryPath();
-
-    struct Case {
-        Operation op;
-        std::function<bool()> succeeds;
-    };
     pf::LibraryHandle kitHandle = pf::OpenLibrary(kit.c_str());
     ASSERT_NE(kitHandle, nullptr);
     pf::FileHandle open = pf::OpenFileForRead(path);
     ASSERT_NE(open, nullptr);
     static pf::OnceFlag once;
+    struct Case {
+        Operation op;
+        std::function<bool()> succeeds;
+    };
     const Case cases[] = {
         {Operation::kOpenLibrary,
          [&] {
@@ -372,15 +439,23 @@ TEST_F(PlatformTest, InjectedFailuresCountDownAndReportTheirCode) {
     pf::CloseLibrary(kitHandle);
 }
 
-TEST_F(PlatformTest, DebugOutputGoesToTheCapture) {
+TEST_F(PlatformTest, DebugOutputReachesTheCaptureAlwaysAndTheConsoleOnlyUnderADebugger) {
     std::string seen;
     pf::testing::SetDebugOutputCapture([&](const char* text) { seen += text; });
     pf::DebugOutput("one ");
     pf::DebugOutput(nullptr);
     pf::DebugOutput("two\n");
     pf::testing::SetDebugOutputCapture(nullptr);
-    pf::DebugOutput("not captured\n");
     EXPECT_EQ(seen, "one two\n");
+
+    ::testing::internal::CaptureStderr();
+    pf::DebugOutput("not captured\n");
+    std::string console = ::testing::internal::GetCapturedStderr();
+#if defined(_WIN32)
+    EXPECT_EQ(console, "");
+#else
+    EXPECT_EQ(console, pf::DebuggerPresent() ? "not captured\n" : "");
+#endif
 }
 
 }  // namespace
