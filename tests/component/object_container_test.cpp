@@ -69,16 +69,15 @@ protected:
         return Lines(all.end() - std::min(n, all.size()), all.end());
     }
     by::CComLoader* Load(const std::string& name) {
-        loaders_.push_back(std::make_unique<by::CComLoader>());
-        bool loaded = loaders_.back()->LoadCom(qzetest::TestPluginPath(name).c_str());
+        const bool loaded = loader_.LoadCom(qzetest::TestPluginPath(name).c_str());
         log_->Clear();
-        return loaded ? loaders_.back().get() : nullptr;
+        return loaded ? &loader_ : nullptr;
     }
 
     std::shared_ptr<qzetest::CapturedLines> log_ = qzetest::CaptureLog();
     qzetest::DebugCapture debug_;  // keeps the loader's lines out of the output
     // Before the container: what it keeps must outlive it.
-    std::vector<std::unique_ptr<by::CComLoader>> loaders_;
+    by::CComLoader loader_;
     Object objects_[3];
     std::atomic<int> calls_{0};
     QZEObjectContainer container_;
