@@ -67,23 +67,21 @@ TEST_F(ExtensionManagerFacade, EmptyFacadeLogsEachOperationsMessageAtLevelZeroAn
     void* p = nullptr;
     std::vector<void*> list;
     // Braced lists run left to right, so the log keeps this order.
-    const bool results[] = {
-        (facade->SetFoundationVersion("1.2.3"), false),
-        facade->Load(),
-        facade->Unload(),
-        facade->GetExtension("p", &p),
-        facade->GetExtensionList("p", list),
-        facade->GetExtensionById("e", &p),
-        facade->unRegisterExtension("c"),
-        facade->RegisterExtension([](auto&&...) { return true; }, "c", true),
-        facade->GetLibFileVerifyEnable(),
-        (facade->SetLibFileVerifyEnable(true), false),
-        facade->GetSignVerifyEnable(),
-        (facade->SetSignVerifyEnable(true), false),
-        facade->SetSecKey(std::string(32, 'k')),
-        facade->SetDebugModeEnable(true),
-        (facade->SetFetchExtensionAuthInfoCallback(nullptr), false),
-    };
+    const bool results[] = {(facade->SetFoundationVersion("1.2.3"), false),
+                            facade->Load(),
+                            facade->Unload(),
+                            facade->GetExtension("p", &p),
+                            facade->GetExtensionList("p", list),
+                            facade->GetExtensionById("e", &p),
+                            facade->unRegisterExtension("c"),
+                            facade->RegisterExtension([](auto&&...) { return true; }, "c", true),
+                            facade->GetLibFileVerifyEnable(),
+                            (facade->SetLibFileVerifyEnable(true), false),
+                            facade->GetSignVerifyEnable(),
+                            (facade->SetSignVerifyEnable(true), false),
+                            facade->SetSecKey(std::string(32, 'k')),
+                            facade->SetDebugModeEnable(true),
+                            (facade->SetFetchExtensionAuthInfoCallback(nullptr), false)};
     EXPECT_THAT(results, ::testing::Each(false));
     std::vector<std::pair<int, std::string>> want;
     for (const char* what :
