@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
-#include <condition_variable>
+#include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,345 +20,243 @@ namespace {
 using qzextensionkit::QZEObjectContainer;
 using qzextensionkit::QZEObjectCreator;
 using ::testing::ElementsAre;
+using Lines = std::vector<std::string>;
 
-constexpr char kWidgetIid[] = "{0B7E2C44-1F3A-4D59-8E60-7A1B2C3D4E01}";
-constexpr char kWidgetClass[] = "{0B7E2C44-1F3A-4D59-8E60-7A1B2C3D4E02}";
+const std::string kIid = "{0B7E2C44-1F3A-4D59-8E60-7A1B2C3D4E01}";
+const std::string kClass = "{0B7E2C44-1F3A-4D59-8E60-7A1B2C3D4E02}";
 
-class IWidget : public by::IBaseUnknown {
-public:
-    BY_DECLARE_INTERFACE_ID("{0B7E2C44-1F3A-4D59-8E60-7A1B2C3D4E01}")
-    virtual int Serial() = 0;
-};
-
-std::atomic<int> g_nextSerial{1};
-
-class Widget : public IWidget, public by::CUnknownImp {
-public:
-    by::Result init_class(by::IBaseUnknown*, by::IBaseUnknown*) { return 0; }
-    int Serial() override { return serial_; }
-    int32_t Count() const { return m_refCount.load(); }
-
-private:
-    int serial_ = g_nextSerial++;
-};
-
-Widget* AsWidget(void* p) {
-    return static_cast<Widget*>(static_cast<IWidget*>(p));
-}
-
-// A creator that makes a new Widget each call and counts its calls.
-QZEObjectCreator WidgetCreator(std::atomic<int>* calls) {
-    return [calls](const std::string&, const std::string&, void** out) {
-        ++*calls;
-        Widget* w = nullptr;
-        if (by::CComObject<Widget>::CreateInstance(&w) != 0) {
-            return false;
+// An object the test owns: its references are only counted, so that the
+// container's share can be read at any time.
+struct Object : by::IBaseUnknown {
+    by::Result QueryInterface(const by::GUID& iid, void** out) override {
+        if (!answersRoot || !by::IsEqualId(iid, by::IID_IBaseUnknown)) {
+            return by::kNoInterface;
         }
-        *out = static_cast<IWidget*>(w);
-        return true;
-    };
-}
-
-// An object that refuses every query, the root one too.
-class Stubborn : public by::IBaseUnknown {
-public:
-    by::Result QueryInterface(const by::GUID&, void**) override { return by::kNoInterface; }
-    uint32_t AddRef() override { return static_cast<uint32_t>(++refs); }
-    uint32_t Release() override { return static_cast<uint32_t>(--refs); }
-    int refs = 1;
+        *out = this;
+        AddRef();
+        return by::kOk;
+    }
+    uint32_t AddRef() override { return ++refs; }
+    uint32_t Release() override { return --refs; }
+    uint32_t refs = 1;  // the creator's, handed to the caller
+    bool answersRoot = true;
 };
 
 std::string Line(const std::string& text) {
     return "[QZExtensionKit] object container impl - " + text;
 }
 
+std::string ClassLine(const std::string& text, const std::string& id = kClass) {
+    return Line("class id:" + id + ", " + text);
+}
+
 class ObjectContainerTest : public ::testing::Test {
 protected:
-    by::CComLoader* LoadLibrary(const std::string& name) {
-        loaders_.push_back(std::make_unique<by::CComLoader>());
-        if (!loaders_.back()->LoadCom(qzetest::TestPluginPath(name).c_str())) {
-            return nullptr;
-        }
+    // Hands out the next object of `objects_` per call.
+    QZEObjectCreator Objects() {
+        return [this](const std::string&, const std::string&, void** out) {
+            *out = static_cast<by::IBaseUnknown*>(&objects_[calls_++]);
+            return true;
+        };
+    }
+    void* Create() {
+        void* out = nullptr;
+        EXPECT_TRUE(container_.CreateObjectInstanceByCreator(kIid, kClass, &out));
+        return out;
+    }
+    Lines Tail(size_t n) {
+        Lines all = log_->Texts();
+        return Lines(all.end() - std::min(n, all.size()), all.end());
+    }
+    by::CComLoader* Load(const std::string& name) {
+        const bool loaded = loader_.LoadCom(qzetest::TestPluginPath(name).c_str());
         log_->Clear();
-        return loaders_.back().get();
+        return loaded ? &loader_ : nullptr;
     }
 
     std::shared_ptr<qzetest::CapturedLines> log_ = qzetest::CaptureLog();
     qzetest::DebugCapture debug_;  // keeps the loader's lines out of the output
-    // Before the container: objects it keeps must go before their library.
-    std::vector<std::unique_ptr<by::CComLoader>> loaders_;
-    QZEObjectContainer container_;
+    // Before the container: what it keeps must outlive it.
+    by::CComLoader loader_;
+    Object objects_[3];
     std::atomic<int> calls_{0};
+    QZEObjectContainer container_;
 };
 
 TEST_F(ObjectContainerTest, EmptyIdsAreRefusedWithTheirOwnLines) {
-    EXPECT_FALSE(container_.IsRegistered(""));
-    EXPECT_FALSE(container_.Register(WidgetCreator(&calls_), "", false));
-    EXPECT_FALSE(container_.UnRegister(""));
     void* out = nullptr;
-    EXPECT_FALSE(container_.CreateObjectInstanceByCreator("", kWidgetClass, &out));
-    EXPECT_FALSE(container_.CreateObjectInstanceByCreator(kWidgetIid, "", &out));
-    EXPECT_FALSE(container_.CreateObjectInstanceByLibrary("", kWidgetClass, false, nullptr, &out));
-    EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(kWidgetIid, "", false, nullptr, &out));
+    EXPECT_FALSE(container_.IsRegistered(""));
+    EXPECT_FALSE(container_.Register(Objects(), "", false));
+    EXPECT_FALSE(container_.UnRegister(""));
+    EXPECT_FALSE(container_.CreateObjectInstanceByCreator("", kClass, &out));
+    EXPECT_FALSE(container_.CreateObjectInstanceByCreator(kIid, "", &out));
+    EXPECT_FALSE(container_.CreateObjectInstanceByLibrary("", kClass, false, nullptr, &out));
+    EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(kIid, "", false, nullptr, &out));
     EXPECT_EQ(out, nullptr);
+    const std::string empty = "failed, because of class id is empty";
     EXPECT_THAT(
         log_->Texts(),
-        ElementsAre(
-            Line("query class is registered failed, because of class id is empty"),
-            Line("register failed, because of class id is empty"),
-            Line("unregister failed, because of class id is empty"),
-            Line("create object instance by creator failed, because of iid is empty"),
-            Line("create object instance by creator failed, because of class id is empty"),
-            Line("create object instance failed by library, because of iid is empty"),
-            Line("create object instance failed by library, because of class id is empty")));
+        ElementsAre(Line("query class is registered " + empty), Line("register " + empty),
+                    Line("unregister " + empty),
+                    Line("create object instance by creator failed, because of iid is empty"),
+                    Line("create object instance by creator " + empty),
+                    Line("create object instance failed by library, because of iid is empty"),
+                    Line("create object instance failed by library, because of class id "
+                         "is empty")));
 }
 
 TEST_F(ObjectContainerTest, SecondRegistrationKeepsTheFirstCreatorAndFlag) {
-    std::atomic<int> secondCalls{0};
-    ASSERT_TRUE(container_.Register(WidgetCreator(&calls_), kWidgetClass, false));
-    EXPECT_TRUE(container_.Register(WidgetCreator(&secondCalls), kWidgetClass, true));
-    EXPECT_THAT(
-        log_->Texts(),
-        ElementsAre(Line(std::string("class id:") + kWidgetClass + ", class is not registered"),
-                    Line(std::string("class id:") + kWidgetClass +
-                         ", is singletion;false, register success"),
-                    Line(std::string("class id:") + kWidgetClass + ", class is registered")));
-
-    // Still not a singleton, still the first creator: two calls, two objects.
-    void* a = nullptr;
-    void* b = nullptr;
-    ASSERT_TRUE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &a));
-    ASSERT_TRUE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &b));
-    EXPECT_NE(a, b);
-    EXPECT_EQ(calls_.load(), 2);
-    EXPECT_EQ(secondCalls.load(), 0);
-    EXPECT_EQ(AsWidget(a)->Count(), 1);
-    AsWidget(a)->Release();
-    AsWidget(b)->Release();
-}
-
-TEST_F(ObjectContainerTest, ClassIdsDifferingInCaseAreDifferentClasses) {
-    const std::string upper = "{ABCDEF00-0000-0000-0000-000000000001}";
-    const std::string lower = "{abcdef00-0000-0000-0000-000000000001}";
-    ASSERT_TRUE(container_.Register(WidgetCreator(&calls_), upper, false));
-    EXPECT_TRUE(container_.IsRegistered(upper));
-    EXPECT_FALSE(container_.IsRegistered(lower));
-    EXPECT_FALSE(container_.UnRegister(lower));
-    EXPECT_TRUE(log_->Contains(
-        Line("class id:" + lower + ", unregister failed, because of not found register info")));
-}
-
-TEST_F(ObjectContainerTest, CreatorPathLogsEachStep) {
-    ASSERT_TRUE(container_.Register(WidgetCreator(&calls_), kWidgetClass, false));
+    ASSERT_TRUE(container_.Register(Objects(), kClass, false));
+    EXPECT_TRUE(container_.Register([](auto&&...) { return false; }, kClass, true));
+    EXPECT_THAT(log_->Texts(), ElementsAre(ClassLine("class is not registered"),
+                                           ClassLine("is singletion;false, register success"),
+                                           ClassLine("class is registered")));
     log_->Clear();
-    void* out = nullptr;
-    ASSERT_TRUE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &out));
-    const std::string id = kWidgetClass;
-    EXPECT_THAT(
-        log_->Texts(),
-        ElementsAre(Line("class id:" + id + ", class is registered"),
-                    Line("class id:" + id + ", class is registered"),
-                    Line("get object register info success"),
-                    Line("create object instance by creator, iid:" + std::string(kWidgetIid) +
-                         ", class id:" + id + ", singleton:false"),
-                    Line("create object instance by creator success")));
-    AsWidget(out)->Release();
+    void* a = Create();
+    EXPECT_THAT(log_->Texts(),
+                ElementsAre(ClassLine("class is registered"), ClassLine("class is registered"),
+                            Line("get object register info success"),
+                            Line("create object instance by creator, iid:" + kIid +
+                                 ", class id:" + kClass + ", singleton:false"),
+                            Line("create object instance by creator success")));
+    // A new object per call, each with the caller's reference only.
+    EXPECT_EQ(a, &objects_[0]);
+    EXPECT_EQ(Create(), &objects_[1]);
+    EXPECT_EQ(objects_[0].refs, 1u);
+
+    // Class ids are compared as text, case included.
+    EXPECT_FALSE(container_.UnRegister("{0b7e2c44-1f3a-4d59-8e60-7a1b2c3d4e02}"));
+    EXPECT_EQ(Tail(1)[0], ClassLine("unregister failed, because of not found register info",
+                                    "{0b7e2c44-1f3a-4d59-8e60-7a1b2c3d4e02}"));
+    EXPECT_TRUE(container_.IsRegistered(kClass));
 }
 
-TEST_F(ObjectContainerTest, CreatorFailuresReportFalse) {
-    void* out = nullptr;
-    EXPECT_FALSE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &out));
-    EXPECT_TRUE(log_->Contains(
-        Line("create object instance by creator failed, because of class is not registered")));
-
-    QZEObjectCreator refuses = [](const std::string&, const std::string&, void**) { return false; };
-    ASSERT_TRUE(container_.Register(refuses, kWidgetClass, false));
-    ASSERT_TRUE(container_.Register(refuses, "{refusing-singleton}", true));
-    for (const char* id : {kWidgetClass, "{refusing-singleton}"}) {
-        log_->Clear();
-        EXPECT_FALSE(container_.CreateObjectInstanceByCreator(kWidgetIid, id, &out));
-        EXPECT_EQ(log_->Texts().back(), Line("create object instance by creator failed, because "
-                                             "of instance creator execute failed"));
+TEST_F(ObjectContainerTest, CreatorFailuresReportFalseWithTheirLines) {
+    const std::string failed = "create object instance by creator failed, because of ";
+    auto fails = [&](const QZEObjectCreator& creator, bool singleton) {
+        QZEObjectContainer container;
+        if (creator) {
+            container.Register(creator, kClass, singleton);
+        }
+        void* out = nullptr;
+        EXPECT_FALSE(container.CreateObjectInstanceByCreator(kIid, kClass, &out));
+        EXPECT_EQ(out, nullptr);
+    };
+    auto refuses = [](auto&&...) { return false; };
+    fails(nullptr, false);
+    EXPECT_THAT(Tail(1), ElementsAre(Line(failed + "class is not registered")));
+    for (bool singleton : {false, true}) {
+        fails(refuses, singleton);
+        EXPECT_THAT(Tail(1), ElementsAre(Line(failed + "instance creator execute failed")));
     }
-    EXPECT_EQ(out, nullptr);
+    fails(
+        [](const std::string&, const std::string&, void** out) {
+            *out = nullptr;
+            return true;
+        },
+        true);
+    EXPECT_THAT(Tail(2),
+                ElementsAre(ClassLine("set singleton object failed, because of object pointer is "
+                                      "nullptr"),
+                            Line(failed + "set singleton object failed")));
 }
 
 TEST_F(ObjectContainerTest, SingletonHitCarriesNoReferenceOfItsOwn) {
-    ASSERT_TRUE(container_.Register(WidgetCreator(&calls_), kWidgetClass, true));
-    const std::string id = kWidgetClass;
-    log_->Clear();
-    void* first = nullptr;
-    ASSERT_TRUE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &first));
-    // The caller's reference and the table's.
-    EXPECT_EQ(AsWidget(first)->Count(), 2);
-    std::vector<std::string> texts = log_->Texts();
-    ASSERT_GE(texts.size(), 2u);
-    EXPECT_EQ(
-        texts[texts.size() - 2],
-        Line("class id:" + id + ", get singleton object failed, because of object didn't founded"));
+    ASSERT_TRUE(container_.Register(Objects(), kClass, true));
+    EXPECT_EQ(Create(), &objects_[0]);
+    EXPECT_EQ(objects_[0].refs, 2u);  // the caller's and the table's
     // A fresh singleton ends without the success line.
-    EXPECT_EQ(texts.back(), Line("class id:" + id + ", set singleton object success"));
-
-    log_->Clear();
-    void* again = nullptr;
-    ASSERT_TRUE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &again));
-    EXPECT_EQ(again, static_cast<void*>(static_cast<by::IBaseUnknown*>(AsWidget(first))));
-    EXPECT_EQ(AsWidget(first)->Count(), 2);
-    EXPECT_EQ(calls_.load(), 1);
-    EXPECT_THAT(log_->Texts(),
-                ::testing::IsSupersetOf({Line("class id:" + id + ", get singleton object success"),
-                                         Line("create object instance by creator success")}));
+    EXPECT_THAT(Tail(2), ElementsAre(ClassLine("get singleton object failed, because of object "
+                                               "didn't founded"),
+                                     ClassLine("set singleton object success")));
+    EXPECT_EQ(Create(), &objects_[0]);
+    EXPECT_EQ(objects_[0].refs, 2u);
+    EXPECT_THAT(Tail(2), ElementsAre(ClassLine("get singleton object success"),
+                                     Line("create object instance by creator success")));
 
     // Unregistering drops the table's reference; the next creation builds a
     // new object.
-    ASSERT_TRUE(container_.UnRegister(kWidgetClass));
-    EXPECT_EQ(log_->Texts().back(), Line("class id:" + id + ", unregister success"));
-    EXPECT_EQ(AsWidget(first)->Count(), 1);
-    ASSERT_TRUE(container_.Register(WidgetCreator(&calls_), kWidgetClass, true));
-    void* second = nullptr;
-    ASSERT_TRUE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &second));
-    EXPECT_NE(second, first);
-    EXPECT_EQ(calls_.load(), 2);
-    AsWidget(first)->Release();
-    AsWidget(second)->Release();
-}
-
-TEST_F(ObjectContainerTest, SingletonCreatorWithNullObjectFails) {
-    QZEObjectCreator nothing = [](const std::string&, const std::string&, void** out) {
-        *out = nullptr;
-        return true;
-    };
-    ASSERT_TRUE(container_.Register(nothing, kWidgetClass, true));
-    log_->Clear();
-    void* out = nullptr;
-    EXPECT_FALSE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &out));
-    std::vector<std::string> texts = log_->Texts();
-    ASSERT_GE(texts.size(), 2u);
-    EXPECT_EQ(texts[texts.size() - 2],
-              Line(std::string("class id:") + kWidgetClass +
-                   ", set singleton object failed, because of object pointer is nullptr"));
-    EXPECT_EQ(texts.back(), Line("create object instance by creator failed, because of set "
-                                 "singleton object failed"));
+    ASSERT_TRUE(container_.UnRegister(kClass));
+    EXPECT_EQ(Tail(1)[0], ClassLine("unregister success"));
+    EXPECT_EQ(objects_[0].refs, 1u);
+    ASSERT_TRUE(container_.Register(Objects(), kClass, true));
+    EXPECT_EQ(Create(), &objects_[1]);
 }
 
 TEST_F(ObjectContainerTest, ObjectFailingTheRootQueryIsKeptAsNullEntry) {
-    Stubborn stubborn;
-    QZEObjectCreator giveStubborn = [&stubborn](const std::string&, const std::string&,
-                                                void** out) {
-        *out = &stubborn;
-        return true;
-    };
-    ASSERT_TRUE(container_.Register(giveStubborn, kWidgetClass, true));
-    void* out = nullptr;
-    ASSERT_TRUE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &out));
-    EXPECT_EQ(out, &stubborn);
-    EXPECT_EQ(stubborn.refs, 1);
-
+    objects_[0].answersRoot = false;
+    ASSERT_TRUE(container_.Register(Objects(), kClass, true));
+    EXPECT_EQ(Create(), &objects_[0]);
+    EXPECT_EQ(objects_[0].refs, 1u);
     // The entry is there, empty: a hit with a null result.
-    log_->Clear();
-    out = &stubborn;
-    EXPECT_TRUE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &out));
-    EXPECT_EQ(out, nullptr);
-    EXPECT_TRUE(log_->Contains(
-        Line(std::string("class id:") + kWidgetClass + ", get singleton object success")));
+    EXPECT_EQ(Create(), nullptr);
+    EXPECT_EQ(Tail(2)[0], ClassLine("get singleton object success"));
 }
 
-// Two threads both miss the singleton and both build one. The creator holds
-// both until both are inside it, then holds the second until the first
-// call has ended, so the order of the stores is fixed.
+// Both calls miss the singleton and build one: the first to enter the
+// creator waits there until the second call has stored its object.
 TEST_F(ObjectContainerTest, RacingSingletonCreationKeepsTheFirstStored) {
-    std::mutex m;
-    std::condition_variable cv;
-    int inside = 0;
-    std::vector<int> finished;  // slots in the order their calls ended
-    QZEObjectCreator creator = [&](const std::string& iid, const std::string& id, void** out) {
-        {
-            std::unique_lock<std::mutex> hold(m);
-            int order = ++inside;
-            cv.notify_all();
-            cv.wait(hold, [&] { return inside == 2; });
-            if (order == 2) {
-                cv.wait(hold, [&] { return !finished.empty(); });
+    std::promise<void> secondDone;
+    std::shared_future<void> go = secondDone.get_future().share();
+    ASSERT_TRUE(container_.Register(
+        [&](const std::string& iid, const std::string& id, void** out) {
+            const bool first = calls_ == 0;
+            const bool made = Objects()(iid, id, out);
+            if (first) {
+                go.wait();
             }
-        }
-        return WidgetCreator(&calls_)(iid, id, out);
-    };
-    ASSERT_TRUE(container_.Register(creator, kWidgetClass, true));
-
-    void* results[2] = {nullptr, nullptr};
-    bool ok[2] = {false, false};
-    auto run = [&](int slot) {
-        ok[slot] =
-            container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &results[slot]);
-        std::lock_guard<std::mutex> hold(m);
-        finished.push_back(slot);
-        cv.notify_all();
-    };
-    std::thread a(run, 0);
-    std::thread b(run, 1);
-    a.join();
-    b.join();
-
-    ASSERT_TRUE(ok[0]);
-    ASSERT_TRUE(ok[1]);
-    ASSERT_EQ(finished.size(), 2u);
-    EXPECT_EQ(calls_.load(), 2);
-    ASSERT_NE(results[0], results[1]);
-    Widget* kept = AsWidget(results[finished[0]]);
-    Widget* other = AsWidget(results[finished[1]]);
-    // Both stores reported success; the table kept the first.
-    EXPECT_EQ(kept->Count(), 2);
-    EXPECT_EQ(other->Count(), 1);
-    void* hit = nullptr;
-    ASSERT_TRUE(container_.CreateObjectInstanceByCreator(kWidgetIid, kWidgetClass, &hit));
-    EXPECT_EQ(hit, results[finished[0]]);
-    EXPECT_EQ(calls_.load(), 2);
-    kept->Release();
-    other->Release();
+            return made;
+        },
+        kClass, true));
+    void* late = nullptr;
+    std::thread first([&] { late = Create(); });
+    while (calls_.load() == 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(Create(), &objects_[1]);
+    secondDone.set_value();
+    first.join();
+    EXPECT_EQ(late, &objects_[0]);
+    // Both stores reported success; the table kept the first stored.
+    EXPECT_EQ(objects_[1].refs, 2u);
+    EXPECT_EQ(objects_[0].refs, 1u);
+    EXPECT_EQ(Create(), &objects_[1]);
 }
 
 TEST_F(ObjectContainerTest, LibraryObjectsAreNewEachTimeUnlessSingleton) {
-    by::CComLoader* loader = LoadLibrary("qzekit_plugin_complete");
+    by::CComLoader* loader = Load("qzekit_plugin_complete");
     ASSERT_NE(loader, nullptr);
     const std::string iid = qzetest::kGreeterIid;
     const std::string id = qzetest::kGreeterClass;
+    const std::string start = "create object instance by library, iid:" + iid + ", class id:" + id;
     void* a = nullptr;
     void* b = nullptr;
     ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, false, loader, &a));
-    EXPECT_THAT(log_->Texts(), ElementsAre(Line("create object instance by library, iid:" + iid +
-                                                ", class id:" + id + ", is singleton:false"),
+    EXPECT_THAT(log_->Texts(), ElementsAre(Line(start + ", is singleton:false"),
                                            Line("com loader create instance success"),
                                            Line("create object instance success")));
     ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, false, loader, &b));
     EXPECT_NE(a, b);
-    EXPECT_STREQ(static_cast<qzetest::ITestGreeter*>(a)->Greet(), "hello from complete");
     // Each carries the caller's reference only.
     EXPECT_EQ(static_cast<by::IBaseUnknown*>(a)->Release(), 0u);
     EXPECT_EQ(static_cast<by::IBaseUnknown*>(b)->Release(), 0u);
 
-    void* s1 = nullptr;
-    void* s2 = nullptr;
-    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, true, loader, &s1));
+    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, true, loader, &a));
     log_->Clear();
-    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, true, loader, &s2));
-    EXPECT_EQ(s1, s2);
-    EXPECT_THAT(log_->Texts(),
-                ElementsAre(Line("create object instance by library, iid:" + iid +
-                                 ", class id:" + id + ", is singleton:true"),
-                            Line("class id:" + id + ", get singleton object success"),
-                            Line("create object instance success")));
+    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, true, loader, &b));
+    EXPECT_EQ(a, b);
+    EXPECT_THAT(log_->Texts(), ElementsAre(Line(start + ", is singleton:true"),
+                                           ClassLine("get singleton object success", id),
+                                           Line("create object instance success")));
     // Caller and table; the hit added nothing.
-    auto* object = static_cast<by::IBaseUnknown*>(s1);
+    auto* object = static_cast<by::IBaseUnknown*>(a);
     EXPECT_EQ(object->AddRef(), 3u);
     object->Release();
-
     // Not in the register table, so UnRegister can't reach the singleton.
     EXPECT_FALSE(container_.UnRegister(id));
-    EXPECT_TRUE(log_->Contains(
-        Line("class id:" + id + ", unregister failed, because of not found register info")));
-    void* s3 = nullptr;
-    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, true, loader, &s3));
-    EXPECT_EQ(s3, s1);
+    EXPECT_EQ(Tail(1)[0], ClassLine("unregister failed, because of not found register info", id));
+    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, true, loader, &b));
+    EXPECT_EQ(b, a);
     object->Release();
     EXPECT_EQ(qzetest::CallCountExport(qzetest::TestPluginPath("qzekit_plugin_complete"),
                                        "TestLiveObjects"),
@@ -366,47 +264,23 @@ TEST_F(ObjectContainerTest, LibraryObjectsAreNewEachTimeUnlessSingleton) {
 }
 
 TEST_F(ObjectContainerTest, LoaderFailuresReportFalse) {
-    by::CComLoader* loader = LoadLibrary("qzekit_plugin_faulty");
+    by::CComLoader* loader = Load("qzekit_plugin_faulty");
     ASSERT_NE(loader, nullptr);
-    const std::wstring path = qzetest::TestPluginPath("qzekit_plugin_faulty");
-    const std::string failLine =
-        Line("create object instance failed, because of com loader create instance failed");
-    void* out = nullptr;
-    for (bool singleton : {false, true}) {
-        log_->Clear();
-        EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(
-            qzetest::kGreeterIid, qzetest::kCreateFailsClass, singleton, loader, &out));
-        EXPECT_EQ(log_->Texts().back(), failLine);
-    }
-    EXPECT_EQ(qzetest::CallCountExport(path, "TestLastClassIdIsZero"), 0);
-
-    // A class id of the wrong length reaches the library as the zero id.
-    EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(
-        qzetest::kGreeterIid, "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A34", false, loader, &out));
-    EXPECT_EQ(qzetest::CallCountExport(path, "TestLastClassIdIsZero"), 1);
-    EXPECT_EQ(log_->Texts().back(), failLine);
-
-    log_->Clear();
-    EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(
-        qzetest::kGreeterIid, qzetest::kGreeterClass, false, nullptr, &out));
-    EXPECT_EQ(log_->Texts().back(), failLine);
-    EXPECT_EQ(out, nullptr);
-}
-
-TEST(ObjectContainerInstance, OneInstanceForAllThreads) {
-    QZEObjectContainer* seen[4] = {};
-    std::vector<std::thread> threads;
-    for (auto& slot : seen) {
-        threads.emplace_back([&slot] { slot = QZEObjectContainer::GetInstance(); });
-    }
-    for (auto& t : threads) {
-        t.join();
-    }
-    ASSERT_NE(seen[0], nullptr);
-    for (auto* p : seen) {
-        EXPECT_EQ(p, seen[0]);
-    }
-    EXPECT_EQ(QZEObjectContainer::GetInstance(), seen[0]);
+    auto fails = [&](const std::string& id, bool singleton, by::CComLoader* with) {
+        void* out = nullptr;
+        EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(qzetest::kGreeterIid, id, singleton,
+                                                              with, &out));
+        EXPECT_EQ(out, nullptr);
+        EXPECT_EQ(Tail(1)[0], Line("create object instance failed, because of com loader create "
+                                   "instance failed"));
+        return qzetest::CallCountExport(qzetest::TestPluginPath("qzekit_plugin_faulty"),
+                                        "TestLastClassIdIsZero");
+    };
+    EXPECT_EQ(fails(qzetest::kCreateFailsClass, false, loader), 0);
+    EXPECT_EQ(fails(qzetest::kCreateFailsClass, true, loader), 0);
+    EXPECT_EQ(fails(qzetest::kGreeterClass, false, nullptr), 0);
+    // One character short: the library is asked for the zero id.
+    EXPECT_EQ(fails("{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A34", false, loader), 1);
 }
 
 }  // namespace

@@ -2,104 +2,93 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <thread>
 #include <vector>
 
+#include "component/object_container.h"
 #include "kit/qzextensionkit.h"
 
 namespace {
 
+using qzextensionkit::internal::MarkerWordInstance;
+
 struct Counted {
     static std::atomic<int> built;
     Counted() { ++built; }
+    virtual ~Counted() = default;
 };
 std::atomic<int> Counted::built{0};
 
-std::atomic<bool> g_release{false};
-
-Counted* SlowCreate() {
-    // Hold the marker long enough for every other thread to see it.
-    while (!g_release.load()) {
-        std::this_thread::yield();
-    }
-    return new Counted();
-}
-
-TEST(Singleton, RacingThreadsGetOneObjectAndTheLosersWait) {
-    static std::atomic<uintptr_t> word{0};
-    constexpr int kThreads = 8;
-    std::vector<Counted*> seen(kThreads, nullptr);
+// Runs `get` on `n` threads at once and returns what each got.
+template <class T, class Get>
+std::vector<T> OnThreads(int n, Get get) {
+    std::vector<T> seen(n);
     std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back(
-            [&, i] { seen[i] = qzextensionkit::internal::MarkerWordInstance(word, &SlowCreate); });
+    for (int i = 0; i < n; ++i) {
+        threads.emplace_back([&, i] { seen[i] = get(); });
     }
-    // Let the losers reach the wait loop with the marker set.
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_EQ(word.load(), 1u);
-    g_release = true;
     for (auto& t : threads) {
         t.join();
     }
-    EXPECT_EQ(Counted::built.load(), 1);
-    ASSERT_NE(seen[0], nullptr);
-    for (Counted* p : seen) {
-        EXPECT_EQ(p, seen[0]);
-    }
-    delete seen[0];
+    return seen;
 }
 
-TEST(Singleton, FailedCreationLeavesTheWordEmptyForALaterTry) {
-    static std::atomic<uintptr_t> word{0};
-    auto fail = []() -> Counted* { return nullptr; };
-    EXPECT_EQ(qzextensionkit::internal::MarkerWordInstance<Counted>(word, fail), nullptr);
+std::atomic<uintptr_t> g_word{0};
+std::atomic<bool> g_release{false};
+
+TEST(Singleton, RacingThreadsGetOneObjectAndTheLosersWait) {
+    const int before = Counted::built;
+    std::thread checker([] {
+        // The builder holds the marker until released: the others must wait.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_EQ(g_word.load(), 1u);
+        g_release = true;
+    });
+    auto seen = OnThreads<Counted*>(8, [] {
+        return MarkerWordInstance<Counted>(g_word, [] {
+            while (!g_release.load()) {
+                std::this_thread::yield();
+            }
+            return new Counted();
+        });
+    });
+    checker.join();
+    EXPECT_EQ(Counted::built - before, 1);
+    ASSERT_NE(seen[0], nullptr);
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), seen[0]), 8);
+    delete seen[0];
+
+    // A failed creation leaves the word empty for a later try.
+    std::atomic<uintptr_t> word{0};
+    EXPECT_EQ(MarkerWordInstance<Counted>(word, []() -> Counted* { return nullptr; }), nullptr);
     EXPECT_EQ(word.load(), 0u);
 }
 
-struct ISharedThing {
-    virtual ~ISharedThing() = default;
-    virtual int Value() = 0;
-};
-struct SharedThing : ISharedThing {
-    static std::atomic<int> built;
-    SharedThing() { ++built; }
-    int Value() override { return 7; }
-};
-std::atomic<int> SharedThing::built{0};
+struct Shared : Counted {};
 
 TEST(Singleton, SharedImplementationIsBuiltOnceAcrossThreads) {
-    using Accessor = qzextensionkit::internal::SharedInstance<ISharedThing, SharedThing>;
-    std::vector<std::shared_ptr<ISharedThing>> got(6);
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < got.size(); ++i) {
-        threads.emplace_back([&, i] { got[i] = Accessor::Get(); });
-    }
-    for (auto& t : threads) {
-        t.join();
-    }
-    EXPECT_EQ(SharedThing::built.load(), 1);
-    for (auto& p : got) {
-        EXPECT_EQ(p.get(), got[0].get());
-    }
-    EXPECT_EQ(Accessor::Get()->Value(), 7);
+    using Accessor = qzextensionkit::internal::SharedInstance<Counted, Shared>;
+    const int before = Counted::built;
+    auto got = OnThreads<std::shared_ptr<Counted>>(6, [] { return Accessor::Get(); });
+    EXPECT_EQ(Counted::built - before, 1);
+    ASSERT_NE(got[0], nullptr);
+    EXPECT_EQ(std::count(got.begin(), got.end(), got[0]), 6);
 }
 
-TEST(Singleton, FacadesAreOnePerProcessFromAnyThread) {
+TEST(Singleton, KitSingletonsAreOnePerProcessFromAnyThread) {
     using namespace qzextensionkit;
-    QZExtensionManager* fromOther = nullptr;
-    QZServiceManager* serviceFromOther = nullptr;
-    std::thread t([&] {
-        fromOther = QZExtensionManager::GetInstance();
-        serviceFromOther = QZServiceManager::GetInstance();
+    using Set = std::array<const void*, 6>;
+    auto seen = OnThreads<Set>(4, [] {
+        return Set{QZExtensionManager::GetInstance(), QZServiceManager::GetInstance(),
+                   QZEBundleManager::GetInstance(),   QZEConfigurationManager::GetInstance(),
+                   QZEObjectContainer::GetInstance(), QZELogService::GetInstance()};
     });
-    QZExtensionManager* here = QZExtensionManager::GetInstance();
-    t.join();
-    EXPECT_EQ(here, fromOther);
-    EXPECT_EQ(QZServiceManager::GetInstance(), serviceFromOther);
-    EXPECT_NE(QZEBundleManager::GetInstance(), nullptr);
-    EXPECT_EQ(QZEConfigurationManager::GetInstance(), QZEConfigurationManager::GetInstance());
+    EXPECT_EQ(std::count(seen[0].begin(), seen[0].end(), nullptr), 0);
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), seen[0]), 4);
 }
 
 }  // namespace

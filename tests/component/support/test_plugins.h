@@ -3,7 +3,7 @@
 // Where the test component libraries are, and what the loader writes to the
 // debugger channel.
 
-#include <functional>
+#include <algorithm>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -14,33 +14,86 @@
 namespace qzetest {
 
 // The folder of the test libraries, below the build's bin directory.
-std::string TestPluginDir();
-// Full wide path of a test library, from its name without suffix, in the
-// test library folder or in `directory`.
-std::wstring TestPluginPath(const std::string& name);
-std::wstring TestPluginPathIn(const std::wstring& directory, const std::string& name);
+inline std::string TestPluginDir() {
+    return std::string(QZEKIT_TEST_BIN_DIR) + "/test_plugins";
+}
+
+// Full wide path of a test library in `directory`, from its name without
+// suffix.
+inline std::wstring TestPluginPathIn(const std::wstring& directory, const std::string& name) {
+#if defined(_WIN32)
+    return directory + L"/" + base::UTF8ToWide(name + ".dll");
+#else
+    return directory + L"/" + base::UTF8ToWide(name + ".so");
+#endif
+}
+
+inline std::wstring TestPluginPath(const std::string& name) {
+    return TestPluginPathIn(base::UTF8ToWide(TestPluginDir()), name);
+}
+
 // The fake bundle of the dependent library, and its "bin" directory.
-std::wstring TestBundleDir();
-std::wstring TestBundleBinDir();
+inline std::wstring TestBundleDir() {
+    return base::UTF8ToWide(TestPluginDir() + "/dep_bundle");
+}
+
+inline std::wstring TestBundleBinDir() {
+    return TestBundleDir() + L"/bin";
+}
 
 // Calls a `long ()` export of a test library through a handle of its own,
 // so that the answer comes from the copy the loader has open (if any).
 // Returns -1 when the library or the export can't be found.
-long CallCountExport(const std::wstring& path, const char* name);
+inline long CallCountExport(const std::wstring& path, const char* name) {
+    namespace platform = qzextensionkit::platform;
+    platform::LibraryHandle handle = platform::OpenLibrary(path.c_str());
+    if (handle == nullptr) {
+        return -1;
+    }
+    void* address = platform::FindExport(handle, name);
+    long result = address ? reinterpret_cast<long (*)()>(address)() : -1;
+    platform::CloseLibrary(handle);
+    return result;
+}
 
 // Collects DebugOutput text while alive. Calls are what each call of
 // DebugOutput passed; Lines joins them up to each "\n".
 class DebugCapture {
 public:
-    DebugCapture();
-    ~DebugCapture();
+    DebugCapture() {
+        qzextensionkit::platform::testing::SetDebugOutputCapture([this](const char* text) {
+            std::lock_guard<std::mutex> hold(mutex_);
+            calls_.emplace_back(text);
+        });
+    }
+    ~DebugCapture() { qzextensionkit::platform::testing::SetDebugOutputCapture(nullptr); }
     DebugCapture(const DebugCapture&) = delete;
     DebugCapture& operator=(const DebugCapture&) = delete;
 
-    std::vector<std::string> Calls();
-    std::vector<std::string> Lines();
-    bool HasLine(const std::string& line);
-    void Clear();
+    std::vector<std::string> Calls() {
+        std::lock_guard<std::mutex> hold(mutex_);
+        return calls_;
+    }
+    std::vector<std::string> Lines() {
+        std::string all;
+        for (const std::string& call : Calls()) {
+            all += call;
+        }
+        std::vector<std::string> lines;
+        for (size_t start = 0, end; start < all.size(); start = end + 1) {
+            end = std::min(all.find('\n', start), all.size());
+            lines.push_back(all.substr(start, end - start));
+        }
+        return lines;
+    }
+    bool HasLine(const std::string& line) {
+        std::vector<std::string> lines = Lines();
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+    void Clear() {
+        std::lock_guard<std::mutex> hold(mutex_);
+        calls_.clear();
+    }
 
 private:
     std::mutex mutex_;
