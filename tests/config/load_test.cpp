@@ -259,20 +259,23 @@ TEST(ConfigurationLoad, LookupsByIdAndByPoint) {
     EXPECT_EQ(all.size(), 4u);
 }
 
-// The adapter bundle, a look-alike that is not the adapter, and a bundle
-// whose extensions are derived onto the adapter's points.
+// The adapter bundle, a look-alike that is not the adapter, a bundle whose
+// extensions are derived onto the adapter's points, and a second adapter.
 void WriteAdapterInstallation(const Installation& install) {
     install.WriteMapping(R"({
         "host": {"menu": {"extensionPointId": "adapter.web", "version": "9.9",
                           "clsid": "{CLS}", "iid": "{IID}", "isSingleton": true}},
         "host.other": {"extensionPointId": "adapter.none"},
         "self": {"extensionPointId": "self"}})");
-    install.WriteConfig(ConfigWithArtifacts({"other", "adapter", "src"}));
+    install.WriteConfig(ConfigWithArtifacts({"other", "adapter", "src", "adapter2"}));
     install.WriteManifest("other", Manifest("not_adapter", "", R"([{"id": "adapter.web"}])"));
     install.WriteManifest("adapter", Manifest("extension_adapter", "", R"([
         {"id": "adapter.web", "iid": "{POINT-IID}"},
         {"id": "self", "extensions": [{"id": "z"}]}])",
                                               "bin/adapter.dll"));
+    // A second adapter bundle with the same point comes too late to serve.
+    install.WriteManifest("adapter2", Manifest("extension_adapter", "",
+                                               R"([{"id": "adapter.web", "iid": "{LATE}"}])"));
     install.WriteManifest("src", Manifest("bundle.src", "", R"([
         {"id": "host.menu", "extensions": [
             {"id": "s1", "unifiedId": "u1",
