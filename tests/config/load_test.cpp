@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/json/json_reader.h"
@@ -10,7 +11,6 @@
 #include "config/configuration_manager_impl.h"
 #include "config/support/installation.h"
 #include "model/extension.h"
-#include "model/setting_map.h"
 #include "platform/platform.h"
 
 namespace qzextensionkit {
@@ -21,105 +21,58 @@ using qzetest::ConfigWithArtifacts;
 using qzetest::Installation;
 using qzetest::Manifest;
 
-// The records in force under one extension point, or none when the point is
-// unknown.
-std::vector<std::shared_ptr<Extension>> InForce(IQZEConfigurationManager& manager,
-                                                const std::string& point) {
-    std::vector<std::shared_ptr<Extension>> records;
-    manager.GetExtensionInfosByExntensionPointID(point, records);
-    return records;
-}
-
-std::vector<std::string> Ids(const std::vector<std::shared_ptr<Extension>>& records) {
-    std::vector<std::string> ids;
-    for (auto& record : records) {
-        ids.push_back(record->GetId());
-    }
-    return ids;
-}
-
-std::vector<std::string> ConfigLines(const std::vector<std::string>& texts) {
-    std::vector<std::string> lines;
-    for (auto& text : texts) {
-        lines.push_back(ConfigLine(text));
-    }
-    return lines;
-}
-
-const char kLoadFailed[] = "load all extension infos failed, because of find extensions failed";
-const char kLoadSuccess[] = "load all extension infos success";
-const char kDirSuccess[] = "get extensions dir success";
+using qzetest::Ids;
+using qzetest::InForce;
 
 TEST(ConfigurationLoad, StagesAndTheirMessages) {
     std::string parseError;
     base::JSONReader::ReadAndReturnError("{\"modules\": [", 0, nullptr, &parseError);
-    const std::string notExist =
-        "load local configurations failed, becuase of config.json is not exist";
+    const std::string failed = "load all extension infos failed, because of find extensions failed";
+    const std::string dir = "get extensions dir success\n";
+    const std::string local = dir + "load local configurations failed, becuase of ";
+    const std::string loaded = dir + "load all extension infos success";
+    enum Setup { kNoExtensionsDir = 1, kNoExecutablePath = 2 };
     struct Case {
-        const char* name;
         const char* mapping;  // null: no file
         const char* config;   // null: no file
-        bool extensionsDir;
-        bool failExecutablePath;
+        int setup;
         bool result;
-        std::vector<std::string> lines;
+        std::string log;
     };
     const Case cases[] = {
-        {"no mapping file", nullptr, "{}", true, false, false, {kLoadFailed}},
-        {"mapping not JSON", "{oops", "{}", true, false, false, {kLoadFailed}},
-        {"mapping a list", "[]", "{}", true, false, false, {kLoadFailed}},
-        {"no executable path",
-         "{}",
-         "{}",
-         true,
-         true,
-         false,
-         {"get extension adapter mapping file path failed, becuase of "
-          "extension_adapter_mapping.json is not exist",
-          kLoadFailed}},
-        {"no config.json", "{}", nullptr, true, false, false, {kDirSuccess, notExist, kLoadFailed}},
-        {"no extensions directory",
-         "{}",
-         nullptr,
-         false,
-         false,
-         false,
-         {kDirSuccess, notExist, kLoadFailed}},
-        {"config not JSON",
-         "{}",
-         "{\"modules\": [",
-         true,
-         false,
-         false,
-         {kDirSuccess,
-          "load local configurations failed, becuase of parse json config.json failed, " +
-              parseError,
-          kLoadFailed}},
-        {"config a list", "{}", "[1, 2]", true, false, true, {kDirSuccess, kLoadSuccess}},
-        {"config empty object", "{}", "{}", true, false, true, {kDirSuccess, kLoadSuccess}},
+        {nullptr, "{}", 0, false, failed},
+        {"{oops", "{}", 0, false, failed},
+        {"[]", "{}", 0, false, failed},
+        {"{}", "{}", kNoExecutablePath, false,
+         "get extension adapter mapping file path failed, becuase of "
+         "extension_adapter_mapping.json is not exist\n" +
+             failed},
+        {"{}", nullptr, 0, false, local + "config.json is not exist\n" + failed},
+        {"{}", nullptr, kNoExtensionsDir, false, local + "config.json is not exist\n" + failed},
+        {"{}", "{\"modules\": [", 0, false,
+         local + "parse json config.json failed, " + parseError + "\n" + failed},
+        {"{}", "[1, 2]", 0, true, loaded},
+        {"{}", "{}", 0, true, loaded},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.log);
         Installation install;
         if (c.mapping) {
             install.WriteMapping(c.mapping);
         }
         if (c.config) {
             install.WriteConfig(c.config);
-        } else if (c.extensionsDir) {
+        } else if (!(c.setup & kNoExtensionsDir)) {
             install.Write("extensions/readme.txt", "");
         }
         QZEConfigurationManagerImpl manager;
         auto log = qzetest::CaptureLog();
-        if (c.failExecutablePath) {
+        if (c.setup & kNoExecutablePath) {
             platform::testing::InjectFailure(platform::testing::Operation::kExecutablePath);
         }
         EXPECT_EQ(manager.LoadAllExtensionInfos(), c.result);
         platform::testing::ClearFailures();
-        EXPECT_EQ(log->Texts(), ConfigLines(c.lines));
-        std::vector<Artifact*> artifacts;
-        manager.GetAllArtifacts(artifacts);
-        EXPECT_TRUE(artifacts.empty());
+        EXPECT_EQ(qzetest::Joined(*log), c.log);
     }
 }
 
@@ -160,141 +113,62 @@ TEST(ConfigurationLoad, FoundationVersionDecidesWhichBundlesContribute) {
     }
 }
 
-TEST(ConfigurationLoad, BrokenBundlesKeepNoneOfTheOthersOut) {
-    Installation install;
-    install.WriteMapping("{}");
-    install.WriteConfig(R"({"artifacts": ["good1", "missing", "notjson", "listroot", "", 5,
-                                          "good2"]})");
-    install.WriteManifest("good1", Manifest("bundle.1", "", R"([{"id": "host.menu", "extensions": [
-            {"id": "e1", "version": "first"}, {"version": "no id"},
-            {"id": "e1", "version": "second"}]},
-            {"no id": "point skipped"}])"));
-    install.WriteManifest("notjson", "{\"id\": ");
-    install.WriteManifest("listroot", "[]");
-    install.WriteManifest("good2", Manifest("bundle.2", "", R"([{"id": "host.menu", "extensions": [
-            {"id": "e1", "version": "third"}, {"id": "e2"}]}])"));
+using qzetest::LoadedSample;
 
-    QZEConfigurationManagerImpl manager;
-    auto log = qzetest::CaptureLog();
-    ASSERT_TRUE(manager.LoadAllExtensionInfos());
-
-    auto records = InForce(manager, "host.menu");
+TEST_F(LoadedSample, BrokenBundlesKeepNoneOfTheOthersOut) {
+    auto records = InForce(manager, "host.list");
     EXPECT_EQ(Ids(records), (std::vector<std::string>{"e1", "e2"}));
     EXPECT_EQ(records.front()->GetVersion(), "first");
-    EXPECT_EQ(records.front()->GetExtensionPointId(), "host.menu");
+    EXPECT_EQ(records.front()->GetExtensionPointId(), "host.list");
 
     // Each dropped duplicate is one level-2 call with an empty text.
     int duplicates = 0;
-    for (auto& line : log->lines) {
-        if (line.first == 2) {
-            EXPECT_EQ(line.second, "[QZExtensionKit] ");
-            ++duplicates;
-        }
+    for (auto& line : loadLog->lines) {
+        duplicates += line.first == 2 && line.second == "[QZExtensionKit] ";
     }
     EXPECT_EQ(duplicates, 2);
-    EXPECT_TRUE(log->Contains(
+    EXPECT_TRUE(loadLog->Contains(
         ConfigLine("collect extension infos passed over bundle " + install.RootText() +
                    "\\extensions\\listroot, because of its manifest.json is not an object")));
 
     // The manifest that is JSON but no object leaves an empty place.
     std::vector<Artifact*> artifacts;
     manager.GetAllArtifacts(artifacts);
-    ASSERT_EQ(artifacts.size(), 3u);
-    EXPECT_NE(artifacts[0], nullptr);
+    ASSERT_EQ(artifacts.size(), 7u);
+    EXPECT_EQ(std::count(artifacts.begin(), artifacts.end(), nullptr), 1);
     EXPECT_EQ(artifacts[1], nullptr);
-    EXPECT_NE(artifacts[2], nullptr);
 }
 
-TEST(ConfigurationLoad, LookupsByIdAndByPoint) {
-    Installation install;
-    install.WriteMapping("{}");
-    install.WriteConfig(ConfigWithArtifacts({"b"}));
-    install.WriteManifest("b", Manifest("bundle.b", "", R"([
-        {"id": "p.b", "extensions": [{"id": "same", "version": "from b"}]},
-        {"id": "p.a", "extensions": [{"id": "same", "version": "from a"}, {"id": ""}]},
-        {"id": "p.empty", "extensions": []}])"));
-    QZEConfigurationManagerImpl manager;
-    ASSERT_TRUE(manager.LoadAllExtensionInfos());
-    auto log = qzetest::CaptureLog();
-
-    // The point that sorts last gives the answer.
+TEST_F(LoadedSample, LookupsByIdAndByPoint) {
+    // The point that sorts last gives the answer; a miss leaves the out
+    // pointer alone.
     Extension* found = nullptr;
     ASSERT_TRUE(manager.GetExtensionInfoByID("same", &found));
-    std::unique_ptr<Extension> owned(found);
-    EXPECT_EQ(owned->GetVersion(), "from b");
-    EXPECT_EQ(log->Texts().back(),
-              ConfigLine("get extension info by extension id:same, extension info is founded"));
-
-    Extension* untouched = reinterpret_cast<Extension*>(&log);
-    for (const char* id : {"", "unknown"}) {
-        EXPECT_FALSE(manager.GetExtensionInfoByID(id, &untouched));
-        EXPECT_EQ(untouched, reinterpret_cast<Extension*>(&log));
-        EXPECT_EQ(log->Texts().back(),
-                  ConfigLine(std::string("get extension info by extension id:") + id +
-                             ", extension info is not founded"));
-    }
-
-    struct Case {
-        const char* point;
-        std::size_t heldBefore;
-        bool result;
-        std::string line;
-    };
-    const std::string prefix = "get extension infos by extension point id:";
-    const Case cases[] = {
-        {"p.a", 0, true, prefix + "p.a, extension infos is founded, total(2)"},
-        {"p.a", 3, true, prefix + "p.a, extension infos is founded, total(5)"},
-        {"p.empty", 0, true, prefix + "p.empty, extension infos is founded, total(0)"},
-        {"p.none", 1, false, prefix + "p.none, extension infos is not founded"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.point);
-        std::vector<std::shared_ptr<Extension>> records(c.heldBefore);
-        EXPECT_EQ(manager.GetExtensionInfosByExntensionPointID(c.point, records), c.result);
-        EXPECT_EQ(log->Texts().back(), ConfigLine(c.line));
-    }
-
-    std::vector<Extension*> all{nullptr};
-    manager.GetAllExtensionInfos(all);
-    EXPECT_EQ(all.size(), 4u);
+    EXPECT_EQ(std::unique_ptr<Extension>(std::exchange(found, nullptr))->GetVersion(), "from b");
+    EXPECT_FALSE(manager.GetExtensionInfoByID("", &found));
+    EXPECT_FALSE(manager.GetExtensionInfoByID("unknown", &found));
+    EXPECT_EQ(found, nullptr);
+    // The count takes in what the vector held before.
+    std::vector<std::shared_ptr<Extension>> records;
+    EXPECT_TRUE(manager.GetExtensionInfosByExntensionPointID("p.a", records));
+    EXPECT_TRUE(manager.GetExtensionInfosByExntensionPointID("p.a", records));
+    EXPECT_TRUE(manager.GetExtensionInfosByExntensionPointID("p.empty", records));
+    EXPECT_FALSE(manager.GetExtensionInfosByExntensionPointID("p.none", records));
+    EXPECT_EQ(records.size(), 4u);
+    const std::string byId = "get extension info by extension id:";
+    const std::string byPoint = "get extension infos by extension point id:";
+    EXPECT_EQ(qzetest::Joined(*log), byId + "same, extension info is founded\n" + byId +
+                                         ", extension info is not founded\n" + byId +
+                                         "unknown, extension info is not founded\n" + byPoint +
+                                         "p.a, extension infos is founded, total(2)\n" + byPoint +
+                                         "p.a, extension infos is founded, total(4)\n" + byPoint +
+                                         "p.empty, extension infos is founded, total(4)\n" +
+                                         byPoint + "p.none, extension infos is not founded");
 }
 
-// The adapter bundle, a look-alike that is not the adapter, a bundle whose
-// extensions are derived onto the adapter's points, and a second adapter.
-void WriteAdapterInstallation(const Installation& install) {
-    install.WriteMapping(R"({
-        "host": {"menu": {"extensionPointId": "adapter.web", "version": "9.9",
-                          "clsid": "{CLS}", "iid": "{IID}", "isSingleton": true}},
-        "host.other": {"extensionPointId": "adapter.none"},
-        "self": {"extensionPointId": "self"}})");
-    install.WriteConfig(ConfigWithArtifacts({"other", "adapter", "src", "adapter2"}));
-    install.WriteManifest("other", Manifest("not_adapter", "", R"([{"id": "adapter.web"}])"));
-    install.WriteManifest("adapter", Manifest("extension_adapter", "", R"([
-        {"id": "adapter.web", "iid": "{POINT-IID}"},
-        {"id": "self", "extensions": [{"id": "z"}]}])",
-                                              "bin/adapter.dll"));
-    // A second adapter bundle with the same point comes too late to serve.
-    install.WriteManifest("adapter2", Manifest("extension_adapter", "",
-                                               R"([{"id": "adapter.web", "iid": "{LATE}"}])"));
-    install.WriteManifest("src", Manifest("bundle.src", "", R"([
-        {"id": "host.menu", "extensions": [
-            {"id": "s1", "unifiedId": "u1",
-             "payloads": {"a": "1", "b": "", "x.y": "2"},
-             "constraints": [{"key": "k", "value": ["", "v"]}, {"key": "gone", "value": [""]}],
-             "settingMap": {"modalPosition": "c", "modalSize": "s", "host": "h", "uri": "/u",
-                            "openType": "tab"}},
-            {"id": "s2", "payloads": {"extensionId": "given"}},
-            {"id": "s3"}]},
-        {"id": "host.other", "extensions": [{"id": "o1"}]}])"));
-}
-
-TEST(ConfigurationLoad, AdapterMappingDerivesRecordsOntoTheAdapterBundle) {
-    Installation install;
-    WriteAdapterInstallation(install);
-    QZEConfigurationManagerImpl manager;
-    ASSERT_TRUE(manager.LoadAllExtensionInfos());
-
+TEST_F(LoadedSample, AdapterMappingDerivesRecordsOntoTheAdapterBundle) {
     EXPECT_EQ(Ids(InForce(manager, "host.menu")), (std::vector<std::string>{"s1", "s2", "s3"}));
+    // A mapped point without an adapter point gets nothing derived.
     EXPECT_EQ(Ids(InForce(manager, "host.other")), std::vector<std::string>{"o1"});
     std::vector<std::shared_ptr<Extension>> none;
     EXPECT_FALSE(manager.GetExtensionInfosByExntensionPointID("adapter.none", none));
@@ -302,38 +176,22 @@ TEST(ConfigurationLoad, AdapterMappingDerivesRecordsOntoTheAdapterBundle) {
     EXPECT_EQ(Ids(InForce(manager, "self")), std::vector<std::string>{"z"});
 
     auto derived = InForce(manager, "adapter.web");
-    ASSERT_EQ(derived.size(), 2u);
-    const Extension& d1 = *derived[0];
-    EXPECT_EQ(d1.GetId().size(), 38u);
-    EXPECT_EQ(d1.GetId().front(), '{');
-    EXPECT_EQ(d1.GetId().back(), '}');
-    EXPECT_NE(d1.GetId(), derived[1]->GetId());
-    EXPECT_EQ(d1.GetExtensionPointId(), "adapter.web");
-    EXPECT_EQ(d1.GetVersion(), "9.9");
-    EXPECT_EQ(d1.GetClsid(), "{CLS}");
-    EXPECT_EQ(d1.GetIid(), "{POINT-IID}");
-    EXPECT_TRUE(d1.IsSingleton());
-    EXPECT_EQ(d1.GetUnifiedId(), "u1");
+    ASSERT_EQ(derived.size(), 3u);
+    EXPECT_EQ(derived[0]->GetId(), "local");
     // The dotted payload key went into a nested object and is not a text.
-    EXPECT_EQ(d1.GetPayloads(),
-              (std::map<std::string, std::string>{{"a", "1"}, {"extensionId", "s1"}}));
-    EXPECT_EQ(d1.GetConstraints(), (std::map<std::string, std::vector<std::string>>{{"k", {"v"}}}));
-    SettingMap settings = d1.GetSettingMap();
-    EXPECT_EQ(settings.modalPosition, "c");
-    EXPECT_EQ(settings.modalSize, "s");
-    EXPECT_EQ(settings.openType, "tab");
-    EXPECT_EQ(settings.url, "h/u");
-    // It runs on the adapter bundle's library, with the source's resources.
-    EXPECT_EQ(d1.GetMainEntry(), L"bin/adapter.dll");
-    EXPECT_TRUE(d1.IsNative());
-    EXPECT_EQ(d1.GetResourcesPath(), InForce(manager, "host.menu")[0]->GetResourcesPath());
-    EXPECT_NE(d1.GetResourcesPath(), std::wstring());
-
-    const Extension& d3 = *derived[1];
-    EXPECT_EQ(d3.GetPayloads(), (std::map<std::string, std::string>{{"extensionId", "s3"}}));
-    EXPECT_TRUE(d3.GetConstraints().empty());
-    EXPECT_EQ(d3.GetSettingMap().url, "");
-    EXPECT_EQ(d3.GetSettingMap().host, "");
+    EXPECT_EQ(qzetest::Describe(*derived[1]),
+              "9.9|{CLS}|{POINT-IID}|single|u1|a=1;extensionId=s1;|k=v,;|c,s,tab,h/u");
+    EXPECT_EQ(qzetest::Describe(*derived[2]), "9.9|{CLS}|{POINT-IID}|single||extensionId=s3;||,,,");
+    for (std::size_t i = 1; i < derived.size(); ++i) {
+        EXPECT_EQ(derived[i]->GetId().size(), 38u);
+        EXPECT_EQ(derived[i]->GetId().front(), '{');
+        EXPECT_EQ(derived[i]->GetExtensionPointId(), "adapter.web");
+        // It runs on the adapter bundle's library, with the source's resources.
+        EXPECT_EQ(derived[i]->GetMainEntry(), L"bin/adapter.dll");
+        EXPECT_EQ(derived[i]->GetResourcesPath(),
+                  InForce(manager, "host.menu")[0]->GetResourcesPath());
+    }
+    EXPECT_NE(derived[1]->GetId(), derived[2]->GetId());
 }
 
 }  // namespace
