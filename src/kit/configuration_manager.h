@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "config/module_codes.h"
 #include "kit/extension_manager.h"
 #include "platform/export.h"
 
@@ -20,11 +21,6 @@ class ProcessSingleton;
 class Artifact;
 class Extension;
 class IQZERemoteConfigDataSource;
-
-// The codes by which the host asks for modules and features; passed as
-// signed 32-bit numbers. Their enumerators live with the module tables.
-enum ModuleCode : int32_t;
-enum FeatureCode : int32_t;
 
 // Everything the kit is configured with. The order of the operations,
 // the destructor's place in the middle included, is binary interface.

@@ -1,6 +1,7 @@
 #include "kit/qzextensionkit.h"
 
 #include "component/object_container.h"
+#include "config/configuration_manager_impl.h"
 
 namespace qzextensionkit {
 
@@ -8,9 +9,12 @@ void QZExtensionKit::InitSDK() {
     // The log service exists before anything can log.
     QZELogService::GetInstance();
     QZEObjectContainer::GetInstance();
-    // Each implementation is wired into its facade here as it joins the kit:
-    // bundle, service, configuration, then extension manager, and last the
-    // built-in notification service.
+    // Each implementation is wired into its facade in this order as it joins
+    // the kit: bundle, service, configuration, then extension manager, and
+    // last the built-in notification service.
+    std::shared_ptr<IQZEConfigurationManager> configuration =
+        QZEConfigurationManagerImpl::GetInstance();
+    QZEConfigurationManager::GetInstance()->Initialize(configuration);
 }
 
 }  // namespace qzextensionkit

@@ -1,0 +1,162 @@
+#include <gtest/gtest.h>
+
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/capture_logger.h"
+#include "config/configuration_manager_impl.h"
+#include "config/support/installation.h"
+
+namespace qzextensionkit {
+namespace {
+
+using qzetest::ConfigLine;
+using qzetest::Installation;
+
+// Module ids by code number, "-" where a number has none; feature keys by
+// code number.
+const char kModuleIds[] =
+    "instantmessaging daiban richeng ei-video vorn_video onlinefile vorndisk announcement "
+    "worknotice vorn user_workbench tongxunlu managementback navi denglu hulianhutong zhanghao "
+    "personalsetting - security blog mail des pre-proclamation-system api-gateway filepreview "
+    "emass proclamation-systemold openplatform_advanced vorn-screen-projection mappingposition "
+    "system_setting_center core metax - vornguard_nationsky vornguard vorn_projector";
+const char kFeatureKeys[] =
+    "im_big_group_management im_enable_parse_link im_enable_server_encrypt im_enable_burn_chat "
+    "hulianhutong avmeeting_enable_meeting_record avmeeting_enable_meeting_to_live "
+    "vv_video_meeting_record vv_video_meetting_live vv_video_meetting_start vv_video_call_start "
+    "vorn.feature.sms.enabled vorn.feature.vms.enabled vorn.feature.comment.enabled";
+
+std::vector<std::string> Words(const char* text) {
+    std::istringstream in(text);
+    return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
+}
+
+// Every module listed, and one module holding every feature, switched on.
+TEST(ModulesAndFeatures, EveryCodeMeansItsText) {
+    const std::vector<std::string> modules = Words(kModuleIds);
+    const std::vector<std::string> features = Words(kFeatureKeys);
+    ASSERT_EQ(modules.size(), 38u);
+    std::string config = R"({"modules": [)";
+    for (auto& id : modules) {
+        config += R"({"id": ")" + id + R"("},)";
+    }
+    config += R"({"id": "zz", "configurations": [)";
+    for (auto& key : features) {
+        config += R"({"key": ")" + key + R"(", "value": "true"},)";
+    }
+    config.back() = ']';
+    Installation install;
+    install.WriteMapping("{}");
+    install.WriteConfig(config + "}]}");
+    QZEConfigurationManagerImpl manager;
+    ASSERT_TRUE(manager.LoadAllExtensionInfos());
+    auto log = qzetest::CaptureLog();
+    for (int code = 0; code < 38; ++code) {
+        // "-" stands for no id: such a code asks for the empty module id.
+        std::string id = modules[code] == "-" ? "" : modules[code];
+        bool enabled = false;
+        EXPECT_TRUE(manager.IsModuleEnabled(ModuleCode(code), enabled));
+        EXPECT_EQ(enabled, !id.empty()) << code;
+        EXPECT_EQ(log->Texts().back(),
+                  ConfigLine("query module is enabled success, module code:" + id +
+                             (id.empty() ? " module is false" : " module is true")));
+    }
+    for (int code = 0; code < 14; ++code) {
+        bool enabled = false;
+        EXPECT_TRUE(manager.IsFeatueEnabled(FeatureCode(code), enabled));
+        EXPECT_TRUE(enabled) << code;
+        EXPECT_EQ(log->Texts().back(),
+                  ConfigLine("query feature is enabled success, feature code:" + features[code] +
+                             " feature is true"));
+    }
+    bool enabled = true;
+    EXPECT_FALSE(manager.IsModuleEnabled(kModuleInvalid, enabled));
+    EXPECT_FALSE(enabled);
+    EXPECT_EQ(log->Texts().back(),
+              ConfigLine("query module is enabled failed, becuase of module code: module is "
+                         "invalid"));
+}
+
+// The sample's modules: "a_mod" and "b_mod" hold features and settings,
+// and a later "mail" replaces an earlier one.
+using ModuleAnswers = qzetest::LoadedSample;
+
+TEST_F(ModuleAnswers, IsFeatueEnabled) {
+    struct Case {
+        FeatureCode code;
+        bool enabledBefore;
+        bool result;
+        bool enabled;
+        std::string line;
+    };
+    const std::string success = "query feature is enabled success, feature code:";
+    const Case cases[] = {
+        // "a_mod" sorts before "b_mod" and decides.
+        {kFeatureVvVideoMeetingLive, true, true, false,
+         success + "vv_video_meetting_live feature is false"},
+        {kFeatureImEnableBurnChat, true, true, false,
+         success + "im_enable_burn_chat feature is false"},
+        {kFeatureSmsEnabled, false, true, true,
+         success + "vorn.feature.sms.enabled feature is true"},
+        {kFeatureImBigGroupManagement, true, false, true,
+         "query feature is enabled failed, feature code:im_big_group_management feature is not "
+         "founded"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        bool enabled = c.enabledBefore;
+        EXPECT_EQ(manager.IsFeatueEnabled(c.code, enabled), c.result);
+        EXPECT_EQ(enabled, c.enabled);
+        EXPECT_EQ(log->Texts().back(), ConfigLine(c.line));
+    }
+}
+
+TEST_F(ModuleAnswers, ModuleSettings) {
+    using Settings = std::map<std::string, std::string>;
+    const std::string prefix = "get configurations by module code:";
+    Settings settings{{"kept", "as is"}};
+    EXPECT_FALSE(manager.GetConfigurationsByID(kModuleRicheng, &settings));
+    EXPECT_EQ(settings, (Settings{{"kept", "as is"}}));
+    EXPECT_TRUE(manager.GetConfigurationsByID(kModuleCore, &settings));
+    EXPECT_TRUE(settings.empty());
+    // The later "mail" replaced the earlier one whole.
+    EXPECT_TRUE(manager.GetConfigurationsByID(kModuleMail, &settings));
+    EXPECT_EQ(settings, (Settings{{"new", "2"}}));
+    EXPECT_EQ(qzetest::Joined(*log), prefix + "richeng, configurations is not founded\n" + prefix +
+                                         "core, configurations is founded, total(0)\n" + prefix +
+                                         "mail, configurations is founded, total(1)");
+
+    struct ByKey {
+        const char* module;
+        const char* key;
+        bool result;
+        std::string value;
+    };
+    const ByKey byKey[] = {{"b_mod", "with_default", true, "dflt"},
+                           {"b_mod", "empty", true, ""},
+                           {"b_mod", "dup", true, "2"},
+                           {"b_mod", "", true, "empty key"},
+                           {"b_mod", "no_value", false, "before"},
+                           {"b_mod", "number", false, "before"},
+                           {"core", "anything", false, "before"},
+                           {"nomodule", "dup", false, "before"}};
+    for (const ByKey& c : byKey) {
+        SCOPED_TRACE(std::string(c.module) + "/" + c.key);
+        std::string value = "before";
+        EXPECT_EQ(manager.GetMuduleConfig(c.module, c.key, value), c.result);
+        EXPECT_EQ(value, c.value);
+        const std::string where = std::string("module code:") + c.module + " key:" + c.key;
+        EXPECT_EQ(
+            log->Texts().back(),
+            ConfigLine(c.result ? "query module config success, " + where + ",value:" + c.value
+                                : "query module config failed, " + where));
+    }
+}
+
+}  // namespace
+}  // namespace qzextensionkit

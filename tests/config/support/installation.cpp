@@ -1,0 +1,211 @@
+#include "config/support/installation.h"
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <fstream>
+#include <memory>
+
+#include "base/guid.h"
+#include "base/utf_string_conversions.h"
+#include "model/extension.h"
+#include "model/setting_map.h"
+#include "platform/platform.h"
+
+namespace qzetest {
+
+Installation::Installation() {
+    root_ = std::filesystem::temp_directory_path() / ("qzekit-config-" + base::GenerateGUID());
+    std::filesystem::create_directories(root_);
+    qzextensionkit::platform::testing::SetExecutablePathOverride((root_ / "host.exe").wstring());
+}
+
+Installation::~Installation() {
+    qzextensionkit::platform::testing::SetExecutablePathOverride(std::wstring());
+    std::error_code ignored;
+    std::filesystem::remove_all(root_, ignored);
+}
+
+std::string Installation::RootText() const {
+    return base::WideToUTF8(root_.wstring());
+}
+
+void Installation::Write(const std::string& relative, const std::string& bytes) const {
+    std::filesystem::path path = root_ / relative;
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    ASSERT_TRUE(out.good()) << relative;
+}
+
+void Installation::Remove(const std::string& relative) const {
+    std::filesystem::remove_all(root_ / relative);
+}
+
+std::string EncryptForConfig(const std::string& plain, const std::string& key) {
+    EXPECT_EQ(plain.size() % 16, 0u);
+    EXPECT_EQ(key.size(), 32u);
+    std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context(EVP_CIPHER_CTX_new(),
+                                                                            &EVP_CIPHER_CTX_free);
+    std::string cipher(plain.size() + 16, '\0');
+    int written = 0;
+    int tail = 0;
+    auto* out = reinterpret_cast<unsigned char*>(&cipher[0]);
+    EXPECT_EQ(EVP_EncryptInit_ex(context.get(), EVP_aes_256_ecb(), nullptr,
+                                 reinterpret_cast<const unsigned char*>(key.data()), nullptr),
+              1);
+    EVP_CIPHER_CTX_set_padding(context.get(), 0);
+    EXPECT_EQ(EVP_EncryptUpdate(context.get(), out, &written,
+                                reinterpret_cast<const unsigned char*>(plain.data()),
+                                static_cast<int>(plain.size())),
+              1);
+    EXPECT_EQ(EVP_EncryptFinal_ex(context.get(), out + written, &tail), 1);
+    cipher.resize(static_cast<std::size_t>(written + tail));
+
+    std::string text(4 * ((cipher.size() + 2) / 3) + 1, '\0');
+    int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&text[0]),
+                                 reinterpret_cast<const unsigned char*>(cipher.data()),
+                                 static_cast<int>(cipher.size()));
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
+std::string Manifest(const std::string& id, const std::string& foundationVersion,
+                     const std::string& points, const std::string& mainEntry) {
+    return R"({"id": ")" + id + R"(", "version": "1.0.0", "foundationVersion": ")" +
+           foundationVersion + R"(", "mainEntry": ")" + mainEntry + R"(", "extensionPoints": )" +
+           points + "}";
+}
+
+std::string ConfigWithArtifacts(const std::vector<std::string>& bundles) {
+    std::string list;
+    for (auto& bundle : bundles) {
+        list += (list.empty() ? "\"" : ", \"") + bundle + "\"";
+    }
+    return "{\"artifacts\": [" + list + "]}";
+}
+
+void WriteSampleInstallation(const Installation& install) {
+    // Path lookups: "host.menu" and "host.other" are found through nested
+    // objects. "self" maps a point onto itself.
+    install.WriteMapping(R"({
+        "host": {"menu": {"extensionPointId": "adapter.web", "version": "9.9",
+                          "clsid": "{CLS}", "iid": "{IID}", "isSingleton": true},
+                 "other": {"extensionPointId": "adapter.none"}},
+        "self": {"extensionPointId": "self"}})");
+    install.WriteConfig(R"({
+        "modules": [
+            {"id": "core"}, {"id": "a_mod", "configurations": [
+                {"key": "vv_video_meetting_live", "value": "false"}]},
+            {"id": "b_mod", "configurations": [
+                {"key": "vv_video_meetting_live", "value": "true"},
+                {"key": "im_enable_burn_chat", "value": "TRUE"},
+                {"key": "vorn.feature.sms.enabled", "value": "true"},
+                {"key": "with_default", "value": "", "defaultValue": "dflt"},
+                {"key": "no_value", "defaultValue": "x"}, {"key": "number", "value": 5},
+                {"key": "empty", "value": ""}, {"value": "no key"},
+                {"key": "", "value": "empty key"},
+                {"key": "dup", "value": "1"}, {"key": "dup", "value": "2"}, "not an object"]},
+            {"id": ""}, {"configurations": []}, "not an object",
+            {"id": "mail", "configurations": [{"key": "old", "value": "1"}]},
+            {"id": "mail", "configurations": [{"key": "new", "value": "2"}]}],
+        "ExtensionAuthInfo": {
+            "H5": {"https://b.example.com": [{"bundleId": "web", "accessKey": "k2"}],
+                   "https://a.example.com:8443": [{"bundleId": "web", "accessKey": "k1"},
+                                                 {"bundleId": "web", "accessKey": ""},
+                                                 {"bundleId": "", "accessKey": "x"}, {}, 7],
+                   "https://c.example.com": "not a list"},
+            "Native": [{"bundleId": "native", "accessKey": "k3"}, {"accessKey": "k4"}]},
+        "artifacts": ["good1", "missing", "notjson", "listroot", "", 5, "other", "adapter", "src",
+                      "adapter2", "good2"]})");
+    // Duplicates within and across bundles, a record and a point without id.
+    install.WriteManifest("good1", Manifest("bundle.1", "", R"([{"id": "host.list", "extensions": [
+            {"id": "e1", "version": "first"}, {"version": "no id"},
+            {"id": "e1", "version": "second"}]}, {"no id": "point skipped"}])"));
+    install.WriteManifest("good2", Manifest("bundle.2", "", R"([{"id": "host.list", "extensions": [
+            {"id": "e1", "version": "third"}, {"id": "e2"}]}])"));
+    install.WriteManifest("notjson", "{\"id\": ");
+    install.WriteManifest("listroot", "[]");
+    // A look-alike of the adapter, the adapter, and a second adapter that
+    // comes too late to serve.
+    install.WriteManifest("other", Manifest("not_adapter", "", R"([{"id": "adapter.web"}])"));
+    install.WriteManifest("adapter", Manifest("extension_adapter", "", R"([
+        {"id": "adapter.web", "iid": "{POINT-IID}", "extensions": [{"id": "local"}]},
+        {"id": "self", "extensions": [{"id": "z"}]}])",
+                                              "bin/adapter.dll"));
+    install.WriteManifest("adapter2", Manifest("extension_adapter", "",
+                                               R"([{"id": "adapter.web", "iid": "{LATE}"}])"));
+    // Sources of derived records, and points for the lookups.
+    install.WriteManifest("src", Manifest("bundle.src", "", R"([
+        {"id": "host.menu", "extensions": [
+            {"id": "s1", "unifiedId": "u1",
+             "payloads": {"a": "1", "b": "", "x.y": "2"},
+             "constraints": [{"key": "k", "value": ["", "v"]}, {"key": "gone", "value": [""]}],
+             "settingMap": {"modalPosition": "c", "modalSize": "s", "host": "h", "uri": "/u",
+                            "openType": "tab"}},
+            {"id": "s2", "payloads": {"extensionId": "given"}},
+            {"id": "s3"}]},
+        {"id": "host.other", "extensions": [{"id": "o1"}]},
+        {"id": "p.b", "extensions": [{"id": "same", "version": "from b"}]},
+        {"id": "p.a", "extensions": [{"id": "same", "version": "from a"}, {"id": ""}]},
+        {"id": "p.empty", "extensions": []}])"));
+}
+
+std::string ConfigLine(const std::string& text) {
+    return "[QZExtensionKit] configuration manager impl - " + text;
+}
+
+std::string Joined(CapturedLines& log) {
+    const std::string prefix = ConfigLine("");
+    std::string joined;
+    for (auto& line : log.Texts()) {
+        joined += line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line;
+        joined += "\n";
+    }
+    if (!joined.empty()) {
+        joined.pop_back();
+    }
+    return joined;
+}
+
+std::vector<std::shared_ptr<qzextensionkit::Extension>> InForce(
+    qzextensionkit::IQZEConfigurationManager& manager, const std::string& point) {
+    std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
+    manager.GetExtensionInfosByExntensionPointID(point, records);
+    return records;
+}
+
+std::vector<std::string> Ids(
+    const std::vector<std::shared_ptr<qzextensionkit::Extension>>& records) {
+    std::vector<std::string> ids;
+    for (auto& record : records) {
+        ids.push_back(record->GetId());
+    }
+    return ids;
+}
+
+}  // namespace qzetest
+
+namespace qzetest {
+
+std::string Describe(const qzextensionkit::Extension& record) {
+    std::string text = record.GetVersion() + "|" + record.GetClsid() + "|" + record.GetIid() +
+                       (record.IsSingleton() ? "|single|" : "|multi|") + record.GetUnifiedId() +
+                       "|";
+    for (auto& payload : record.GetPayloads()) {
+        text += payload.first + "=" + payload.second + ";";
+    }
+    text += "|";
+    for (auto& constraint : record.GetConstraints()) {
+        text += constraint.first + "=";
+        for (auto& value : constraint.second) {
+            text += value + ",";
+        }
+        text += ";";
+    }
+    qzextensionkit::SettingMap settings = record.GetSettingMap();
+    return text + "|" + settings.modalPosition + "," + settings.modalSize + "," +
+           settings.openType + "," + settings.url;
+}
+
+}  // namespace qzetest

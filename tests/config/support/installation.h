@@ -1,0 +1,93 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "common/capture_logger.h"
+#include "config/configuration_manager_impl.h"
+
+namespace qzetest {
+
+// A host installation in a fresh temporary folder: the kit sees it as the
+// directory of the running executable. Removed again when destroyed.
+class Installation {
+public:
+    Installation();
+    ~Installation();
+    Installation(const Installation&) = delete;
+    Installation& operator=(const Installation&) = delete;
+
+    const std::filesystem::path& root() const { return root_; }
+    // The executable's directory as the kit's paths begin it.
+    std::string RootText() const;
+
+    // Writes `bytes` to a file below the root, creating folders on the way.
+    void Write(const std::string& relative, const std::string& bytes) const;
+    void Remove(const std::string& relative) const;
+
+    void WriteMapping(const std::string& json) const {
+        Write("extension_adapter_mapping.json", json);
+    }
+    void WriteConfig(const std::string& bytes) const { Write("extensions/config.json", bytes); }
+    void WriteManifest(const std::string& bundle, const std::string& json) const {
+        Write("extensions/" + bundle + "/manifest.json", json);
+    }
+
+private:
+    std::filesystem::path root_;
+};
+
+// base64 of AES-256-ECB ciphertext of `plain`, whose length must be a
+// multiple of 16; no padding is added.
+std::string EncryptForConfig(const std::string& plain, const std::string& key);
+
+// A manifest with the given artifact id, foundation version and
+// "extensionPoints" list text.
+std::string Manifest(const std::string& id, const std::string& foundationVersion,
+                     const std::string& points, const std::string& mainEntry = "bin/main.dll");
+
+// {"artifacts": [...]} naming the given bundle folders.
+std::string ConfigWithArtifacts(const std::vector<std::string>& bundles);
+
+// One installation that serves several tests; see the comments inside.
+void WriteSampleInstallation(const Installation& install);
+
+// A manager that has loaded the sample installation; `loadLog` holds what
+// the load logged, `log` what came after.
+class LoadedSample : public ::testing::Test {
+protected:
+    void SetUp() override {
+        WriteSampleInstallation(install);
+        loadLog = CaptureLog();
+        ASSERT_TRUE(manager.LoadAllExtensionInfos());
+        log = CaptureLog();
+    }
+
+    Installation install;
+    qzextensionkit::QZEConfigurationManagerImpl manager;
+    std::shared_ptr<CapturedLines> loadLog;
+    std::shared_ptr<CapturedLines> log;
+};
+
+// The text the log sink receives for one of the configuration manager's lines.
+std::string ConfigLine(const std::string& text);
+
+// The captured lines joined by "\n", each without the configuration
+// manager's prefix.
+std::string Joined(CapturedLines& log);
+
+// The records in force under one extension point (none for an unknown one),
+// and their ids.
+std::vector<std::shared_ptr<qzextensionkit::Extension>> InForce(
+    qzextensionkit::IQZEConfigurationManager& manager, const std::string& point);
+// version|clsid|iid|single or multi|unifiedId|payloads|constraints|
+// modalPosition,modalSize,openType,url of one record.
+std::string Describe(const qzextensionkit::Extension& record);
+std::vector<std::string> Ids(
+    const std::vector<std::shared_ptr<qzextensionkit::Extension>>& records);
+
+}  // namespace qzetest
