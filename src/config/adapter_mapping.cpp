@@ -125,12 +125,10 @@ void QZEConfigurationManagerImpl::AddExtensionsToPoint(
     const bool mapped = GetAdapterMappingEntry(extensionPointId) != nullptr;
 
     for (Extension* record : *extensions) {
-        Extension* made = nullptr;
-        ExtensionFactory::CopyExtension(record, &made);
-        if (!made) {
+        std::shared_ptr<Extension> copy = CopyExtensionShared(record);
+        if (!copy) {
             continue;
         }
-        std::shared_ptr<Extension> copy(made);
         if (!ids.insert(copy->GetId()).second) {
             // First come, first kept.
             Log()->LogMessage(2, "%s", "");

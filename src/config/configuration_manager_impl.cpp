@@ -128,10 +128,8 @@ bool QZEConfigurationManagerImpl::GetExtensionInfosByExntensionPointID(
                               extensionPointId.c_str());
             continue;
         }
-        Extension* copy = nullptr;
-        ExtensionFactory::CopyExtension(record.get(), &copy);
-        if (copy) {
-            extensions.push_back(std::shared_ptr<Extension>(copy));
+        if (std::shared_ptr<Extension> copy = CopyExtensionShared(record.get())) {
+            extensions.push_back(std::move(copy));
         }
     }
     // The count includes what the caller's vector held before.
@@ -212,10 +210,14 @@ void QZEConfigurationManagerImpl::CheckAndFetchExtensionAuthInfo() {
 }
 
 void QZEConfigurationManagerImpl::FetchRemoteConfig(
-    bool, const std::function<void()>&, const std::function<void(const std::string&)>&) {
+    bool, const std::function<void()>&, const std::function<void(const std::string&)>& onFailure) {
     Log()->LogMessage(0,
                       "configuration manager impl - fetch remote config failed, because of it is "
                       "not supported yet");
+    // A caller waiting for an answer gets one.
+    if (onFailure) {
+        onFailure("remote configuration is not supported yet");
+    }
 }
 
 bool QZEConfigurationManagerImpl::LoadRemoteConfig() {

@@ -46,11 +46,14 @@ base::FilePath Artifact::GetRootPath() const {
 }
 
 std::wstring Artifact::GetResourcesPath() const {
-    return resourcesPath_;
+    return resourcesPath_ ? *resourcesPath_ : std::wstring();
 }
 
 void Artifact::SetResourcesPath(const std::wstring& resourcesPath) {
-    resourcesPath_ = resourcesPath;
+    if (!resourcesPath_ || resourcesPath_.get() != &resourcesPath) {
+        resourcesPath_ =
+            resourcesPath.empty() ? nullptr : std::make_shared<const std::wstring>(resourcesPath);
+    }
 }
 
 std::string Artifact::GetLibFileMD5() const {

@@ -38,6 +38,8 @@ public:
     base::FilePath GetRootPath() const;
     std::wstring GetResourcesPath() const;
     void SetResourcesPath(const std::wstring& resourcesPath);
+    // The same text without a copy, for the records that resolve to it.
+    std::shared_ptr<const std::wstring> SharedResourcesPath() const { return resourcesPath_; }
     std::string GetLibFileMD5() const;
     void SetLibFileMD5(const std::string& libFileMD5);
     std::string GetSignMD5() const;
@@ -61,7 +63,10 @@ private:
     std::vector<uint32_t> foundationVersion_;
     std::wstring mainEntry_;
     base::FilePath rootPath_;
-    std::wstring resourcesPath_;
+    // Shared with the copies of this bundle's records; a new value replaces
+    // the pointer, so what a copy holds never changes under it. Null when
+    // empty.
+    std::shared_ptr<const std::wstring> resourcesPath_;
     std::string libFileMD5_;
     std::string signMD5_;
     std::string bundleClassId_;

@@ -29,19 +29,15 @@ void ExtensionFactory::CopyExtension(Extension* source, Extension** copy) {
     if (!original || !copy) {
         return;
     }
-    auto record = std::make_unique<ExtensionImpl>(original->GetExtensionPoint());
-    record->SetId(source->GetId());
-    record->SetVersion(source->GetVersion());
-    record->SetExtensionPointId(source->GetExtensionPointId());
-    record->SetClsid(source->GetClsid());
-    record->SetPayloads(source->GetPayloads());
-    record->SetConstraints(source->GetConstraints());
-    record->SetSettingMap(source->GetSettingMap());
-    record->SetSingleton(source->IsSingleton());
-    // The resolved path: the copy answers it even if the artifact changes.
-    record->SetResourcesPath(source->GetResourcesPath());
-    record->SetUnifiedId(source->GetUnifiedId());
+    // The same values the getters give, with the resources path resolved;
+    // the data itself is shared until one of the two records changes.
+    auto record = original->Copy();
     *copy = record.release();
+}
+
+std::shared_ptr<Extension> CopyExtensionShared(Extension* source) {
+    auto* original = dynamic_cast<ExtensionImpl*>(source);
+    return original ? original->CopyShared() : nullptr;
 }
 
 void ExtensionFactory::ExtractLocalNativeExtensionInfoToRemote(Extension* remote,

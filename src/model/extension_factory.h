@@ -42,4 +42,9 @@ public:
     static void ExtractLocalNativeExtensionInfoToRemote(Extension* remote, Extension* local);
 };
 
+// CopyExtension for the kit's own tables: the same copy, held by a shared
+// pointer made in one allocation; null for a source that is not one of the
+// kit's own records.
+QZEKIT_EXPORT std::shared_ptr<Extension> CopyExtensionShared(Extension* source);
+
 }  // namespace qzextensionkit

@@ -1,5 +1,7 @@
 #include "model/extension_impl.h"
 
+#include <utility>
+
 #include "model/artifact.h"
 #include "model/extension_point_impl.h"
 
@@ -22,24 +24,52 @@ void Assign(T& field, const T& value) {
 
 }  // namespace
 
-ExtensionImpl::ExtensionImpl() = default;
+ExtensionImpl::ExtensionImpl() : data_(std::make_shared<Data>()) {}
 
-ExtensionImpl::ExtensionImpl(ExtensionPoint* extensionPoint) : extensionPoint_(extensionPoint) {}
+ExtensionImpl::ExtensionImpl(ExtensionPoint* extensionPoint)
+    : data_(std::make_shared<Data>()), extensionPoint_(extensionPoint) {}
 
 ExtensionImpl::ExtensionImpl(const ExtensionImpl& other) = default;
 ExtensionImpl& ExtensionImpl::operator=(const ExtensionImpl& other) = default;
 ExtensionImpl::~ExtensionImpl() = default;
 
+std::unique_ptr<ExtensionImpl> ExtensionImpl::Copy() const {
+    auto copy = std::make_unique<ExtensionImpl>(*this);
+    copy->resourcesPath_ = ResolvedResourcesPath();
+    return copy;
+}
+
+std::shared_ptr<ExtensionImpl> ExtensionImpl::CopyShared() const {
+    auto copy = std::make_shared<ExtensionImpl>(*this);
+    copy->resourcesPath_ = ResolvedResourcesPath();
+    return copy;
+}
+
+std::shared_ptr<const std::wstring> ExtensionImpl::ResolvedResourcesPath() const {
+    if (resourcesPath_ && !resourcesPath_->empty()) {
+        return resourcesPath_;
+    }
+    Artifact* artifact = ArtifactOf(extensionPoint_);
+    return artifact ? artifact->SharedResourcesPath() : nullptr;
+}
+
+ExtensionImpl::Data& ExtensionImpl::Mutable() {
+    if (data_.use_count() > 1) {
+        data_ = std::make_shared<Data>(*data_);
+    }
+    return *data_;
+}
+
 std::string ExtensionImpl::GetId() const {
-    return id_;
+    return data_->id;
 }
 
 std::string ExtensionImpl::GetVersion() const {
-    return version_;
+    return data_->version;
 }
 
 std::string ExtensionImpl::GetExtensionPointId() const {
-    return extensionPointId_;
+    return data_->extensionPointId;
 }
 
 std::string ExtensionImpl::GetIid() const {
@@ -47,11 +77,11 @@ std::string ExtensionImpl::GetIid() const {
 }
 
 std::string ExtensionImpl::GetClsid() const {
-    return clsid_;
+    return data_->clsid;
 }
 
 std::map<std::string, std::string> ExtensionImpl::GetPayloads() const {
-    return payloads_;
+    return data_->payloads;
 }
 
 std::wstring ExtensionImpl::GetMainEntry() const {
@@ -60,7 +90,7 @@ std::wstring ExtensionImpl::GetMainEntry() const {
 }
 
 std::map<std::string, std::vector<std::string>> ExtensionImpl::GetConstraints() const {
-    return constraints_;
+    return data_->constraints;
 }
 
 base::FilePath ExtensionImpl::GetRootPath() const {
@@ -69,19 +99,16 @@ base::FilePath ExtensionImpl::GetRootPath() const {
 }
 
 SettingMap ExtensionImpl::GetSettingMap() const {
-    return settingMap_;
+    return data_->settingMap;
 }
 
 std::wstring ExtensionImpl::GetResourcesPath() const {
-    if (!resourcesPath_.empty()) {
-        return resourcesPath_;
-    }
-    Artifact* artifact = ArtifactOf(extensionPoint_);
-    return artifact ? artifact->GetResourcesPath() : std::wstring();
+    std::shared_ptr<const std::wstring> path = ResolvedResourcesPath();
+    return path ? *path : std::wstring();
 }
 
 bool ExtensionImpl::IsSingleton() const {
-    return isSingleton_;
+    return data_->isSingleton;
 }
 
 std::string ExtensionImpl::GetLibFileMD5() const {
@@ -106,40 +133,72 @@ bool ExtensionImpl::IsNative() const {
 }
 
 std::string ExtensionImpl::GetUnifiedId() const {
-    return unifiedId_;
+    return data_->unifiedId;
 }
 
 void ExtensionImpl::SetId(const std::string& id) {
-    Assign(id_, id);
+    Assign(Mutable().id, id);
 }
 
 void ExtensionImpl::SetVersion(const std::string& version) {
-    Assign(version_, version);
+    Assign(Mutable().version, version);
 }
 
 void ExtensionImpl::SetExtensionPointId(const std::string& extensionPointId) {
-    Assign(extensionPointId_, extensionPointId);
+    Assign(Mutable().extensionPointId, extensionPointId);
 }
 
 void ExtensionImpl::SetClsid(const std::string& clsid) {
-    Assign(clsid_, clsid);
+    Assign(Mutable().clsid, clsid);
 }
 
 void ExtensionImpl::SetPayloads(const std::map<std::string, std::string>& payloads) {
-    Assign(payloads_, payloads);
+    Assign(Mutable().payloads, payloads);
 }
 
 void ExtensionImpl::SetConstraints(
     const std::map<std::string, std::vector<std::string>>& constraints) {
-    Assign(constraints_, constraints);
+    Assign(Mutable().constraints, constraints);
+}
+
+void ExtensionImpl::SetId(std::string&& id) {
+    Mutable().id = std::move(id);
+}
+
+void ExtensionImpl::SetVersion(std::string&& version) {
+    Mutable().version = std::move(version);
+}
+
+void ExtensionImpl::SetExtensionPointId(std::string&& extensionPointId) {
+    Mutable().extensionPointId = std::move(extensionPointId);
+}
+
+void ExtensionImpl::SetClsid(std::string&& clsid) {
+    Mutable().clsid = std::move(clsid);
+}
+
+void ExtensionImpl::SetUnifiedId(std::string&& unifiedId) {
+    Mutable().unifiedId = std::move(unifiedId);
+}
+
+void ExtensionImpl::SetPayloads(std::map<std::string, std::string>&& payloads) {
+    Mutable().payloads = std::move(payloads);
+}
+
+void ExtensionImpl::SetConstraints(std::map<std::string, std::vector<std::string>>&& constraints) {
+    Mutable().constraints = std::move(constraints);
+}
+
+void ExtensionImpl::SetSettingMap(SettingMap&& settingMap) {
+    Mutable().settingMap = std::move(settingMap);
 }
 
 void ExtensionImpl::SetSettingMap(const SettingMap& settingMap) {
-    Assign(settingMap_, settingMap);
+    Assign(Mutable().settingMap, settingMap);
 }
 
 void ExtensionImpl::SetSingleton(bool isSingleton) {
-    isSingleton_ = isSingleton;
+    Mutable().isSingleton = isSingleton;
 }
 
 void ExtensionImpl::SetExtensionPoint(ExtensionPoint* extensionPoint) {
@@ -147,11 +206,13 @@ void ExtensionImpl::SetExtensionPoint(ExtensionPoint* extensionPoint) {
 }
 
 void ExtensionImpl::SetResourcesPath(const std::wstring& resourcesPath) {
-    Assign(resourcesPath_, resourcesPath);
+    if (!resourcesPath_ || resourcesPath_.get() != &resourcesPath) {
+        resourcesPath_ = std::make_shared<const std::wstring>(resourcesPath);
+    }
 }
 
 void ExtensionImpl::SetUnifiedId(const std::string& unifiedId) {
-    Assign(unifiedId_, unifiedId);
+    Assign(Mutable().unifiedId, unifiedId);
 }
 
 ExtensionPoint* ExtensionImpl::GetExtensionPoint() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -46,35 +47,60 @@ public:
     bool IsNative() const override;
     std::string GetUnifiedId() const override;
 
+    // A copy that shares this record's data until either of them is changed;
+    // the extension point stays borrowed, the resources path is resolved.
+    std::unique_ptr<ExtensionImpl> Copy() const;
+    std::shared_ptr<ExtensionImpl> CopyShared() const;
+
     void SetId(const std::string& id);
+    void SetId(std::string&& id);
     void SetVersion(const std::string& version);
+    void SetVersion(std::string&& version);
     void SetExtensionPointId(const std::string& extensionPointId);
+    void SetExtensionPointId(std::string&& extensionPointId);
     void SetClsid(const std::string& clsid);
+    void SetClsid(std::string&& clsid);
     void SetPayloads(const std::map<std::string, std::string>& payloads);
+    void SetPayloads(std::map<std::string, std::string>&& payloads);
     void SetConstraints(const std::map<std::string, std::vector<std::string>>& constraints);
+    void SetConstraints(std::map<std::string, std::vector<std::string>>&& constraints);
     void SetSettingMap(const SettingMap& settingMap);
+    void SetSettingMap(SettingMap&& settingMap);
     void SetSingleton(bool isSingleton);
     void SetExtensionPoint(ExtensionPoint* extensionPoint);
     void SetResourcesPath(const std::wstring& resourcesPath);
     void SetUnifiedId(const std::string& unifiedId);
+    void SetUnifiedId(std::string&& unifiedId);
 
     ExtensionPoint* GetExtensionPoint() const;
 
 private:
-    std::string id_;
-    std::string version_;
-    std::string extensionPointId_;
-    // Never assigned: the interface id always comes from the extension point.
-    std::string iid_;
-    std::string clsid_;
-    bool isSingleton_ = false;
-    std::map<std::string, std::string> payloads_;
-    std::map<std::string, std::vector<std::string>> constraints_;
-    SettingMap settingMap_;
+    // What a record says about itself. Records are filled once and then only
+    // read, and the table of extensions in force holds a copy of every
+    // record: copies share this block, and a setter on a shared block
+    // changes a private clone of it.
+    struct Data {
+        std::string id;
+        std::string version;
+        std::string extensionPointId;
+        // Never assigned: the interface id always comes from the extension
+        // point.
+        std::string iid;
+        std::string clsid;
+        bool isSingleton = false;
+        std::map<std::string, std::string> payloads;
+        std::map<std::string, std::vector<std::string>> constraints;
+        SettingMap settingMap;
+        std::string unifiedId;
+    };
+    Data& Mutable();
+
+    std::shared_ptr<Data> data_;
     ExtensionPoint* extensionPoint_ = nullptr;
-    // Empty unless the record is a copy: then it holds the resolved path.
-    std::wstring resourcesPath_;
-    std::string unifiedId_;
+    // Null unless the record is a copy: then it holds the resolved path,
+    // shared with the artifact it came from.
+    std::shared_ptr<const std::wstring> resourcesPath_;
+    std::shared_ptr<const std::wstring> ResolvedResourcesPath() const;
 };
 
 }  // namespace qzextensionkit

@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/files/file_util.h"
@@ -36,7 +37,7 @@ std::map<std::string, std::string> ReadPayloads(const base::DictionaryValue& ite
         std::string text;
         entry.second->GetAsString(&text);
         if (!text.empty()) {
-            payloads.emplace(entry.first, text);
+            payloads.emplace(entry.first, std::move(text));
         }
     }
     return payloads;
@@ -63,7 +64,7 @@ bool ReadConstraints(const base::DictionaryValue& item,
             for (std::size_t j = 0; j < values->GetSize(); ++j) {
                 std::string value;
                 if (values->GetString(j, &value)) {
-                    allowed.push_back(value);
+                    allowed.push_back(std::move(value));
                 }
             }
         }
@@ -80,13 +81,13 @@ bool ReadSettingMap(const base::DictionaryValue& item, SettingMapRule rule,
     if (!item.GetDictionary("settingMap", &dict)) {
         return false;
     }
-    std::string modalPosition, modalSize, host, uri, openType;
+    SettingMap read;
     const std::pair<const char*, std::string*> keys[] = {
-        {"modalPosition", &modalPosition},
-        {"modalSize", &modalSize},
-        {"host", &host},
-        {"uri", &uri},
-        {"openType", &openType},
+        {"modalPosition", &read.modalPosition},
+        {"modalSize", &read.modalSize},
+        {"host", &read.host},
+        {"uri", &read.uri},
+        {"openType", &read.openType},
     };
     bool anyFound = false;
     for (const auto& key : keys) {
@@ -100,7 +101,8 @@ bool ReadSettingMap(const base::DictionaryValue& item, SettingMapRule rule,
         return false;
     }
     // The address is joined once, here, with nothing in between.
-    *settingMap = SettingMap(modalPosition, modalSize, host + uri, openType, host, uri);
+    read.url = read.host + read.uri;
+    *settingMap = std::move(read);
     return true;
 }
 
@@ -118,12 +120,12 @@ bool ReadExtension(ExtensionPoint* point, const base::DictionaryValue& item, Set
 
     auto* record = new ExtensionImpl(point);
     *extension = record;
-    record->SetId(id);
+    record->SetId(std::move(id));
     // The extension point's id and interface id come from the point, never
     // from the dictionary.
     record->SetExtensionPointId(point->GetId());
-    record->SetVersion(version);
-    record->SetClsid(clsid);
+    record->SetVersion(std::move(version));
+    record->SetClsid(std::move(clsid));
 
     bool isSingleton = true;
     if (!item.GetBoolean("isSingleton", &isSingleton)) {
@@ -135,17 +137,17 @@ bool ReadExtension(ExtensionPoint* point, const base::DictionaryValue& item, Set
 
     std::map<std::string, std::vector<std::string>> constraints;
     if (ReadConstraints(item, &constraints)) {
-        record->SetConstraints(constraints);
+        record->SetConstraints(std::move(constraints));
     }
 
     SettingMap settingMap;
     if (ReadSettingMap(item, rule, &settingMap)) {
-        record->SetSettingMap(settingMap);
+        record->SetSettingMap(std::move(settingMap));
     }
 
     std::string unifiedId;
     item.GetString("unifiedId", &unifiedId);
-    record->SetUnifiedId(unifiedId);
+    record->SetUnifiedId(std::move(unifiedId));
     return true;
 }
 

@@ -128,6 +128,23 @@ TEST_F(ExtensionFactoryTest, CopyHoldsTheResolvedResourcesPath) {
     artifact_->SetResourcesPath(L"moved");
     EXPECT_EQ(local_->GetResourcesPath(), L"moved");
     EXPECT_EQ(copy->GetResourcesPath(), root_.value() + L"\\resources");
+
+    // Copies share their data until one of them changes: a change to either
+    // side stays on that side.
+    auto* copyImpl = static_cast<ExtensionImpl*>(copy.get());
+    auto* localImpl = static_cast<ExtensionImpl*>(local_);
+    copyImpl->SetClsid("{CHANGED}");
+    copyImpl->SetPayloads(Payloads{{"copy", "2"}});
+    EXPECT_EQ(local_->GetClsid(), "{LOCAL}");
+    EXPECT_EQ(local_->GetPayloads(), (Payloads{{"local", "1"}}));
+    localImpl->SetUnifiedId("changed-u");
+    EXPECT_EQ(copy->GetUnifiedId(), "local-u");
+    EXPECT_EQ(copy->GetClsid(), "{CHANGED}");
+    std::shared_ptr<Extension> shared = CopyExtensionShared(copy.get());
+    ASSERT_TRUE(shared);
+    EXPECT_EQ(shared->GetClsid(), "{CHANGED}");
+    EXPECT_EQ(shared->GetResourcesPath(), copy->GetResourcesPath());
+    EXPECT_FALSE(CopyExtensionShared(nullptr));
 }
 
 TEST_F(ExtensionFactoryTest, CopyIgnoresRecordsItDidNotMake) {
