@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "platform/export.h"
 #include "platform/guid_type.h"
@@ -67,6 +68,84 @@ QZEKIT_EXPORT FileHandle OpenFileForRead(const std::wstring& path);
 // read error.
 QZEKIT_EXPORT long long ReadFromFile(FileHandle file, void* buffer, std::size_t size);
 QZEKIT_EXPORT void CloseFile(FileHandle file);
+
+// ---- Code signing ----------------------------------------------------------
+// On Windows these are Authenticode through WinVerifyTrust and CryptoAPI. On
+// Linux a signed library carries, after its own bytes, a detached DER CMS
+// SignedData over those bytes, a 12-byte trailer (00 00 02 00 00 00 00 00,
+// then the CMS length, big-endian 32 bits) and "~Module signature appended~\n";
+// it is checked with OpenSSL against the system trust store.
+
+// Status codes of a trust check, as Windows reports them.
+constexpr uint32_t kTrustNoSignature = 0x800B0100;      // TRUST_E_NOSIGNATURE
+constexpr uint32_t kTrustSubjectForm = 0x800B0003;      // TRUST_E_SUBJECT_FORM_UNKNOWN
+constexpr uint32_t kTrustProviderUnknown = 0x800B0001;  // TRUST_E_PROVIDER_UNKNOWN
+constexpr uint32_t kTrustSubjectNotTrusted = 0x800B0004;
+constexpr uint32_t kTrustBadDigest = 0x80096010;         // TRUST_E_BAD_DIGEST
+constexpr uint32_t kTrustUntrustedRoot = 0x800B0109;     // CERT_E_UNTRUSTEDROOT
+constexpr uint32_t kTrustChaining = 0x800B010A;          // CERT_E_CHAINING
+constexpr uint32_t kTrustExpired = 0x800B0101;           // CERT_E_EXPIRED
+constexpr uint32_t kTrustWrongUsage = 0x800B0110;        // CERT_E_WRONG_USAGE
+constexpr uint32_t kTrustExplicitDistrust = 0x800B0111;  // TRUST_E_EXPLICIT_DISTRUST
+constexpr uint32_t kTrustSecuritySettings = 0x80092026;  // CRYPT_E_SECURITY_SETTINGS
+
+struct TrustResult {
+    // 0 when the embedded signature is present, intact and trusted.
+    uint32_t status = 0;
+    // The thread's last error right after the check.
+    uint32_t lastError = 0;
+};
+
+// Checks the embedded signature of the file at `path`: present, matching the
+// file's bytes, by a signer that chains to a trusted root, at the present
+// time, with no revocation check and no user interface.
+QZEKIT_EXPORT TrustResult VerifyFileTrust(const std::wstring& path);
+
+// A certificate as the signature check logs and compares it. Each name is
+// the simple display name (on Windows CertGetNameStringW with
+// CERT_NAME_SIMPLE_DISPLAY_TYPE); an absent flag stands for a failed lookup.
+struct CertificateDetails {
+    // As stored: least significant byte first.
+    std::vector<uint8_t> serialNumber;
+    bool hasIssuerName = false;
+    std::wstring issuerName;
+    bool hasSubjectName = false;
+    std::wstring subjectName;
+};
+
+struct SignatureDetails {
+    // The embedded signature could be opened and its first signer's
+    // information read.
+    bool opened = false;
+    // From the signer's program-name attribute (1.3.6.1.4.1.311.2.1.12);
+    // links only when they are of the URL or file kind.
+    bool hasProgramName = false;
+    std::wstring programName;
+    bool hasPublisherLink = false;
+    std::wstring publisherLink;
+    bool hasMoreInfoLink = false;
+    std::wstring moreInfoLink;
+    // The signer's certificate, found by issuer and serial number.
+    bool signerFound = false;
+    CertificateDetails signer;
+    // A countersignature (1.2.840.113549.1.9.6), its certificate when found
+    // in the same store, and its signing time (1.2.840.113549.1.9.5) in local
+    // time.
+    bool hasTimestampSigner = false;
+    bool timestampCertificateFound = false;
+    CertificateDetails timestampCertificate;
+    bool hasTimestampTime = false;
+    int timestampYear = 0, timestampMonth = 0, timestampDay = 0, timestampHour = 0,
+        timestampMinute = 0;
+};
+
+// Reads what the signature check logs and compares. False (with `opened`
+// false) when the file has no embedded signature that can be read.
+QZEKIT_EXPORT bool ReadSignatureDetails(const std::wstring& path, SignatureDetails* details);
+
+// Replaces the file at `path` with `bytes`, so that a reader sees either the
+// old or the new content and never a part: written beside it, then renamed.
+QZEKIT_EXPORT bool WriteFileAtomically(const std::wstring& path, const std::string& bytes);
 
 // ---- Identifiers -----------------------------------------------------------
 
