@@ -10,6 +10,7 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <random>
 #include <string>
 #include <system_error>
@@ -320,6 +321,79 @@ TEST_F(SignVerifyTest, PublisherAndTimeStampLines) {
         {"countersigned, wrong signMD5", [&] { return SignedWith(pki.signer, stamped); }, signer,
          SignText::kWrong, false, Join({kSigned, SignerCertificate(), kNotMatched})},
     };
+    for (const SignCase& c : cases) {
+        Run(c);
+    }
+}
+
+// The signer's name is the first common name, unit, organisation or e-mail
+// attribute of its subject, else its first e-mail alternative name, else the
+// subject's first attribute; that name enters signMD5.
+TEST_F(SignVerifyTest, SignerNameRules) {
+    const qzetest::TestPki& pki = qzetest::VerifyPki();
+    struct NameCase {
+        const char* name;
+        std::vector<qzetest::NameField> subject;
+        std::string altEmail;
+        std::string expected;  // empty: no name
+    };
+    const std::vector<NameCase> names = {
+        {"common name last",
+         {{NID_countryName, "DE"},
+          {NID_organizationName, "Org"},
+          {NID_organizationalUnitName, "Unit"},
+          {NID_commonName, "Common"}},
+         "",
+         "Common"},
+        {"unit before organisation",
+         {{NID_countryName, "DE"},
+          {NID_organizationName, "Org"},
+          {NID_organizationalUnitName, "Unit"}},
+         "",
+         "Unit"},
+        {"organisation before e-mail",
+         {{NID_pkcs9_emailAddress, "mail@example.com"}, {NID_organizationName, "Org"}},
+         "",
+         "Org"},
+        {"e-mail attribute",
+         {{NID_countryName, "DE"}, {NID_pkcs9_emailAddress, "mail@example.com"}},
+         "alt@example.com",
+         "mail@example.com"},
+        {"alternative e-mail", {{NID_countryName, "DE"}}, "alt@example.com", "alt@example.com"},
+        {"first attribute", {{NID_localityName, "Berlin"}, {NID_countryName, "DE"}}, "", "Berlin"},
+        {"no name at all", {}, "", ""},
+    };
+    std::vector<SignCase> cases;
+    uint64_t serial = 0x6000;
+    std::vector<std::shared_ptr<Identity>> identities;
+    for (const NameCase& n : names) {
+        qzetest::CertSpec spec;
+        spec.subject = n.subject;
+        spec.altEmail = n.altEmail;
+        spec.issuer = &pki.intermediate;
+        spec.serial = ++serial;
+        spec.extendedUsage = {NID_code_sign};
+        auto identity = std::make_shared<Identity>(
+            qzetest::MakeIdentity(spec, dir_, "name_" + std::to_string(serial)));
+        identities.push_back(identity);
+        char hex[16];
+        std::snprintf(hex, sizeof hex, "%04x", static_cast<unsigned>(serial));
+        std::vector<std::string> certificate = {P + "Serial Number: " + hex,
+                                                P + "Issuer Name: Verify Test Intermediate CA"};
+        if (n.expected.empty()) {
+            cases.push_back({n.name, [identity] { return SignedWith(*identity, WithChain()); },
+                             n.expected, SignText::kRight, false,
+                             Join({kSigned,
+                                   certificate,
+                                   {P + "Verify signer certificate information failed, because "
+                                        "of get subject name size failed."}})});
+        } else {
+            certificate.push_back(P + "Subject Name: " + n.expected);
+            cases.push_back({n.name, [identity] { return SignedWith(*identity, WithChain()); },
+                             n.expected, SignText::kRight, true,
+                             Join({kSigned, certificate, kMatched})});
+        }
+    }
     for (const SignCase& c : cases) {
         Run(c);
     }
