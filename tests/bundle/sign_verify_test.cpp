@@ -247,6 +247,24 @@ TEST_F(SignVerifyTest, SignatureMatrix) {
              return SignedWith(pki.signer, options);
          },
          signer, SignText::kRight, false, Error("0x80090008")},
+        {"certificate signed with SHA-1",
+         [&] {
+             qzetest::CertSpec spec;
+             spec.subject = {{NID_commonName, "Example Signer Ltd"}};
+             spec.issuer = &pki.intermediate;
+             spec.serial = 0x7001;
+             spec.extendedUsage = {NID_code_sign};
+             spec.digest = EVP_sha1();
+             return SignedWith(qzetest::MakeIdentity(spec, dir_, "sha1_certificate"), WithChain());
+         },
+         signer, SignText::kRight, false, Error("0x80090008")},
+        {"signer's certificate left out",
+         [&] {
+             SignOptions options = WithChain();
+             options.withoutCertificates = true;
+             return SignedWith(pki.signer, options);
+         },
+         signer, SignText::kRight, false, Error("0x80096002")},
         {"wrong signMD5", good, signer, SignText::kWrong, false,
          Join({kSigned, SignerCertificate(), kNotMatched})},
         {"signMD5 made with another salt", good, signer, SignText::kOtherSalt, false,
