@@ -132,6 +132,14 @@ std::string SignDetached(const std::string& content, const Identity& signer,
     for (const Identity* extra : options.chain) {
         Check(CMS_add1_cert(cms.get(), extra->cert.get()) == 1, "chain");
     }
+    if (!options.programNameDer.empty()) {
+        ASN1_OBJECT* oid = OBJ_txt2obj("1.3.6.1.4.1.311.2.1.12", 1);
+        int added =
+            CMS_signed_add1_attr_by_OBJ(info, oid, V_ASN1_SEQUENCE, options.programNameDer.data(),
+                                        static_cast<int>(options.programNameDer.size()));
+        ASN1_OBJECT_free(oid);
+        Check(added == 1, "program name");
+    }
     BioPtr data(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
     Check(CMS_final(cms.get(), data.get(), nullptr, flags) == 1, "final");
 

@@ -64,6 +64,9 @@ struct SignOptions {
     const EVP_MD* digest = nullptr;  // null: SHA-256
     std::vector<const Identity*> chain;
     bool withoutCertificates = false;  // not even the signer's
+    // The DER value of a program-name attribute (1.3.6.1.4.1.311.2.1.12)
+    // to sign along; empty for none.
+    std::string programNameDer;
     // A countersignature by this identity, signed at `countersignTime`.
     const Identity* countersigner = nullptr;
     time_t countersignTime = 0;
