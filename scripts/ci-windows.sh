@@ -30,7 +30,9 @@ fail() {
 }
 
 begin "packages"
-packages=(g++-mingw-w64-x86-64 wine wine64 dpkg-dev cmake make perl)
+# openssl, osslsigncode and python3 (a local time-stamp server) make the
+# signed libraries of the code-signing tests.
+packages=(g++-mingw-w64-x86-64 wine wine64 dpkg-dev cmake make perl openssl osslsigncode python3)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
