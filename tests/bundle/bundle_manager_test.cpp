@@ -14,7 +14,9 @@
 #include <vector>
 
 #include "bundle/base_bundle.h"
+#include "bundle/library_signer.h"
 #include "bundle/support/bundle_dirs.h"
+#include "bundle/support/verify_environment.h"
 #include "common/capture_logger.h"
 #include "component/support/test_plugins.h"
 #include "kit/extension_manager.h"
@@ -284,6 +286,34 @@ TEST_F(BundleManagerTest, TheSignatureIsCheckedOnlyWithTheFile) {
         EXPECT_EQ(manager->LoadBundle(artifact.get()), row.loads);
         EXPECT_EQ(switches->signAsked, row.signAsked);
     }
+}
+
+TEST_F(BundleManagerTest, ASignedBundleLoadsWithBothChecksOn) {
+#if defined(_WIN32)
+    GTEST_SKIP() << "signed test libraries are made on Linux only here";
+#else
+    BundleDir dir(temp.path(), "signed");
+    dir.Library("qzekit_plugin_bundle", kEntry);
+    const std::wstring library = qzetest::Wide(dir.root / kEntry);
+    const qzetest::TestPki& pki = qzetest::VerifyPki();
+    LibrarySigningInput input;
+    input.certificatePath = qzetest::Wide(pki.signer.certPath);
+    input.keyPath = qzetest::Wide(pki.signer.keyPath);
+    input.chainPath = qzetest::Wide(pki.intermediate.certPath);
+    std::string error;
+    ManifestDigests digests;
+    ASSERT_TRUE(SignLibraryFile(library, input, &error)) << error;
+    ASSERT_TRUE(ComputeManifestDigests(library, &digests, &error)) << error;
+    auto artifact = dir.Artifact(kEntry, qzetest::kBundleClass);
+    artifact->SetLibFileMD5(digests.libFileMD5);
+    artifact->SetSignMD5(digests.signMD5);
+    switches->libFile = switches->sign = true;
+    EXPECT_TRUE(manager->LoadBundle(artifact.get()));
+    EXPECT_THAT(BundleLines(*log), ::testing::Contains("initialze bundle entry success"));
+    EXPECT_TRUE(
+        log->Contains("[QZExtensionKit] [SignVerify] Verify signer certificate "
+                      "information success."));
+#endif
 }
 
 TEST_F(BundleManagerTest, LoadsOnceStartsTheEntryOnceAndKeepsIt) {
