@@ -268,7 +268,6 @@ TEST_F(BundleManagerTest, TheSignatureIsCheckedOnlyWithTheFile) {
         bool loads;
         int signAsked;
     } const rows[] = {
-        {false, false, false, true, 0},
         {false, true, false, true, 0},
         {true, false, true, true, 1},
         {true, true, false, false, 0},
