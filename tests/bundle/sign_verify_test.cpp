@@ -7,6 +7,8 @@
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 
+#include <algorithm>
+#include <atomic>
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -14,6 +16,7 @@
 #include <random>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "base/utf_string_conversions.h"
@@ -247,6 +250,24 @@ TEST_F(SignVerifyTest, SignatureMatrix) {
              return SignedWith(pki.signer, options);
          },
          signer, SignText::kRight, false, Error("0x80090008")},
+        {"certificate signed with SHA-1",
+         [&] {
+             qzetest::CertSpec spec;
+             spec.subject = {{NID_commonName, "Example Signer Ltd"}};
+             spec.issuer = &pki.intermediate;
+             spec.serial = 0x7001;
+             spec.extendedUsage = {NID_code_sign};
+             spec.digest = EVP_sha1();
+             return SignedWith(qzetest::MakeIdentity(spec, dir_, "sha1_certificate"), WithChain());
+         },
+         signer, SignText::kRight, false, Error("0x80090008")},
+        {"signer's certificate left out",
+         [&] {
+             SignOptions options = WithChain();
+             options.withoutCertificates = true;
+             return SignedWith(pki.signer, options);
+         },
+         signer, SignText::kRight, false, Error("0x80096002")},
         {"wrong signMD5", good, signer, SignText::kWrong, false,
          Join({kSigned, SignerCertificate(), kNotMatched})},
         {"signMD5 made with another salt", good, signer, SignText::kOtherSalt, false,
@@ -323,6 +344,79 @@ TEST_F(SignVerifyTest, PublisherAndTimeStampLines) {
     };
     for (const SignCase& c : cases) {
         Run(c);
+    }
+}
+
+// No lock and no shared state: threads check at once, a good file and a
+// tampered one, and each gets its own answer.
+TEST_F(SignVerifyTest, ThreadsCheckAtOnce) {
+    const qzetest::TestPki& pki = qzetest::VerifyPki();
+    std::string good = SignedWith(pki.signer, WithChain());
+    std::string bad = good;
+    bad[200] = static_cast<char>(bad[200] ^ 1);
+    qzetest::WriteBytes(dir_ / "good.so", good);
+    qzetest::WriteBytes(dir_ / "bad.so", bad);
+    const std::string libFileMd5 = qzetest::Md5Hex(good);
+    const std::string signMd5 = qzetest::Md5Hex("Example Signer Ltd" + libFileMd5 + kSalt);
+    auto log = qzetest::CaptureLog();
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 8; ++i) {
+                bool useGood = (t + i) % 2 == 0;
+                fs::path path = dir_ / (useGood ? "good.so" : "bad.so");
+                bool result = QZEExtensionSignVerify::GetInstance()->Verify(
+                    base::UTF8ToWide(path.string()), signMd5, libFileMd5);
+                wrong += result != useGood;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong.load(), 0);
+    std::vector<std::string> lines = log->Texts();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), kMatched.back()), 16);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), Error("0x80096010").front()), 16);
+    EXPECT_EQ(lines.size(), 16u * 6 + 16u);
+}
+
+// The program-name attribute in its several forms: a name as BMPString or
+// IA5String, links as URL or file (logged) or moniker (not logged). What it
+// holds, or a broken encoding, never changes the result.
+TEST_F(SignVerifyTest, ProgramNameForms) {
+    const qzetest::TestPki& pki = qzetest::VerifyPki();
+    auto der = [](unsigned char tag, const std::string& content) {
+        return std::string(1, static_cast<char>(tag)) +
+               std::string(1, static_cast<char>(content.size())) + content;
+    };
+    const std::string bmpName = std::string("\0N\0a\0m\0e\x20\xAC", 10);  // "Name€"
+    struct Form {
+        const char* name;
+        std::string value;
+        std::vector<std::string> lines;
+    };
+    const std::vector<Form> forms = {
+        {"IA5 name, URL link",
+         der(0x30, der(0xA0, der(0x81, "Tool")) + der(0xA1, der(0x80, "https://a.example"))),
+         {P + "Program Name : Tool", P + "MoreInfo Link : https://a.example"}},
+        {"BMP name, file link",
+         der(0x30, der(0xA0, der(0x80, bmpName)) + der(0xA1, der(0xA2, der(0x81, "C:\\info.txt")))),
+         {P + "Program Name : Name\xE2\x82\xAC", P + "MoreInfo Link : C:\\info.txt"}},
+        {"publisher link",
+         der(0x30, der(0xA2, der(0x80, "https://p.example"))),
+         {P + "Publisher Link : https://p.example"}},
+        {"moniker link", der(0x30, der(0xA1, der(0xA1, der(0x04, "0123456789abcdef")))), {}},
+        {"empty", der(0x30, ""), {}},
+        {"name cut short", der(0x30, std::string("\xA0\x05\x81\x09Tool", 8)), {}},
+    };
+    const std::string signer = "Example Signer Ltd";
+    for (const Form& form : forms) {
+        SignOptions options = WithChain();
+        options.programNameDer = form.value;
+        Run({form.name, [&pki, options] { return SignedWith(pki.signer, options); }, signer,
+             SignText::kRight, true, Join({kSigned, form.lines, SignerCertificate(), kMatched})});
     }
 }
 

@@ -91,7 +91,8 @@ Identity MakeIdentity(const CertSpec& spec, const std::filesystem::path& dir,
     if (!spec.altEmail.empty()) {
         AddExtension(cert, issuerCert, NID_subject_alt_name, "email:" + spec.altEmail);
     }
-    Check(X509_sign(cert, issuerKey, EVP_sha256()) > 0, "certificate signature");
+    Check(X509_sign(cert, issuerKey, spec.digest ? spec.digest : EVP_sha256()) > 0,
+          "certificate signature");
 
     id.certPath = dir / (name + ".crt");
     id.keyPath = dir / (name + ".key");
@@ -120,7 +121,8 @@ std::string RejectedForCodeSigningPem(const Identity& identity) {
 
 std::string SignDetached(const std::string& content, const Identity& signer,
                          const SignOptions& options) {
-    const int flags = CMS_DETACHED | CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP;
+    const int flags = CMS_DETACHED | CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP |
+                      (options.withoutCertificates ? CMS_NOCERTS : 0);
     std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)> cms(
         CMS_sign(nullptr, nullptr, nullptr, nullptr, flags), &CMS_ContentInfo_free);
     Check(cms != nullptr, "CMS");
@@ -129,6 +131,14 @@ std::string SignDetached(const std::string& content, const Identity& signer,
     Check(info != nullptr, "signer");
     for (const Identity* extra : options.chain) {
         Check(CMS_add1_cert(cms.get(), extra->cert.get()) == 1, "chain");
+    }
+    if (!options.programNameDer.empty()) {
+        ASN1_OBJECT* oid = OBJ_txt2obj("1.3.6.1.4.1.311.2.1.12", 1);
+        int added =
+            CMS_signed_add1_attr_by_OBJ(info, oid, V_ASN1_SEQUENCE, options.programNameDer.data(),
+                                        static_cast<int>(options.programNameDer.size()));
+        ASN1_OBJECT_free(oid);
+        Check(added == 1, "program name");
     }
     BioPtr data(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
     Check(CMS_final(cms.get(), data.get(), nullptr, flags) == 1, "final");

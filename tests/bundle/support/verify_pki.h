@@ -48,6 +48,7 @@ struct CertSpec {
     std::vector<int> extendedUsage;  // empty: no extended key usage
     std::string altEmail;            // an rfc822 subject alternative name
     bool rsa = false;                // RSA 3072 instead of EC P-256
+    const EVP_MD* digest = nullptr;  // of the certificate's signature; null: SHA-256
 };
 
 // Makes the key and certificate and writes them to `dir`/`name`.{crt,key}.
@@ -62,6 +63,10 @@ std::string CertificatePem(const Identity& identity);
 struct SignOptions {
     const EVP_MD* digest = nullptr;  // null: SHA-256
     std::vector<const Identity*> chain;
+    bool withoutCertificates = false;  // not even the signer's
+    // The DER value of a program-name attribute (1.3.6.1.4.1.311.2.1.12)
+    // to sign along; empty for none.
+    std::string programNameDer;
     // A countersignature by this identity, signed at `countersignTime`.
     const Identity* countersigner = nullptr;
     time_t countersignTime = 0;
