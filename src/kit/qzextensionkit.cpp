@@ -1,5 +1,6 @@
 #include "kit/qzextensionkit.h"
 
+#include "bundle/bundle_manager_impl.h"
 #include "component/object_container.h"
 #include "config/configuration_manager_impl.h"
 
@@ -12,6 +13,8 @@ void QZExtensionKit::InitSDK() {
     // Each implementation is wired into its facade in this order as it joins
     // the kit: bundle, service, configuration, then extension manager, and
     // last the built-in notification service.
+    std::shared_ptr<IQZEBundleManager> bundles = QZEBundleManagerImpl::GetInstance();
+    QZEBundleManager::GetInstance()->Initialize(bundles);
     std::shared_ptr<IQZEConfigurationManager> configuration =
         QZEConfigurationManagerImpl::GetInstance();
     QZEConfigurationManager::GetInstance()->Initialize(configuration);

@@ -211,8 +211,10 @@ enum class Operation {
 };
 
 // Makes the next `times` calls of `op` fail (times < 0: until cleared), with
-// `errorCode` reported by LastError where the operation sets it.
-QZEKIT_EXPORT void InjectFailure(Operation op, int times = -1, uint32_t errorCode = 5);
+// `errorCode` reported by LastError where the operation sets it. The first
+// `skip` calls still succeed, so that a later call of a sequence can fail.
+QZEKIT_EXPORT void InjectFailure(Operation op, int times = -1, uint32_t errorCode = 5,
+                                 int skip = 0);
 QZEKIT_EXPORT void ClearFailures();
 // Substitutes the executable path; an empty text restores the real one.
 QZEKIT_EXPORT void SetExecutablePathOverride(const std::wstring& path);

@@ -10,6 +10,7 @@ namespace platform {
 namespace {
 
 struct FailurePlan {
+    std::atomic<int> skip{0};       // calls that still succeed first
     std::atomic<int> remaining{0};  // < 0: fail until cleared
     std::atomic<uint32_t> code{0};
 };
@@ -49,6 +50,12 @@ bool ShouldFail(testing::Operation op) {
         return false;
     }
     FailurePlan& plan = g_plans[static_cast<int>(op)];
+    int skipping = plan.skip.load();
+    while (skipping > 0) {
+        if (plan.skip.compare_exchange_weak(skipping, skipping - 1)) {
+            return false;
+        }
+    }
     int left = plan.remaining.load();
     while (left != 0) {
         if (left < 0 || plan.remaining.compare_exchange_weak(left, left - 1)) {
@@ -92,15 +99,17 @@ uint32_t LastError() {
 
 namespace testing {
 
-void InjectFailure(Operation op, int times, uint32_t errorCode) {
+void InjectFailure(Operation op, int times, uint32_t errorCode, int skip) {
     FailurePlan& plan = g_plans[static_cast<int>(op)];
     plan.code.store(errorCode);
+    plan.skip.store(skip > 0 ? skip : 0);
     plan.remaining.store(times);
     g_anyPlan.store(true, std::memory_order_release);
 }
 
 void ClearFailures() {
     for (auto& plan : g_plans) {
+        plan.skip.store(0);
         plan.remaining.store(0);
     }
 }

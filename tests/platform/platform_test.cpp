@@ -434,6 +434,17 @@ TEST_F(PlatformTest, InjectedFailuresCountDownAndReportTheirCode) {
         EXPECT_FALSE(c.succeeds());
         pf::testing::ClearFailures();
         EXPECT_TRUE(c.succeeds());
+        // Two calls still succeed, the third fails once.
+        pf::testing::InjectFailure(c.op, 1, 1234, 2);
+        EXPECT_TRUE(c.succeeds());
+        EXPECT_TRUE(c.succeeds());
+        EXPECT_FALSE(c.succeeds());
+        EXPECT_TRUE(c.succeeds());
+        // Clearing drops calls still to be let through too.
+        pf::testing::InjectFailure(c.op, 1, 1234, 1);
+        pf::testing::ClearFailures();
+        EXPECT_TRUE(c.succeeds());
+        EXPECT_TRUE(c.succeeds());
     }
     pf::CloseFile(open);
     pf::CloseLibrary(kitHandle);

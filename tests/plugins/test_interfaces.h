@@ -42,6 +42,18 @@ constexpr by::Result kInitFailsStatus = static_cast<by::Result>(0x8000FFFF);
 // The class of the library that needs a second library from its bundle.
 constexpr const char kDependentClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A51}";
 
+// Entry classes of the bundle library: one that counts its Initialize calls
+// and one that keeps the base class's Initialize. In the build with a
+// refusing entry the counting class fails init_class with kInitFailsStatus.
+constexpr const char kBundleClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A61}";
+constexpr const char kQuietBundleClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A62}";
+
+// The bundle library reports what happens to it through a function the test
+// hands over with TestBundleSetEventSink: "bundle released" when an entry
+// object goes, "library closed" when the library itself is unloaded.
+using TestEventSink = void (*)(const char* event);
+using TestSetEventSinkFunc = void (*)(TestEventSink sink);
+
 // Every test library exports these, to let tests count what lives.
 // TestLiveObjects: objects made by the library's classes.
 // TestLiveFactories: factories and module objects.

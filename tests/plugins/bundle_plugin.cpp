@@ -1,0 +1,80 @@
+// A bundle library: entry classes built on the kit's bundle base class.
+// Built a second time with QZEKIT_TEST_BUNDLE_REFUSES, where the counting
+// entry fails its second construction step.
+
+#include <atomic>
+
+#include "bundle/base_bundle.h"
+#include "component/plugin.h"
+#include "plugins/test_interfaces.h"
+
+namespace {
+
+std::atomic<long> g_liveObjects{0};
+std::atomic<long> g_initializeCalls{0};
+// Initialize calls that found the context there and unchanged.
+std::atomic<long> g_contextChecks{0};
+std::atomic<qzetest::TestEventSink> g_sink{nullptr};
+
+void Report(const char* event) {
+    if (qzetest::TestEventSink sink = g_sink.load()) {
+        sink(event);
+    }
+}
+
+// Its destructor runs when the library is unloaded.
+struct UnloadReporter {
+    ~UnloadReporter() { Report("library closed"); }
+} g_unloadReporter;
+
+class CountingBundle : public qzextensionkit::QZEBaseBundle {
+public:
+    CountingBundle() { ++g_liveObjects; }
+    ~CountingBundle() override {
+        --g_liveObjects;
+        Report("bundle released");
+    }
+#if defined(QZEKIT_TEST_BUNDLE_REFUSES)
+    by::Result init_class(by::IBaseUnknown*, by::IBaseUnknown*) {
+        return qzetest::kInitFailsStatus;
+    }
+#endif
+    void Initialize() override {
+        ++g_initializeCalls;
+        qzextensionkit::QZEBundleContext* context = GetContext();
+        if (context != nullptr && context == GetContext()) {
+            ++g_contextChecks;
+        }
+    }
+};
+
+// Keeps the base class's Initialize, which does nothing.
+class QuietBundle : public qzextensionkit::QZEBaseBundle {
+public:
+    QuietBundle() { ++g_liveObjects; }
+    ~QuietBundle() override {
+        --g_liveObjects;
+        Report("bundle released");
+    }
+};
+
+}  // namespace
+
+BY_PLUGIN_MODULE(BY_PLUGIN_CLASS(qzetest::kBundleClass, CountingBundle),
+                 BY_PLUGIN_CLASS(qzetest::kQuietBundleClass, QuietBundle))
+
+BY_PLUGIN_API long TestLiveObjects() {
+    return g_liveObjects.load();
+}
+BY_PLUGIN_API long TestLiveFactories() {
+    return by::plugin::LiveCount().load();
+}
+BY_PLUGIN_API long TestBundleInitializeCalls() {
+    return g_initializeCalls.load();
+}
+BY_PLUGIN_API long TestBundleContextChecks() {
+    return g_contextChecks.load();
+}
+BY_PLUGIN_API void TestBundleSetEventSink(qzetest::TestEventSink sink) {
+    g_sink.store(sink);
+}
