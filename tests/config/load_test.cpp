@@ -132,7 +132,7 @@ TEST(ConfigurationLoad, FoundationVersionDecidesWhichBundlesContribute) {
 TEST_F(LoadedSample, BrokenBundlesKeepNoneOfTheOthersOut) {
     // The first record of an id stays, also across bundles.
     auto records = InForce(manager, "host.list");
-    EXPECT_EQ(Ids(records), (std::vector<std::string>{"e1", "e2"}));
+    ASSERT_EQ(Ids(records), (std::vector<std::string>{"e1", "e2"}));
     EXPECT_EQ(records.front()->GetVersion(), "first");
     // Each dropped duplicate is one level-2 call with an empty text.
     int duplicates = 0;
@@ -198,7 +198,7 @@ TEST_F(LoadedSample, AdapterMappingDerivesRecordsOntoTheAdapterBundle) {
     EXPECT_EQ(qzetest::Describe(*derived[2]), "9.9|{CLS}|{POINT-IID}|single||extensionId=s3;||,,,");
     for (std::size_t i = 1; i < derived.size(); ++i) {
         EXPECT_EQ(derived[i]->GetId().size(), 38u);
-        EXPECT_EQ(derived[i]->GetId().front(), '{');
+        EXPECT_EQ(derived[i]->GetId()[0], '{');
         EXPECT_EQ(derived[i]->GetExtensionPointId(), "adapter.web");
         // It runs on the adapter bundle's library, with the source's resources.
         EXPECT_EQ(derived[i]->GetMainEntry(), L"bin/adapter.dll");
