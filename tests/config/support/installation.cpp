@@ -143,35 +143,6 @@ void LoadedSample::SetUp() {
     log = CaptureLog();
 }
 
-std::string ConfigLine(const std::string& text) {
-    return "[QZExtensionKit] configuration manager impl - " + text;
-}
-
-std::string Joined(CapturedLines& log) {
-    const std::string prefix = ConfigLine("");
-    std::string joined;
-    for (auto& line : log.Texts()) {
-        joined += "\n" + (line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line);
-    }
-    return joined.empty() ? joined : joined.substr(1);
-}
-
-std::vector<std::shared_ptr<qzextensionkit::Extension>> InForce(
-    qzextensionkit::IQZEConfigurationManager& manager, const std::string& point) {
-    std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
-    manager.GetExtensionInfosByExntensionPointID(point, records);
-    return records;
-}
-
-std::vector<std::string> Ids(
-    const std::vector<std::shared_ptr<qzextensionkit::Extension>>& records) {
-    std::vector<std::string> ids;
-    for (auto& record : records) {
-        ids.push_back(record->GetId());
-    }
-    return ids;
-}
-
 std::string Describe(const qzextensionkit::Extension& record) {
     std::string text = record.GetVersion() + "|" + record.GetClsid() + "|" + record.GetIid() +
                        (record.IsSingleton() ? "|single|" : "|multi|") + record.GetUnifiedId() +

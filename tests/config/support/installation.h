@@ -9,6 +9,7 @@
 
 #include "common/capture_logger.h"
 #include "config/configuration_manager_impl.h"
+#include "model/extension.h"
 
 namespace qzetest {
 
@@ -59,16 +60,38 @@ protected:
 };
 
 // The text the log sink receives for one of the configuration manager's lines.
-std::string ConfigLine(const std::string& text);
+inline std::string ConfigLine(const std::string& text) {
+    return "[QZExtensionKit] configuration manager impl - " + text;
+}
+
 // The captured lines joined by "\n", each without the configuration
 // manager's prefix.
-std::string Joined(CapturedLines& log);
+inline std::string Joined(CapturedLines& log) {
+    const std::string prefix = ConfigLine("");
+    std::string joined;
+    for (auto& line : log.Texts()) {
+        joined += "\n" + (line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line);
+    }
+    return joined.empty() ? joined : joined.substr(1);
+}
 
-// The records in force under one extension point (none for an unknown one).
-std::vector<std::shared_ptr<qzextensionkit::Extension>> InForce(
-    qzextensionkit::IQZEConfigurationManager& manager, const std::string& point);
-std::vector<std::string> Ids(
-    const std::vector<std::shared_ptr<qzextensionkit::Extension>>& records);
+// The records in force under one extension point (none for an unknown one),
+// and their ids.
+inline std::vector<std::shared_ptr<qzextensionkit::Extension>> InForce(
+    qzextensionkit::IQZEConfigurationManager& manager, const std::string& point) {
+    std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
+    manager.GetExtensionInfosByExntensionPointID(point, records);
+    return records;
+}
+inline std::vector<std::string> Ids(
+    const std::vector<std::shared_ptr<qzextensionkit::Extension>>& records) {
+    std::vector<std::string> ids;
+    for (auto& record : records) {
+        ids.push_back(record->GetId());
+    }
+    return ids;
+}
+
 // version|clsid|iid|single or multi|unifiedId|payloads|constraints|
 // modalPosition,modalSize,openType,url of one record.
 std::string Describe(const qzextensionkit::Extension& record);
