@@ -4,7 +4,6 @@
 #include <map>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "common/capture_logger.h"
@@ -15,7 +14,6 @@ namespace qzextensionkit {
 namespace {
 
 using qzetest::ConfigLine;
-using qzetest::Installation;
 
 // Module ids by code number, "-" where a number has none; feature keys by
 // code number.
@@ -41,7 +39,8 @@ TEST(ModulesAndFeatures, EveryCodeMeansItsText) {
     const std::vector<std::string> modules = Words(kModuleIds);
     const std::vector<std::string> features = Words(kFeatureKeys);
     ASSERT_EQ(modules.size(), 38u);
-    std::string config = R"({"modules": [)";
+    // A module with an empty id is skipped, so unassigned codes stay off.
+    std::string config = R"({"modules": [{"id": ""},)";
     for (auto& id : modules) {
         config += R"({"id": ")" + id + R"("},)";
     }
@@ -50,14 +49,14 @@ TEST(ModulesAndFeatures, EveryCodeMeansItsText) {
         config += R"({"key": ")" + key + R"(", "value": "true"},)";
     }
     config.back() = ']';
-    Installation install;
+    qzetest::Installation install;
     install.WriteMapping("{}");
     install.WriteConfig(config + "}]}");
     QZEConfigurationManagerImpl manager;
     ASSERT_TRUE(manager.LoadAllExtensionInfos());
     auto log = qzetest::CaptureLog();
     for (int code = 0; code < 38; ++code) {
-        // "-" stands for no id: such a code asks for the empty module id.
+        // An unassigned code asks for the empty module id.
         std::string id = modules[code] == "-" ? "" : modules[code];
         bool enabled = false;
         EXPECT_TRUE(manager.IsModuleEnabled(ModuleCode(code), enabled));
@@ -87,33 +86,28 @@ TEST(ModulesAndFeatures, EveryCodeMeansItsText) {
 using ModuleAnswers = qzetest::LoadedSample;
 
 TEST_F(ModuleAnswers, IsFeatueEnabled) {
-    struct Case {
+    const struct {
         FeatureCode code;
         bool enabledBefore;
         bool result;
         bool enabled;
-        std::string line;
-    };
-    const std::string success = "query feature is enabled success, feature code:";
-    const Case cases[] = {
-        // "a_mod" sorts before "b_mod" and decides.
-        {kFeatureVvVideoMeetingLive, true, true, false,
-         success + "vv_video_meetting_live feature is false"},
-        {kFeatureImEnableBurnChat, true, true, false,
-         success + "im_enable_burn_chat feature is false"},
-        {kFeatureSmsEnabled, false, true, true,
-         success + "vorn.feature.sms.enabled feature is true"},
-        {kFeatureImBigGroupManagement, true, false, true,
-         "query feature is enabled failed, feature code:im_big_group_management feature is not "
-         "founded"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.line);
+    } cases[] = {{kFeatureVvVideoMeetingLive, true, true, false},
+                 {kFeatureImEnableBurnChat, true, true, false},
+                 {kFeatureSmsEnabled, false, true, true},
+                 {kFeatureImBigGroupManagement, true, false, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.code);
         bool enabled = c.enabledBefore;
         EXPECT_EQ(manager.IsFeatueEnabled(c.code, enabled), c.result);
         EXPECT_EQ(enabled, c.enabled);
-        EXPECT_EQ(log->Texts().back(), ConfigLine(c.line));
     }
+    // "a_mod" sorts before "b_mod" and decides; only "true" is true.
+    const std::string success = "query feature is enabled success, feature code:";
+    EXPECT_EQ(qzetest::Joined(*log),
+              success + "vv_video_meetting_live feature is false\n" + success +
+                  "im_enable_burn_chat feature is false\n" + success +
+                  "vorn.feature.sms.enabled feature is true\nquery feature is enabled failed, "
+                  "feature code:im_big_group_management feature is not founded");
 }
 
 TEST_F(ModuleAnswers, ModuleSettings) {
@@ -124,37 +118,33 @@ TEST_F(ModuleAnswers, ModuleSettings) {
     EXPECT_EQ(settings, (Settings{{"kept", "as is"}}));
     EXPECT_TRUE(manager.GetConfigurationsByID(kModuleCore, &settings));
     EXPECT_TRUE(settings.empty());
-    // The later "mail" replaced the earlier one whole.
     EXPECT_TRUE(manager.GetConfigurationsByID(kModuleMail, &settings));
     EXPECT_EQ(settings, (Settings{{"new", "2"}}));
     EXPECT_EQ(qzetest::Joined(*log), prefix + "richeng, configurations is not founded\n" + prefix +
                                          "core, configurations is founded, total(0)\n" + prefix +
                                          "mail, configurations is founded, total(1)");
 
-    struct ByKey {
+    const struct {
         const char* module;
         const char* key;
-        bool result;
-        std::string value;
-    };
-    const ByKey byKey[] = {{"b_mod", "with_default", true, "dflt"},
-                           {"b_mod", "empty", true, ""},
-                           {"b_mod", "dup", true, "2"},
-                           {"b_mod", "", true, "empty key"},
-                           {"b_mod", "no_value", false, "before"},
-                           {"b_mod", "number", false, "before"},
-                           {"core", "anything", false, "before"},
-                           {"nomodule", "dup", false, "before"}};
-    for (const ByKey& c : byKey) {
+        const char* value;  // null: not found
+    } byKey[] = {{"b_mod", "with_default", "dflt"},
+                 {"b_mod", "empty", ""},
+                 {"b_mod", "dup", "2"},
+                 {"b_mod", "", "empty key"},
+                 {"b_mod", "no_value", nullptr},
+                 {"b_mod", "number", nullptr},
+                 {"core", "anything", nullptr},
+                 {"nomodule", "dup", nullptr}};
+    for (const auto& c : byKey) {
         SCOPED_TRACE(std::string(c.module) + "/" + c.key);
         std::string value = "before";
-        EXPECT_EQ(manager.GetMuduleConfig(c.module, c.key, value), c.result);
-        EXPECT_EQ(value, c.value);
+        EXPECT_EQ(manager.GetMuduleConfig(c.module, c.key, value), c.value != nullptr);
+        EXPECT_EQ(value, c.value ? c.value : "before");
         const std::string where = std::string("module code:") + c.module + " key:" + c.key;
-        EXPECT_EQ(
-            log->Texts().back(),
-            ConfigLine(c.result ? "query module config success, " + where + ",value:" + c.value
-                                : "query module config failed, " + where));
+        EXPECT_EQ(log->Texts().back(),
+                  ConfigLine(c.value ? "query module config success, " + where + ",value:" + c.value
+                                     : "query module config failed, " + where));
     }
 }
 

@@ -1,23 +1,71 @@
 #include <gtest/gtest.h>
 
 #include <list>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "base/files/file_path.h"
+#include "base/utf_string_conversions.h"
 #include "model/artifact.h"
 #include "model/extension.h"
+#include "model/extension_factory.h"
 #include "model/extension_impl.h"
 #include "model/extension_point.h"
 #include "model/extension_point_impl.h"
 #include "model/extension_point_payload_meta_item.h"
-#include "model/setting_map.h"
+#include "support/sample_bundle.h"
 
 namespace {
 
 using namespace qzextensionkit;
+using base::FilePath;
+using Constraints = std::map<std::string, std::vector<std::string>>;
+using Payloads = std::map<std::string, std::string>;
+using ExtensionFactoryTest = qzetest::SampleBundle;
+
+// iid|mainEntry|rootPath|resourcesPath|libFileMD5|signMD5|bundleClassId|native
+std::string Resolved(const Extension& e) {
+    return e.GetIid() + "|" + base::WideToUTF8(e.GetMainEntry()) + "|" +
+           base::WideToUTF8(e.GetRootPath().value()) + "|" +
+           base::WideToUTF8(e.GetResourcesPath()) + "|" + e.GetLibFileMD5() + "|" + e.GetSignMD5() +
+           "|" + e.GetBundleClassId() + (e.IsNative() ? "|native" : "|");
+}
+
+TEST(ExtensionRecordsTest, ResolvesBundleDetailsThroughPointAndArtifact) {
+    enum Parent { kNone, kPointWithoutArtifact, kArtifact };
+    const struct {
+        Parent parent;
+        std::wstring mainEntry;
+        std::wstring ownResources;
+        const char* expected;
+    } cases[] = {
+        {kNone, L"", L"", "|||||||"},
+        {kPointWithoutArtifact, L"", L"", "{iid}|||||||"},
+        {kArtifact, L"demo.dll", L"", "{iid}|demo.dll|C:\\b|C:\\b\\res|lib|sign|{class}|native"},
+        {kArtifact, L"", L"", "{iid}||C:\\b|C:\\b\\res|lib|sign|{class}|"},
+        // A record's own resources path wins.
+        {kArtifact, L"demo.dll", L"D:\\own",
+         "{iid}|demo.dll|C:\\b|D:\\own|lib|sign|{class}|native"},
+        {kNone, L"", L"D:\\own", "|||D:\\own||||"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.expected);
+        Artifact artifact(base::FilePath(L"C:\\b"));
+        artifact.SetMainEntry(c.mainEntry);
+        artifact.SetResourcesPath(L"C:\\b\\res");
+        artifact.SetLibFileMD5("lib");
+        artifact.SetSignMD5("sign");
+        artifact.SetBundleClassId("{class}");
+        ExtensionPointImpl point(c.parent == kArtifact ? &artifact : nullptr);
+        point.SetIdentifiers("demo.point", "{iid}");
+        ExtensionImpl record(c.parent == kNone ? nullptr : &point);
+        record.SetResourcesPath(c.ownResources);
+        EXPECT_EQ(Resolved(record), c.expected);
+    }
+}
 
 // Counts its own destruction.
 class CountedExtension : public ExtensionImpl {
@@ -29,124 +77,6 @@ private:
     int* destroyed_;
 };
 
-std::unique_ptr<Artifact> MakeArtifact(const std::wstring& mainEntry) {
-    auto artifact = std::make_unique<Artifact>(base::FilePath(L"C:\\bundles\\demo"));
-    artifact->SetMainEntry(mainEntry);
-    artifact->SetResourcesPath(L"C:\\bundles\\demo\\resources");
-    artifact->SetLibFileMD5("lib-digest");
-    artifact->SetSignMD5("sign-digest");
-    artifact->SetBundleClassId("{bundle-class}");
-    return artifact;
-}
-
-// What an extension record answers for everything it resolves through its
-// extension point.
-struct Resolved {
-    std::string iid;
-    std::wstring mainEntry;
-    std::wstring rootPath;
-    std::wstring resourcesPath;
-    std::string libFileMD5;
-    std::string signMD5;
-    std::string bundleClassId;
-    bool native;
-};
-
-Resolved Resolve(const Extension& extension) {
-    return {
-        extension.GetIid(),           extension.GetMainEntry(),  extension.GetRootPath().value(),
-        extension.GetResourcesPath(), extension.GetLibFileMD5(), extension.GetSignMD5(),
-        extension.GetBundleClassId(), extension.IsNative()};
-}
-
-TEST(ExtensionRecordsTest, ResolvesBundleDetailsThroughPointAndArtifact) {
-    enum class Parent { kNone, kPointWithoutArtifact, kArtifact };
-    const Resolved full{
-        "{iid}",      L"bin\\demo.dll", L"C:\\bundles\\demo", L"C:\\bundles\\demo\\resources",
-        "lib-digest", "sign-digest",    "{bundle-class}",     true};
-    const struct {
-        const char* name;
-        Parent parent;
-        std::wstring mainEntry;
-        std::wstring ownResources;
-        Resolved expected;
-    } cases[] = {
-        {"no extension point", Parent::kNone, L"", L"", {"", L"", L"", L"", "", "", "", false}},
-        {"point without artifact",
-         Parent::kPointWithoutArtifact,
-         L"",
-         L"",
-         {"{iid}", L"", L"", L"", "", "", "", false}},
-        {"bundle with a library", Parent::kArtifact, L"bin\\demo.dll", L"", full},
-        {"bundle without a library",
-         Parent::kArtifact,
-         L"",
-         L"",
-         {"{iid}", L"", L"C:\\bundles\\demo", L"C:\\bundles\\demo\\resources", "lib-digest",
-          "sign-digest", "{bundle-class}", false}},
-        {"own resources path wins",
-         Parent::kArtifact,
-         L"bin\\demo.dll",
-         L"D:\\elsewhere",
-         {"{iid}", L"bin\\demo.dll", L"C:\\bundles\\demo", L"D:\\elsewhere", "lib-digest",
-          "sign-digest", "{bundle-class}", true}},
-        {"own resources path without a point",
-         Parent::kNone,
-         L"",
-         L"D:\\elsewhere",
-         {"", L"", L"", L"D:\\elsewhere", "", "", "", false}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        std::unique_ptr<Artifact> artifact = MakeArtifact(c.mainEntry);
-        ExtensionPointImpl point(c.parent == Parent::kArtifact ? artifact.get() : nullptr);
-        point.SetIdentifiers("demo.point", "{iid}");
-        ExtensionPoint* parent = c.parent == Parent::kNone ? nullptr : &point;
-        ExtensionImpl record(parent);
-        record.SetResourcesPath(c.ownResources);
-        Resolved got = Resolve(record);
-        EXPECT_EQ(got.iid, c.expected.iid);
-        EXPECT_EQ(got.mainEntry, c.expected.mainEntry);
-        EXPECT_EQ(got.rootPath, c.expected.rootPath);
-        EXPECT_EQ(got.resourcesPath, c.expected.resourcesPath);
-        EXPECT_EQ(got.libFileMD5, c.expected.libFileMD5);
-        EXPECT_EQ(got.signMD5, c.expected.signMD5);
-        EXPECT_EQ(got.bundleClassId, c.expected.bundleClassId);
-        EXPECT_EQ(got.native, c.expected.native);
-        EXPECT_EQ(record.GetExtensionPoint(), parent);
-    }
-}
-
-TEST(ExtensionRecordsTest, ResolvedValuesFollowTheArtifactAndPointLater) {
-    std::unique_ptr<Artifact> artifact = MakeArtifact(L"");
-    ExtensionPointImpl point(artifact.get());
-    ExtensionImpl record(&point);
-    EXPECT_FALSE(record.IsNative());
-    // Nothing is cached in the record: it asks each time.
-    artifact->SetMainEntry(L"lib.dll");
-    point.SetIdentifiers("p", "{later}");
-    EXPECT_TRUE(record.IsNative());
-    EXPECT_EQ(record.GetMainEntry(), L"lib.dll");
-    EXPECT_EQ(record.GetIid(), "{later}");
-    record.SetExtensionPoint(nullptr);
-    EXPECT_FALSE(record.IsNative());
-    EXPECT_EQ(record.GetIid(), "");
-}
-
-TEST(ExtensionRecordsTest, FreshPointHoldsItsDefaults) {
-    ExtensionPointImpl point(nullptr);
-    EXPECT_EQ(point.GetKind(), -1);
-    EXPECT_FALSE(point.GetFlag());
-    for (const std::string& attribute : {point.GetAttribute1(), point.GetAttribute2(),
-                                         point.GetAttribute3(), point.GetAttribute4()}) {
-        EXPECT_EQ(attribute, "");
-    }
-    EXPECT_TRUE(point.GetVersionNumbers1().empty());
-    EXPECT_TRUE(point.GetVersionNumbers2().empty());
-    EXPECT_TRUE(point.GetEntries().empty());
-    EXPECT_TRUE(point.GetPayloadMetaItems().empty());
-}
-
 TEST(ExtensionRecordsTest, ListsAppendInOrderAndOwnershipRunsDownTheChain) {
     int destroyed = 0;
     auto artifact = std::make_unique<Artifact>(base::FilePath(L"root"));
@@ -157,19 +87,24 @@ TEST(ExtensionRecordsTest, ListsAppendInOrderAndOwnershipRunsDownTheChain) {
     artifact->AddExtensionPoint(second);
     auto* a = new CountedExtension(&destroyed);
     auto* b = new CountedExtension(&destroyed);
-    auto* c = new CountedExtension(&destroyed);
     first->AddExtension(a);
     first->AddExtension(nullptr);
     first->AddExtension(b);
-    second->AddExtension(c);
+    second->AddExtension(new CountedExtension(&destroyed));
 
     // Both getters append to what the caller already holds.
     std::list<ExtensionPoint*> points{nullptr};
     EXPECT_TRUE(artifact->GetExtensionPoints(points));
     EXPECT_EQ(points, (std::list<ExtensionPoint*>{nullptr, first, nullptr, second}));
-    std::list<Extension*> extensions{c};
+    std::list<Extension*> extensions{b};
     EXPECT_TRUE(first->GetExtensions(extensions));
-    EXPECT_EQ(extensions, (std::list<Extension*>{c, a, nullptr, b}));
+    EXPECT_EQ(extensions, (std::list<Extension*>{b, a, nullptr, b}));
+
+    // The fields the kit never fills keep the values a host may read.
+    EXPECT_EQ(first->GetKind(), -1);
+    EXPECT_FALSE(first->GetFlag());
+    EXPECT_TRUE(first->GetAttribute1().empty() && first->GetVersionNumbers1().empty() &&
+                first->GetEntries().empty() && first->GetPayloadMetaItems().empty());
 
     // Null entries are passed over; every record goes with its artifact.
     artifact.reset();
@@ -180,28 +115,125 @@ TEST(ExtensionRecordsTest, PayloadMetaItemMovesLeaveTheSourceEmpty) {
     std::vector<std::string> values{"a", "b"};
     ExtensionPointPayloadMetaItem item("color", "The color", PAYLOAD_META_ITEM_CHOICE, true,
                                        values);
-    EXPECT_EQ(values.size(), 2u);  // copied, not taken
-
-    ExtensionPointPayloadMetaItem copy(item);
-    EXPECT_EQ(copy.firstText, "color");
-    EXPECT_EQ(item.values, values);
-
     ExtensionPointPayloadMetaItem moved(std::move(item));
-    EXPECT_EQ(moved.firstText, "color");
-    EXPECT_EQ(moved.secondText, "The color");
-    EXPECT_EQ(moved.itemType, PAYLOAD_META_ITEM_CHOICE);
-    EXPECT_TRUE(moved.flag);
-    EXPECT_EQ(moved.values, values);
     EXPECT_TRUE(item.firstText.empty() && item.secondText.empty() && item.values.empty());
-
-    std::vector<std::string> none;
     // Long enough not to fit a short-string buffer.
     ExtensionPointPayloadMetaItem target(std::string(40, 'x'), "", PAYLOAD_META_ITEM_TEXT, false,
-                                         none);
-    target = std::move(copy);
-    EXPECT_EQ(target.firstText, "color");
+                                         values);
+    target = std::move(moved);
+    EXPECT_TRUE(moved.firstText.empty() && moved.secondText.empty() && moved.values.empty());
+    EXPECT_EQ(target.firstText + "|" + target.secondText, "color|The color");
+    EXPECT_EQ(target.itemType, PAYLOAD_META_ITEM_CHOICE);
+    EXPECT_TRUE(target.flag);
     EXPECT_EQ(target.values, values);
-    EXPECT_TRUE(copy.firstText.empty() && copy.secondText.empty() && copy.values.empty());
+}
+
+// A record class of someone else's: the factory must not treat it as its own.
+class ForeignExtension : public Extension {
+public:
+    std::string GetId() const override { return "shared.id"; }
+    std::string GetVersion() const override { return "9"; }
+    std::string GetExtensionPointId() const override { return "p"; }
+    std::string GetIid() const override { return {}; }
+    std::string GetClsid() const override { return "{FOREIGN}"; }
+    Payloads GetPayloads() const override { return {}; }
+    std::wstring GetMainEntry() const override { return L"foreign.dll"; }
+    Constraints GetConstraints() const override { return {}; }
+    FilePath GetRootPath() const override { return {}; }
+    SettingMap GetSettingMap() const override { return {}; }
+    std::wstring GetResourcesPath() const override { return L"foreign"; }
+    bool IsSingleton() const override { return false; }
+    std::string GetLibFileMD5() const override { return {}; }
+    std::string GetSignMD5() const override { return {}; }
+    std::string GetBundleClassId() const override { return {}; }
+    bool IsNative() const override { return true; }
+    std::string GetUnifiedId() const override { return {}; }
+};
+
+std::shared_ptr<Extension> Remote(const std::string& id) {
+    Payloads payloads{{"remote", "yes"}};
+    Constraints constraints{{"os", {"mac"}}};
+    SettingMap setting("", "", "https://r/x", "", "https://r", "/x");
+    return ExtensionFactory::createExtension(id, "remote.point", payloads, constraints, setting,
+                                             "remote-u");
+}
+
+TEST_F(ExtensionFactoryTest, CreatedRecordHasNoExtensionPoint) {
+    std::shared_ptr<Extension> record = Remote("remote.id");
+    EXPECT_EQ(qzetest::Describe(*record),
+              "remote.id|||0|remote=yes;|os:mac,;|remote-u|,,https://r/x,,https://r,/x");
+    EXPECT_EQ(record->GetExtensionPointId(), "remote.point");
+    EXPECT_EQ(static_cast<ExtensionImpl*>(record.get())->GetExtensionPoint(), nullptr);
+}
+
+TEST_F(ExtensionFactoryTest, CopiesHoldTheResolvedResourcesPathAndTheirOwnChanges) {
+    Extension* raw = nullptr;
+    ExtensionFactory::CopyExtension(local_, &raw);
+    ASSERT_NE(raw, nullptr);
+    std::unique_ptr<Extension> copy(raw);
+    EXPECT_EQ(qzetest::Describe(*copy), qzetest::Describe(*local_));
+    EXPECT_EQ(copy->GetIid(), "{IID}");
+    EXPECT_EQ(static_cast<ExtensionImpl*>(copy.get())->GetExtensionPoint(), point_);
+
+    // The source still asks its artifact; the copy keeps what it was given.
+    artifact_->SetResourcesPath(L"moved");
+    EXPECT_EQ(local_->GetResourcesPath(), L"moved");
+    EXPECT_EQ(copy->GetResourcesPath(), Resources());
+
+    // Copies share their data until one of them changes; a change stays on
+    // its own side.
+    static_cast<ExtensionImpl*>(copy.get())->SetPayloads(Payloads{{"copy", "2"}});
+    static_cast<ExtensionImpl*>(local_)->SetUnifiedId("changed-u");
+    EXPECT_EQ(local_->GetPayloads(), (Payloads{{"local", "1"}}));
+    EXPECT_EQ(copy->GetUnifiedId(), "local-u");
+    std::shared_ptr<Extension> shared = CopyExtensionShared(copy.get());
+    ASSERT_TRUE(shared);
+    EXPECT_EQ(qzetest::Describe(*shared), qzetest::Describe(*copy));
+    EXPECT_EQ(shared->GetResourcesPath(), Resources());
+
+    // Records the factory did not make are left alone.
+    ForeignExtension foreign;
+    for (Extension* source :
+         {static_cast<Extension*>(&foreign), static_cast<Extension*>(nullptr)}) {
+        Extension* untouched = local_;
+        ExtensionFactory::CopyExtension(source, &untouched);
+        EXPECT_EQ(untouched, local_);
+        EXPECT_FALSE(CopyExtensionShared(source));
+    }
+}
+
+TEST_F(ExtensionFactoryTest, LocalDetailsGoToARemoteRecordOfTheSameId) {
+    Artifact libraryless(FilePath(L"C:\\bundles\\plain"));
+    ExtensionPointImpl plainPoint(&libraryless);
+    ExtensionImpl plainLocal(&plainPoint);
+    plainLocal.SetId("shared.id");
+    ForeignExtension foreign;
+    const struct {
+        const char* name;
+        std::string remoteId;
+        Extension* local;
+    } cases[] = {
+        {"same id", "shared.id", local_},
+        {"id differs in case", "Shared.id", local_},
+        {"local bundle without library", "shared.id", &plainLocal},
+        {"local record of another class", "shared.id", &foreign},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::shared_ptr<Extension> remote = Remote(c.remoteId);
+        static_cast<ExtensionImpl*>(remote.get())->SetSingleton(true);
+        ExtensionFactory::ExtractLocalNativeExtensionInfoToRemote(remote.get(), c.local);
+        // What the server said always stays; how to load the code comes from
+        // the local bundle.
+        const bool merged = c.local == local_ && c.remoteId == "shared.id";
+        EXPECT_EQ(qzetest::Describe(*remote),
+                  c.remoteId + (merged ? "|2.1|{LOCAL}|0|" : "|||1|") +
+                      "remote=yes;|os:mac,;|remote-u|,,https://r/x,,https://r,/x");
+        EXPECT_EQ(remote->GetExtensionPointId(), merged ? "host.point" : "remote.point");
+        EXPECT_EQ(remote->GetResourcesPath(), merged ? Resources() : L"");
+        EXPECT_EQ(remote->GetIid(), merged ? "{IID}" : "");
+        EXPECT_EQ(remote->IsNative(), merged);
+    }
 }
 
 }  // namespace

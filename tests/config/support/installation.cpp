@@ -26,10 +26,6 @@ Installation::~Installation() {
     std::filesystem::remove_all(root_, ignored);
 }
 
-std::string Installation::RootText() const {
-    return base::WideToUTF8(root_.wstring());
-}
-
 void Installation::Write(const std::string& relative, const std::string& bytes) const {
     std::filesystem::path path = root_ / relative;
     std::filesystem::create_directories(path.parent_path());
@@ -38,35 +34,25 @@ void Installation::Write(const std::string& relative, const std::string& bytes) 
     ASSERT_TRUE(out.good()) << relative;
 }
 
-void Installation::Remove(const std::string& relative) const {
-    std::filesystem::remove_all(root_ / relative);
-}
-
 std::string EncryptForConfig(const std::string& plain, const std::string& key) {
-    EXPECT_EQ(plain.size() % 16, 0u);
-    EXPECT_EQ(key.size(), 32u);
     std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context(EVP_CIPHER_CTX_new(),
                                                                             &EVP_CIPHER_CTX_free);
-    std::string cipher(plain.size() + 16, '\0');
-    int written = 0;
-    int tail = 0;
-    auto* out = reinterpret_cast<unsigned char*>(&cipher[0]);
     EXPECT_EQ(EVP_EncryptInit_ex(context.get(), EVP_aes_256_ecb(), nullptr,
                                  reinterpret_cast<const unsigned char*>(key.data()), nullptr),
               1);
     EVP_CIPHER_CTX_set_padding(context.get(), 0);
-    EXPECT_EQ(EVP_EncryptUpdate(context.get(), out, &written,
-                                reinterpret_cast<const unsigned char*>(plain.data()),
+    // Whole blocks without padding come out of one update call.
+    std::string cipher(plain.size(), '\0');
+    int written = 0;
+    EXPECT_EQ(EVP_EncryptUpdate(context.get(), reinterpret_cast<unsigned char*>(&cipher[0]),
+                                &written, reinterpret_cast<const unsigned char*>(plain.data()),
                                 static_cast<int>(plain.size())),
               1);
-    EXPECT_EQ(EVP_EncryptFinal_ex(context.get(), out + written, &tail), 1);
-    cipher.resize(static_cast<std::size_t>(written + tail));
-
+    EXPECT_EQ(static_cast<std::size_t>(written), plain.size()) << "not whole blocks";
     std::string text(4 * ((cipher.size() + 2) / 3) + 1, '\0');
-    int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&text[0]),
-                                 reinterpret_cast<const unsigned char*>(cipher.data()),
-                                 static_cast<int>(cipher.size()));
-    text.resize(static_cast<std::size_t>(length));
+    text.resize(static_cast<std::size_t>(EVP_EncodeBlock(
+        reinterpret_cast<unsigned char*>(&text[0]),
+        reinterpret_cast<const unsigned char*>(cipher.data()), static_cast<int>(cipher.size()))));
     return text;
 }
 
@@ -77,15 +63,7 @@ std::string Manifest(const std::string& id, const std::string& foundationVersion
            points + "}";
 }
 
-std::string ConfigWithArtifacts(const std::vector<std::string>& bundles) {
-    std::string list;
-    for (auto& bundle : bundles) {
-        list += (list.empty() ? "\"" : ", \"") + bundle + "\"";
-    }
-    return "{\"artifacts\": [" + list + "]}";
-}
-
-void WriteSampleInstallation(const Installation& install) {
+void LoadedSample::SetUp() {
     // Path lookups: "host.menu" and "host.other" are found through nested
     // objects. "self" maps a point onto itself.
     install.WriteMapping(R"({
@@ -149,44 +127,21 @@ void WriteSampleInstallation(const Installation& install) {
         {"id": "p.b", "extensions": [{"id": "same", "version": "from b"}]},
         {"id": "p.a", "extensions": [{"id": "same", "version": "from a"}, {"id": ""}]},
         {"id": "p.empty", "extensions": []}])"));
+    // Read by nothing but the debug reader. The binding at index i reads
+    // extension i, once per extension it has.
+    install.Write("vplus-toolkit-extension.json", R"({
+        "extensionAuths": {"https://d.example.com": {"bundleId": "dbg"}, "e": {"bundleId": ""}},
+        "extensionBindings": [
+            {"extensionPointId": "host.menu", "extensions": [
+                {"payloads": [{"key": "p", "value": "first"}, {"key": "q", "value": ""}],
+                 "settingMap": {"uri": "/x"}}, {"payloads": [{"key": "p", "value": "second"}]}]},
+            {"extensionPointId": "host.menu", "extensions": [{"payloads": []}]}]})");
+    // Debug mode changes nothing, and the load never reads the debug file.
+    ASSERT_TRUE(manager.SetDebugModeEnable(true));
+    loadLog = CaptureLog();
+    ASSERT_TRUE(manager.LoadAllExtensionInfos());
+    log = CaptureLog();
 }
-
-std::string ConfigLine(const std::string& text) {
-    return "[QZExtensionKit] configuration manager impl - " + text;
-}
-
-std::string Joined(CapturedLines& log) {
-    const std::string prefix = ConfigLine("");
-    std::string joined;
-    for (auto& line : log.Texts()) {
-        joined += line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line;
-        joined += "\n";
-    }
-    if (!joined.empty()) {
-        joined.pop_back();
-    }
-    return joined;
-}
-
-std::vector<std::shared_ptr<qzextensionkit::Extension>> InForce(
-    qzextensionkit::IQZEConfigurationManager& manager, const std::string& point) {
-    std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
-    manager.GetExtensionInfosByExntensionPointID(point, records);
-    return records;
-}
-
-std::vector<std::string> Ids(
-    const std::vector<std::shared_ptr<qzextensionkit::Extension>>& records) {
-    std::vector<std::string> ids;
-    for (auto& record : records) {
-        ids.push_back(record->GetId());
-    }
-    return ids;
-}
-
-}  // namespace qzetest
-
-namespace qzetest {
 
 std::string Describe(const qzextensionkit::Extension& record) {
     std::string text = record.GetVersion() + "|" + record.GetClsid() + "|" + record.GetIid() +

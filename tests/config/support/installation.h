@@ -9,6 +9,7 @@
 
 #include "common/capture_logger.h"
 #include "config/configuration_manager_impl.h"
+#include "model/extension.h"
 
 namespace qzetest {
 
@@ -22,13 +23,8 @@ public:
     Installation& operator=(const Installation&) = delete;
 
     const std::filesystem::path& root() const { return root_; }
-    // The executable's directory as the kit's paths begin it.
-    std::string RootText() const;
-
     // Writes `bytes` to a file below the root, creating folders on the way.
     void Write(const std::string& relative, const std::string& bytes) const;
-    void Remove(const std::string& relative) const;
-
     void WriteMapping(const std::string& json) const {
         Write("extension_adapter_mapping.json", json);
     }
@@ -50,22 +46,12 @@ std::string EncryptForConfig(const std::string& plain, const std::string& key);
 std::string Manifest(const std::string& id, const std::string& foundationVersion,
                      const std::string& points, const std::string& mainEntry = "bin/main.dll");
 
-// {"artifacts": [...]} naming the given bundle folders.
-std::string ConfigWithArtifacts(const std::vector<std::string>& bundles);
-
-// One installation that serves several tests; see the comments inside.
-void WriteSampleInstallation(const Installation& install);
-
-// A manager that has loaded the sample installation; `loadLog` holds what
-// the load logged, `log` what came after.
+// A manager with debug mode on that has loaded the sample installation (see
+// installation.cpp); `loadLog` holds what the load logged, `log` what came
+// after.
 class LoadedSample : public ::testing::Test {
 protected:
-    void SetUp() override {
-        WriteSampleInstallation(install);
-        loadLog = CaptureLog();
-        ASSERT_TRUE(manager.LoadAllExtensionInfos());
-        log = CaptureLog();
-    }
+    void SetUp() override;
 
     Installation install;
     qzextensionkit::QZEConfigurationManagerImpl manager;
@@ -74,20 +60,40 @@ protected:
 };
 
 // The text the log sink receives for one of the configuration manager's lines.
-std::string ConfigLine(const std::string& text);
+inline std::string ConfigLine(const std::string& text) {
+    return "[QZExtensionKit] configuration manager impl - " + text;
+}
 
 // The captured lines joined by "\n", each without the configuration
 // manager's prefix.
-std::string Joined(CapturedLines& log);
+inline std::string Joined(CapturedLines& log) {
+    const std::string prefix = ConfigLine("");
+    std::string joined;
+    for (auto& line : log.Texts()) {
+        joined += "\n" + (line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line);
+    }
+    return joined.empty() ? joined : joined.substr(1);
+}
 
 // The records in force under one extension point (none for an unknown one),
 // and their ids.
-std::vector<std::shared_ptr<qzextensionkit::Extension>> InForce(
-    qzextensionkit::IQZEConfigurationManager& manager, const std::string& point);
+inline std::vector<std::shared_ptr<qzextensionkit::Extension>> InForce(
+    qzextensionkit::IQZEConfigurationManager& manager, const std::string& point) {
+    std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
+    manager.GetExtensionInfosByExntensionPointID(point, records);
+    return records;
+}
+inline std::vector<std::string> Ids(
+    const std::vector<std::shared_ptr<qzextensionkit::Extension>>& records) {
+    std::vector<std::string> ids;
+    for (auto& record : records) {
+        ids.push_back(record->GetId());
+    }
+    return ids;
+}
+
 // version|clsid|iid|single or multi|unifiedId|payloads|constraints|
 // modalPosition,modalSize,openType,url of one record.
 std::string Describe(const qzextensionkit::Extension& record);
-std::vector<std::string> Ids(
-    const std::vector<std::shared_ptr<qzextensionkit::Extension>>& records);
 
 }  // namespace qzetest
