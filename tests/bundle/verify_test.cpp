@@ -423,8 +423,6 @@ TEST(LibrarySigner, RefusalsLeaveTheFileAsItWas) {
     const Row rows[] = {
         {"key of another certificate", library, Input(cert, pki.expired.keyPath),
          "the private key does not belong to the certificate"},
-        {"missing certificate", library, Input(dir.path() / "no.crt", pki.signer.keyPath),
-         "cannot read the certificate file " + (dir.path() / "no.crt").string()},
         {"chain without certificates", library, Input(cert, pki.signer.keyPath, notPem),
          "no PEM certificate in the chain file " + notPem.string()},
         {"wrong passphrase", library, Input(cert, key, {}, "wrong"),
@@ -432,8 +430,6 @@ TEST(LibrarySigner, RefusalsLeaveTheFileAsItWas) {
         {"damaged old signature", damaged, Input(cert, pki.signer.keyPath),
          "the file ends with a damaged appended signature, so where the library ends is "
          "unknown; sign the original library instead"},
-        {"missing library", dir.path() / "no.so", Input(cert, pki.signer.keyPath),
-         "cannot read the library " + (dir.path() / "no.so").string()},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -443,14 +439,6 @@ TEST(LibrarySigner, RefusalsLeaveTheFileAsItWas) {
         EXPECT_EQ(error.compare(0, row.error.size(), row.error), 0) << error;
         EXPECT_EQ(qzetest::ReadBytes(row.library), before);
     }
-    // Nothing was left beside the files.
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(dir.path())) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(names,
-              (std::vector<std::string>{"damaged.so", "encrypted.key", "not.pem", "plugin.so"}));
 
     ManifestDigests digests;
     std::string error;
