@@ -2,13 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <cctype>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,7 +13,7 @@
 #include "bundle/base_bundle.h"
 #include "bundle/library_signer.h"
 #include "bundle/support/bundle_dirs.h"
-#include "bundle/support/verify_environment.h"
+#include "bundle/support/verify_pki.h"
 #include "common/capture_logger.h"
 #include "component/support/test_plugins.h"
 #include "kit/extension_manager.h"
@@ -30,21 +27,19 @@ namespace fs = std::filesystem;
 namespace pf = platform;
 using qzetest::BundleDir;
 using ::testing::ElementsAre;
+using Lines = std::vector<std::string>;
 
 const std::string kEntry = std::string("entry") + qzetest::kLibrarySuffix;
+const std::string kClass = qzetest::kBundleClass;
 
 // The host's two switches, as the extension manager answers them.
 class Switches : public IQZExtensionManager {
 public:
     bool libFile = false;
     bool sign = false;
-    int signAsked = 0;
 
     bool GetLibFileVerifyEnable() override { return libFile; }
-    bool GetSignVerifyEnable() override {
-        ++signAsked;
-        return sign;
-    }
+    bool GetSignVerifyEnable() override { return sign; }
     void SetFoundationVersion(const std::string&) override {}
     bool Load() override { return false; }
     bool Unload() override { return false; }
@@ -63,26 +58,15 @@ public:
 };
 
 // What the bundle manager itself wrote, without the service's tag.
-std::vector<std::string> BundleLines(qzetest::CapturedLines& log) {
+Lines BundleLines(qzetest::CapturedLines& log) {
     const std::string tag = "[QZExtensionKit] Bundle Loader - ";
-    std::vector<std::string> out;
+    Lines out;
     for (const std::string& line : log.Texts()) {
         if (line.compare(0, tag.size(), tag) == 0) {
             out.push_back(line.substr(tag.size()));
         }
     }
     return out;
-}
-
-// The lines of a first load up to the point where its loader exists.
-std::vector<std::string> NewLoaderLines(const std::string& key) {
-    return {"key:" + key + ", com loader is not exist", "key:" + key + ", com loader is not exist",
-            "key:" + key + ", create com loader", "key:" + key + ", get com loader success"};
-}
-
-std::vector<std::string> Joined(std::vector<std::string> a, const std::vector<std::string>& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
 }
 
 class BundleManagerTest : public ::testing::Test {
@@ -116,27 +100,14 @@ protected:
     std::wstring marker;
 };
 
-// The digest a manifest gives for a file: MD5 as lower-case hexadecimal.
-std::string Md5Text(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int size = 0;
-    EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_md5(), nullptr);
-    std::string text;
-    for (unsigned int i = 0; i < size; ++i) {
-        text += "0123456789abcdef"[digest[i] >> 4];
-        text += "0123456789abcdef"[digest[i] & 15];
-    }
-    return text;
-}
-
-TEST_F(BundleManagerTest, EachFailureLeavesWhatItShouldAndTheNextBundleStillLoads) {
+TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
     // How a row sets its bundle up; the root and its "bin" are there.
     using Prepare = std::function<void(BundleDir&, Artifact&, Switches&)>;
     const Prepare nothing = [](BundleDir&, Artifact&, Switches&) {};
     const Prepare noRoot = [](BundleDir& d, Artifact&, Switches&) { fs::remove_all(d.root); };
-    const Prepare text = [](BundleDir& d, Artifact&, Switches&) { d.File(kEntry, "no library"); };
+    const Prepare text = [](BundleDir& d, Artifact&, Switches&) {
+        qzetest::WriteBytes(d.root / kEntry, "no library");
+    };
     auto library = [](const char* plugin) -> Prepare {
         return [plugin](BundleDir& d, Artifact&, Switches&) { d.Library(plugin, kEntry); };
     };
@@ -147,34 +118,57 @@ TEST_F(BundleManagerTest, EachFailureLeavesWhatItShouldAndTheNextBundleStillLoad
             pf::testing::InjectFailure(pf::testing::Operation::kSetLibraryDirectory, 1, 0x57, skip);
         };
     };
-    // The file check on, with a digest that does not match; or with the
-    // right one and the signature check on, which the unsigned library fails.
-    auto verify = [](bool rightDigest) -> Prepare {
-        return [rightDigest](BundleDir& d, Artifact& a, Switches& s) {
+    // The checks as switched, with the library's digest or a wrong one. The
+    // library is not signed.
+    auto checks = [](bool file, bool signature, bool rightDigest) -> Prepare {
+        return [=](BundleDir& d, Artifact& a, Switches& s) {
             d.Library("qzekit_plugin_bundle", kEntry);
-            a.SetLibFileMD5(rightDigest ? Md5Text(d.root / kEntry) : std::string(32, '0'));
-            s.libFile = true;
-            s.sign = rightDigest;
+            a.SetLibFileMD5(rightDigest ? qzetest::Md5Hex(qzetest::ReadBytes(d.root / kEntry))
+                                        : std::string(32, '0'));
+            s.libFile = file;
+            s.sign = signature;
         };
     };
-    const Prepare noExport = library("qzekit_plugin_no_unregister_server");
-    const Prepare noModule = library("qzekit_plugin_null_module");
-    const Prepare refusing = library("qzekit_plugin_bundle_refuses");
+    // Its helper library is only in the bundle's "bin", and no run path
+    // leads there.
+    const std::string dependent = std::string("qzekit_plugin_dependent") + qzetest::kLibrarySuffix;
+    const Prepare withDependency = [dependent](BundleDir& d, Artifact&, Switches&) {
+        const fs::path built = fs::path(qzetest::TestPluginDir()) / "dep_bundle";
+        const std::string helper =
+            std::string("qzekit_plugin_dep_helper") + qzetest::kLibrarySuffix;
+        fs::copy_file(built / dependent, d.root / dependent);
+        fs::copy_file(built / "bin" / helper, d.root / "bin" / helper);
+    };
+#if !defined(_WIN32)
+    const Prepare signedBoth = [](BundleDir& d, Artifact& a, Switches& s) {
+        const qzetest::TestPki& pki = qzetest::VerifyPki();
+        d.Library("qzekit_plugin_bundle", kEntry);
+        const std::wstring path = qzetest::Wide(d.root / kEntry);
+        LibrarySigningInput input;
+        input.certificatePath = qzetest::Wide(pki.signer.certPath);
+        input.keyPath = qzetest::Wide(pki.signer.keyPath);
+        input.chainPath = qzetest::Wide(pki.intermediate.certPath);
+        ManifestDigests digests;
+        std::string error;
+        EXPECT_TRUE(SignLibraryFile(path, input, &error) &&
+                    ComputeManifestDigests(path, &digests, &error))
+            << error;
+        a.SetLibFileMD5(digests.libFileMD5);
+        a.SetSignMD5(digests.signMD5);
+        s.libFile = s.sign = true;
+    };
+#endif
     const Prepare bundle = library("qzekit_plugin_bundle");
-    using Lines = std::vector<std::string>;
     const Lines kRootMissing{"load bundle failed, because of root path not exist"};
     const Lines kLibraryMissing{
         "load bundle failed, because of library file path not exist or empty"};
-    // "<key>" stands for the pool key.
-    const Lines kFileCheck{"key:<key>, com loader is not exist",
-                           "load bundle failed, because of lib file verify failed"};
-    const Lines kSignCheck{"key:<key>, com loader is not exist",
-                           "load bundle failed, because of file sign verify failed"};
+    const Lines kFileCheck{"load bundle failed, because of lib file verify failed"};
+    const Lines kSignCheck{"load bundle failed, because of file sign verify failed"};
     const Lines kSetFailed{"Failed to set DLL directory, code:0x57"};
     const Lines kLoadComFailed{"load bundle failed, because of load com failed"};
     const Lines kEntryFailed{"initialze bundle entry failed"};
-    const std::string kClass = qzetest::kBundleClass;
-    const std::string kOther = qzetest::kGreeterClass;
+    const Lines kStored{"class id:" + kClass + ", set bundle object success",
+                        "initialze bundle entry success"};
     // What a load leaves: a loader in the pool, its library open, the
     // search directory left at the bundle's "bin".
     struct Left {
@@ -189,8 +183,7 @@ TEST_F(BundleManagerTest, EachFailureLeavesWhatItShouldAndTheNextBundleStillLoad
         Prepare prepare;
         std::string mainEntry;
         std::string classId;
-        // The lines after those that made the loader, or all of them when
-        // none was made.
+        // The lines after those of the pool.
         Lines lines;
         bool result;
         Left left;
@@ -198,18 +191,37 @@ TEST_F(BundleManagerTest, EachFailureLeavesWhatItShouldAndTheNextBundleStillLoad
     const Row rows[] = {
         {"root missing", noRoot, kEntry, "", kRootMissing, false, kNothing},
         {"library missing", nothing, kEntry, "", kLibraryMissing, false, kNothing},
-        {"file check fails", verify(false), kEntry, kClass, kFileCheck, false, kNothing},
-        {"signature check fails", verify(true), kEntry, kClass, kSignCheck, false, kNothing},
+        {"file check fails, before the signature's", checks(true, true, false), kEntry, kClass,
+         kFileCheck, false, kNothing},
+        {"signature check fails", checks(true, true, true), kEntry, kClass, kSignCheck, false,
+         kNothing},
+        {"signature check off", checks(true, false, true), kEntry, "", {}, true, kOpen},
+        {"file check off: no signature check",
+         checks(false, true, false),
+         kEntry,
+         "",
+         {},
+         true,
+         kOpen},
         {"search directory not set", failSet(0), kEntry, kClass, kSetFailed, false, kUnopened},
         {"not a library", text, kEntry, "", kLoadComFailed, false, kUnopenedAtBin},
         {"empty library path: the root", nothing, "", "", kLoadComFailed, false, kUnopenedAtBin},
-        {"export missing", noExport, kEntry, "", kLoadComFailed, false, kOpenAtBin},
-        {"no module object", noModule, kEntry, "", kLoadComFailed, false, kUnopenedAtBin},
+        {"export missing", library("qzekit_plugin_no_unregister_server"), kEntry, "",
+         kLoadComFailed, false, kOpenAtBin},
+        {"no module object", library("qzekit_plugin_null_module"), kEntry, "", kLoadComFailed,
+         false, kUnopenedAtBin},
         {"search directory not put back", failSet(1), kEntry, kClass, kSetFailed, false,
          kOpenAtBin},
-        {"entry refuses to be built", refusing, kEntry, kClass, kEntryFailed, true, kOpen},
-        {"entry class not in the library", bundle, kEntry, kOther, kEntryFailed, true, kOpen},
+        {"entry refuses to be built", library("qzekit_plugin_bundle_refuses"), kEntry, kClass,
+         kEntryFailed, true, kOpen},
+        {"entry class not in the library", bundle, kEntry, qzetest::kGreeterClass, kEntryFailed,
+         true, kOpen},
         {"no entry class", bundle, kEntry, "", {}, true, kOpen},
+        {"entry built and kept", bundle, kEntry, kClass, kStored, true, kOpen},
+        {"dependency found in the bundle's bin", withDependency, dependent, "", {}, true, kOpen},
+#if !defined(_WIN32)
+        {"signed library, both checks on", signedBoth, kEntry, kClass, kStored, true, kOpen},
+#endif
     };
     int n = 0;
     for (const Row& row : rows) {
@@ -217,19 +229,24 @@ TEST_F(BundleManagerTest, EachFailureLeavesWhatItShouldAndTheNextBundleStillLoad
         manager = std::make_unique<QZEBundleManagerImpl>();
         BundleDir dir(temp.path(), "row" + std::to_string(++n));
         const std::string key = dir.Key(row.mainEntry);
-        std::vector<std::string> lines = row.lines;
-        for (std::string& line : lines) {
-            if (line.find("<key>") != std::string::npos) {
-                line.replace(line.find("<key>"), 5, key);
-            }
+        // Every load past the path checks asks the pool first.
+        Lines lines;
+        if (row.lines != kRootMissing && row.lines != kLibraryMissing) {
+            lines.push_back("key:" + key + ", com loader is not exist");
         }
+        if (row.left.inPool) {
+            lines.insert(lines.end(), {"key:" + key + ", com loader is not exist",
+                                       "key:" + key + ", create com loader",
+                                       "key:" + key + ", get com loader success"});
+        }
+        lines.insert(lines.end(), row.lines.begin(), row.lines.end());
         auto artifact = dir.Artifact(row.mainEntry, row.classId);
         pf::SetLibraryDirectory(marker.c_str());
         row.prepare(dir, *artifact, *switches);
         log->Clear();
 
         EXPECT_EQ(manager->LoadBundle(artifact.get()), row.result);
-        EXPECT_EQ(BundleLines(*log), row.left.inPool ? Joined(NewLoaderLines(key), lines) : lines);
+        EXPECT_EQ(BundleLines(*log), lines);
         EXPECT_EQ(qzetest::SearchDirectory(),
                   row.left.atBin ? qzetest::Backslashed(dir.RootText() + L"\\bin") : marker);
         EXPECT_EQ(manager->ComLoaderIsExist(key), row.left.inPool);
@@ -239,14 +256,14 @@ TEST_F(BundleManagerTest, EachFailureLeavesWhatItShouldAndTheNextBundleStillLoad
             EXPECT_EQ(loader->IsLoaded(), row.left.open);
         }
         by::IBaseUnknown* entry = nullptr;
-        EXPECT_FALSE(manager->GetBundleObject(row.classId.empty() ? "-" : row.classId, &entry));
+        EXPECT_EQ(manager->GetBundleObject(row.classId.empty() ? "-" : row.classId, &entry),
+                  row.lines == kStored);
 
         // A second load repeats the checks, or finds the loader and stops.
         pf::testing::ClearFailures();
         log->Clear();
-        const std::vector<std::string> again{"key:" + key + ", com loader is exist",
-                                             "bundle has been loaded"};
         EXPECT_EQ(manager->LoadBundle(artifact.get()), row.left.inPool || row.result);
+        const Lines again{"key:" + key + ", com loader is exist", "bundle has been loaded"};
         EXPECT_EQ(BundleLines(*log), row.left.inPool ? again : lines);
 
         switches->libFile = switches->sign = false;
@@ -258,107 +275,15 @@ TEST_F(BundleManagerTest, EachFailureLeavesWhatItShouldAndTheNextBundleStillLoad
     }
 }
 
-TEST_F(BundleManagerTest, TheSignatureIsCheckedOnlyWithTheFile) {
-    // The test library is not signed, and its manifest digest is wrong
-    // unless the row says otherwise.
-    struct Row {
-        bool libFile;
-        bool sign;
-        bool rightDigest;
-        bool loads;
-        int signAsked;
-    } const rows[] = {
-        {false, true, false, true, 0},
-        {true, false, true, true, 1},
-        {true, true, false, false, 0},
-    };
-    int n = 0;
-    for (const Row& row : rows) {
-        SCOPED_TRACE(++n);
-        BundleDir dir(temp.path(), "switch" + std::to_string(n));
-        dir.Library("qzekit_plugin_bundle", kEntry);
-        auto artifact = dir.Artifact(kEntry, "");
-        artifact->SetLibFileMD5(row.rightDigest ? Md5Text(dir.root / kEntry) : "wrong");
-        switches->libFile = row.libFile;
-        switches->sign = row.sign;
-        switches->signAsked = 0;
-        EXPECT_EQ(manager->LoadBundle(artifact.get()), row.loads);
-        EXPECT_EQ(switches->signAsked, row.signAsked);
-    }
+std::vector<std::string>& Events() {
+    static auto* events = new std::vector<std::string>();
+    return *events;
 }
 
-TEST_F(BundleManagerTest, ASignedBundleLoadsWithBothChecksOn) {
-#if defined(_WIN32)
-    GTEST_SKIP() << "signed test libraries are made on Linux only here";
-#else
-    BundleDir dir(temp.path(), "signed");
-    dir.Library("qzekit_plugin_bundle", kEntry);
-    const std::wstring library = qzetest::Wide(dir.root / kEntry);
-    const qzetest::TestPki& pki = qzetest::VerifyPki();
-    LibrarySigningInput input;
-    input.certificatePath = qzetest::Wide(pki.signer.certPath);
-    input.keyPath = qzetest::Wide(pki.signer.keyPath);
-    input.chainPath = qzetest::Wide(pki.intermediate.certPath);
-    std::string error;
-    ManifestDigests digests;
-    ASSERT_TRUE(SignLibraryFile(library, input, &error)) << error;
-    ASSERT_TRUE(ComputeManifestDigests(library, &digests, &error)) << error;
-    auto artifact = dir.Artifact(kEntry, qzetest::kBundleClass);
-    artifact->SetLibFileMD5(digests.libFileMD5);
-    artifact->SetSignMD5(digests.signMD5);
-    switches->libFile = switches->sign = true;
-    EXPECT_TRUE(manager->LoadBundle(artifact.get()));
-    EXPECT_THAT(BundleLines(*log), ::testing::Contains("initialze bundle entry success"));
-    EXPECT_TRUE(
-        log->Contains("[QZExtensionKit] [SignVerify] Verify signer certificate "
-                      "information success."));
-#endif
-}
-
-TEST_F(BundleManagerTest, LoadsOnceStartsTheEntryOnceAndKeepsIt) {
-    BundleDir dir(temp.path(), "one");
-    dir.Library("qzekit_plugin_bundle", kEntry);
-    const std::string key = dir.Key(kEntry);
-    auto artifact = dir.Artifact(kEntry, qzetest::kBundleClass);
-    ASSERT_TRUE(manager->LoadBundle(artifact.get()));
-    const std::string cls = qzetest::kBundleClass;
-    EXPECT_EQ(BundleLines(*log),
-              Joined(NewLoaderLines(key), {"class id:" + cls + ", set bundle object success",
-                                           "initialze bundle entry success"}));
-    EXPECT_EQ(qzetest::SearchDirectory(), marker);
-    EXPECT_EQ(Count(dir, kEntry, "TestBundleInitializeCalls"), 1);
-    EXPECT_EQ(Count(dir, kEntry, "TestBundleContextChecks"), 1);
-
-    // The table's reference is the only one: the getter adds none.
-    by::IBaseUnknown* entry = nullptr;
-    ASSERT_TRUE(manager->GetBundleObject(cls, &entry));
-    ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(entry->AddRef(), 2u);
-    EXPECT_EQ(entry->Release(), 1u);
-
-    // The same artifact, and another on the same library with a class of
-    // its own: both stop at the pool.
-    auto sharing = dir.Artifact(kEntry, qzetest::kQuietBundleClass);
-    for (Artifact* again : {artifact.get(), sharing.get()}) {
-        log->Clear();
-        EXPECT_TRUE(manager->LoadBundle(again));
-        EXPECT_THAT(BundleLines(*log),
-                    ElementsAre("key:" + key + ", com loader is exist", "bundle has been loaded"));
-    }
-    EXPECT_EQ(Count(dir, kEntry, "TestBundleInitializeCalls"), 1);
-    EXPECT_EQ(Count(dir, kEntry, "TestLiveObjects"), 1);
-    log->Clear();
-    EXPECT_FALSE(manager->GetBundleObject(qzetest::kQuietBundleClass, &entry));
-    EXPECT_EQ(entry, nullptr);
-    EXPECT_THAT(BundleLines(*log),
-                ElementsAre("class id:" + std::string(qzetest::kQuietBundleClass) +
-                            ", get bundle object failed, because of object didn't founded"));
-}
-
-TEST_F(BundleManagerTest, ClassIdTextsAreKeysByteForByteAndALibraryMayLieInBin) {
+TEST_F(BundleManagerTest, EntriesAreKeptByExactClassIdAndReleasedBeforeAnyLibraryCloses) {
     // One class id in two letter cases, from two copies of the library; the
     // second is named with its "bin" folder.
-    std::string lower = qzetest::kBundleClass;
+    std::string lower = kClass;
     for (char& c : lower) {
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     }
@@ -367,49 +292,40 @@ TEST_F(BundleManagerTest, ClassIdTextsAreKeysByteForByteAndALibraryMayLieInBin) 
     BundleDir b(temp.path(), "b");
     a.Library("qzekit_plugin_bundle", kEntry);
     b.Library("qzekit_plugin_bundle", "bin/" + kEntry);
-    ASSERT_TRUE(manager->LoadBundle(a.Artifact(kEntry, qzetest::kBundleClass).get()));
+    auto first = a.Artifact(kEntry, kClass);
+    ASSERT_TRUE(manager->LoadBundle(first.get()));
     ASSERT_TRUE(manager->LoadBundle(b.Artifact(binEntry, lower).get()));
-    EXPECT_TRUE(manager->ComLoaderIsExist(b.Key(binEntry)));
+    // The same artifact, and another on the same library with a class of
+    // its own: both stop at the pool.
+    auto sharing = a.Artifact(kEntry, qzetest::kQuietBundleClass);
+    for (Artifact* again : {first.get(), sharing.get()}) {
+        log->Clear();
+        EXPECT_TRUE(manager->LoadBundle(again));
+        EXPECT_THAT(BundleLines(*log), ElementsAre("key:" + a.Key(kEntry) + ", com loader is exist",
+                                                   "bundle has been loaded"));
+    }
+    EXPECT_EQ(Count(a, kEntry, "TestBundleInitializeCalls"), 1);
+    EXPECT_EQ(Count(a, kEntry, "TestBundleContextChecks"), 1);
+    EXPECT_EQ(Count(a, kEntry, "TestLiveObjects"), 1);
+    EXPECT_EQ(Count(b, binEntry, "TestBundleInitializeCalls"), 1);
+
     by::IBaseUnknown* upperEntry = nullptr;
     by::IBaseUnknown* lowerEntry = nullptr;
-    ASSERT_TRUE(manager->GetBundleObject(qzetest::kBundleClass, &upperEntry));
+    ASSERT_TRUE(manager->GetBundleObject(kClass, &upperEntry));
     ASSERT_TRUE(manager->GetBundleObject(lower, &lowerEntry));
     EXPECT_NE(upperEntry, lowerEntry);
-    EXPECT_EQ(Count(b, binEntry, "TestBundleInitializeCalls"), 1);
-}
+    // The table's reference is the only one: the getter adds none.
+    EXPECT_EQ(upperEntry->AddRef(), 2u);
+    EXPECT_EQ(upperEntry->Release(), 1u);
+    log->Clear();
+    EXPECT_FALSE(manager->GetBundleObject(qzetest::kQuietBundleClass, &upperEntry));
+    EXPECT_EQ(upperEntry, nullptr);
+    EXPECT_THAT(BundleLines(*log),
+                ElementsAre("class id:" + std::string(qzetest::kQuietBundleClass) +
+                            ", get bundle object failed, because of object didn't founded"));
 
-TEST_F(BundleManagerTest, DependenciesAreFoundInTheBundlesBin) {
-    // The dependent library finds its helper only through the search
-    // directory; no run path leads there.
-    BundleDir dir(temp.path(), "dep");
-    const std::string dependent = std::string("qzekit_plugin_dependent") + qzetest::kLibrarySuffix;
-    const std::string helper = std::string("qzekit_plugin_dep_helper") + qzetest::kLibrarySuffix;
-    const fs::path built = fs::path(qzetest::TestPluginDir()) / "dep_bundle";
-    fs::copy_file(built / dependent, dir.root / dependent);
-    fs::copy_file(built / "bin" / helper, dir.root / "bin" / helper);
-    EXPECT_TRUE(manager->LoadBundle(dir.Artifact(dependent, "").get()));
-    by::CComLoader* loader = nullptr;
-    ASSERT_TRUE(manager->GetComLoader(dir.Key(dependent), &loader));
-    EXPECT_TRUE(loader->IsLoaded());
-    EXPECT_NE(loader->ModuleObject(), nullptr);
-    EXPECT_EQ(qzetest::SearchDirectory(), marker);
-}
-
-std::vector<std::string>& Events() {
-    static auto* events = new std::vector<std::string>();
-    return *events;
-}
-
-TEST_F(BundleManagerTest, DestructionReleasesEveryEntryBeforeAnyLibraryCloses) {
-    BundleDir a(temp.path(), "a");
-    BundleDir b(temp.path(), "b");
-    a.Library("qzekit_plugin_bundle", kEntry);
-    b.Library("qzekit_plugin_bundle", kEntry);
-    ASSERT_TRUE(manager->LoadBundle(a.Artifact(kEntry, qzetest::kBundleClass).get()));
-    ASSERT_TRUE(manager->LoadBundle(b.Artifact(kEntry, qzetest::kQuietBundleClass).get()));
-    for (const BundleDir* dir : {&a, &b}) {
-        const std::wstring path = qzetest::Wide(dir->root / kEntry);
-        pf::LibraryHandle handle = pf::OpenLibrary(path.c_str());
+    for (const fs::path& path : {a.root / kEntry, b.root / "bin" / kEntry}) {
+        pf::LibraryHandle handle = pf::OpenLibrary(qzetest::Wide(path).c_str());
         ASSERT_NE(handle, nullptr);
         auto set = reinterpret_cast<qzetest::TestSetEventSinkFunc>(
             pf::FindExport(handle, "TestBundleSetEventSink"));
@@ -423,29 +339,19 @@ TEST_F(BundleManagerTest, DestructionReleasesEveryEntryBeforeAnyLibraryCloses) {
                                       "library closed"));
 }
 
-TEST_F(BundleManagerTest, LoaderPoolAndObjectTableRefuseEmptyKeysAndKeepFirstEntries) {
-    by::CComLoader* first = nullptr;
-    by::CComLoader* second = nullptr;
+TEST_F(BundleManagerTest, EmptyKeysAreRefusedAndAClassIdKeepsItsFirstObject) {
+    by::CComLoader* loader = nullptr;
     EXPECT_FALSE(manager->ComLoaderIsExist(""));
-    EXPECT_FALSE(manager->GetComLoader("", &first));
-    EXPECT_EQ(first, nullptr);
-    ASSERT_TRUE(manager->GetComLoader("k", &first));
-    ASSERT_TRUE(manager->GetComLoader("k", &second));
-    EXPECT_EQ(first, second);
-    EXPECT_FALSE(first->IsLoaded());
-    EXPECT_THAT(BundleLines(*log),
-                ElementsAre("query com loader is exist failed, because of key is empty",
-                            "key:, get com loader failed, because of key is empty",
-                            "key:k, com loader is not exist", "key:k, create com loader",
-                            "key:k, get com loader success", "key:k, com loader is exist",
-                            "key:k, get com loader success"));
-
+    EXPECT_FALSE(manager->GetComLoader("", &loader));
+    EXPECT_EQ(loader, nullptr);
     class Entry : public QZEBaseBundle {};
     Entry* kept = nullptr;
     Entry* dropped = nullptr;
     ASSERT_EQ(by::CComObject<Entry>::CreateInstance(&kept), 0);
     ASSERT_EQ(by::CComObject<Entry>::CreateInstance(&dropped), 0);
-    log->Clear();
+    // Each entry object owns a context of its own.
+    ASSERT_NE(kept->GetContext(), nullptr);
+    EXPECT_NE(kept->GetContext(), dropped->GetContext());
     by::IBaseUnknown* out = kept;
     EXPECT_FALSE(manager->SetBundleObject("", kept));
     EXPECT_FALSE(manager->SetBundleObject("c", nullptr));
@@ -456,7 +362,9 @@ TEST_F(BundleManagerTest, LoaderPoolAndObjectTableRefuseEmptyKeysAndKeepFirstEnt
     EXPECT_TRUE(manager->GetBundleObject("c", &out));
     EXPECT_EQ(out, static_cast<by::IBaseUnknown*>(kept));
     EXPECT_THAT(BundleLines(*log),
-                ElementsAre("set bundle object failed, because of class id is empty",
+                ElementsAre("query com loader is exist failed, because of key is empty",
+                            "key:, get com loader failed, because of key is empty",
+                            "set bundle object failed, because of class id is empty",
                             "class id:c, set bundle object failed, because of object pointer is "
                             "nullptr",
                             "get bundle object failed, because of class id is empty",
@@ -478,7 +386,6 @@ TEST(BundleManagerFacade, InitSdkPutsTheSharedImplementationBehindTheFacade) {
     EXPECT_FALSE(QZEBundleManager::GetInstance()->GetComLoader("", &loader));
     EXPECT_THAT(BundleLines(*log),
                 ElementsAre("key:, get com loader failed, because of key is empty"));
-    EXPECT_EQ(QZEBundleManagerImpl::GetInstance(), QZEBundleManagerImpl::GetInstance());
 }
 
 }  // namespace

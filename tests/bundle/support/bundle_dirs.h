@@ -1,8 +1,7 @@
 #pragma once
 
-// Bundle directories on disk for the bundle tests: a temporary root per
-// bundle, its "bin" folder, and libraries copied in from the built test
-// plug-ins.
+// Folders on disk for the bundle and code-signing tests: a temporary folder,
+// bundles in it, and libraries copied in from the built test plug-ins.
 
 #include <filesystem>
 #include <fstream>
@@ -21,33 +20,29 @@ namespace fs = std::filesystem;
 
 #if defined(_WIN32)
 constexpr const char kLibrarySuffix[] = ".dll";
+inline std::wstring Wide(const fs::path& path) {
+    return path.wstring();
+}
 #else
 constexpr const char kLibrarySuffix[] = ".so";
-#endif
-
 inline std::wstring Wide(const fs::path& path) {
-#if defined(_WIN32)
-    return path.wstring();
-#else
     return base::UTF8ToWide(path.string());
-#endif
 }
+#endif
 
 inline fs::path BuiltPlugin(const std::string& name) {
     return fs::path(QZEKIT_TEST_BIN_DIR) / "test_plugins" / (name + kLibrarySuffix);
 }
 
-// A folder below the system's temporary folder, removed with everything in
-// it when the object goes. Libraries opened from it must be closed first:
-// Windows does not delete a loaded library.
+// Removed with everything in it when the object goes. Libraries opened from
+// it must be closed first: Windows does not delete a loaded library.
 class TempDir {
 public:
     TempDir() {
         by::GUID id{};
         qzextensionkit::platform::CreateGuid(&id);
-        std::wstring name = qzextensionkit::platform::FormatGuid(id);
         path_ = fs::temp_directory_path() /
-                ("qzekit_bundle_" + base::WideToUTF8(name.substr(1, name.size() - 2)));
+                ("qzekit_" + base::WideToUTF8(qzextensionkit::platform::FormatGuid(id)));
         fs::create_directories(path_);
     }
     ~TempDir() {
@@ -56,15 +51,13 @@ public:
     }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
-
     const fs::path& path() const { return path_; }
 
 private:
     fs::path path_;
 };
 
-// One bundle: `root` (created with its "bin" folder) and the library, if
-// any, that the test puts in it.
+// One bundle: `root`, created with its "bin" folder.
 struct BundleDir {
     fs::path root;
 
@@ -72,19 +65,12 @@ struct BundleDir {
         fs::create_directories(root / "bin");
     }
     // Copies a built test plug-in to `relative` below the root.
-    BundleDir& Library(const std::string& plugin, const std::string& relative) {
+    void Library(const std::string& plugin, const std::string& relative) const {
         fs::copy_file(BuiltPlugin(plugin), root / relative);
-        return *this;
     }
-    // Writes a file that is no library.
-    BundleDir& File(const std::string& relative, const std::string& content) {
-        std::ofstream(root / relative, std::ios::binary) << content;
-        return *this;
-    }
-    // The root as the kit names it.
     std::wstring RootText() const { return Wide(root); }
-    // The pool key of a library at `mainEntry`: the root and the entry
-    // joined with "\\", in UTF-8.
+    // The pool key of a library at `mainEntry`: root and entry joined with
+    // "\\", in UTF-8.
     std::string Key(const std::string& mainEntry) const {
         return base::WideToUTF8(RootText()) + (mainEntry.empty() ? "" : "\\" + mainEntry);
     }
@@ -101,9 +87,7 @@ struct BundleDir {
 // write.
 inline std::wstring Backslashed(std::wstring text) {
     for (wchar_t& c : text) {
-        if (c == L'/') {
-            c = L'\\';
-        }
+        c = c == L'/' ? L'\\' : c;
     }
     return text;
 }
