@@ -62,7 +62,7 @@ TEST_F(RoutesTest, OneRequestFromLoadToTheHostsPointer) {
     // The host's is the only reference.
     EXPECT_EQ(RefCount(probe), 1u);
     EXPECT_EQ(probe->Release(), 0u);
-    EXPECT_TRUE(LiveObjects().empty());
+    EXPECT_TRUE(NewObjects().empty());
 }
 
 // The manifest members that every row of the route comparison carries.
@@ -134,7 +134,7 @@ TEST_F(RoutesTest, TheTwoRoutesDifferWhereTheyShould) {
             Probe(object)->Release();
         }
     }
-    EXPECT_TRUE(LiveObjects().empty());
+    EXPECT_TRUE(NewObjects().empty());
     EXPECT_TRUE(kit()->unRegisterExtension(kRegisteredClass));
     EXPECT_TRUE(kit()->unRegisterExtension(kProbeClass));
 }
@@ -261,10 +261,10 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAndTheNextRequestWorks) {
                   row.emptyClassIdLine);
         // The registry route keeps its reference on the object it could not
         // hand out; the host can't reach it, so the test gives it back.
-        for (by::IBaseUnknown* left : LiveObjects()) {
+        for (by::IBaseUnknown* left : NewObjects()) {
             left->Release();
         }
-        EXPECT_TRUE(LiveObjects().empty());
+        EXPECT_TRUE(NewObjects().empty());
 
         object = nullptr;
         ASSERT_TRUE(kit()->GetExtensionById("good", &object));

@@ -1,5 +1,7 @@
 #include "manager/support/kit_host.h"
 
+#include <algorithm>
+
 #include "base/utf_string_conversions.h"
 #include "bundle/support/bundle_dirs.h"
 #include "kit/qzextensionkit.h"
@@ -22,6 +24,7 @@ std::string Point(const std::string& id, const std::string& iid, const std::vect
 void KitHost::SetUp() {
     qzextensionkit::QZExtensionKit::InitSDK();
     log = CaptureLog();
+    objectsBefore = LiveObjects();
 }
 
 void KitHost::TearDown() {
@@ -83,6 +86,16 @@ std::vector<std::string> KitHost::ManagerLines() const {
         }
     }
     return out;
+}
+
+std::vector<by::IBaseUnknown*> KitHost::NewObjects() const {
+    std::vector<by::IBaseUnknown*> objects;
+    for (by::IBaseUnknown* object : LiveObjects()) {
+        if (std::find(objectsBefore.begin(), objectsBefore.end(), object) == objectsBefore.end()) {
+            objects.push_back(object);
+        }
+    }
+    return objects;
 }
 
 std::vector<by::IBaseUnknown*> LiveObjects() {

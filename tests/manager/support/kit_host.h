@@ -67,6 +67,9 @@ protected:
     std::vector<std::string> ManagerLines() const;
     // Every line, without "[QZExtensionKit] ".
     std::vector<std::string> Lines() const;
+    // Objects of the extension test classes alive now that were not when
+    // the test began (singletons of earlier tests in this process stay).
+    std::vector<by::IBaseUnknown*> NewObjects() const;
 
     static qzextensionkit::QZExtensionManager* kit() {
         return qzextensionkit::QZExtensionManager::GetInstance();
@@ -75,6 +78,7 @@ protected:
     Installation install;
     std::shared_ptr<CapturedLines> log;
     std::vector<std::string> bundles;
+    std::vector<by::IBaseUnknown*> objectsBefore;
 };
 
 // The probe interface of an object the kit handed out as `object`.
