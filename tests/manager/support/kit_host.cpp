@@ -33,15 +33,19 @@ void KitHost::TearDown() {
     kit()->SetSignVerifyEnable(false);
 }
 
-void KitHost::AddBundle(const std::string& folder, const std::string& points,
-                        const std::string& extraMembers, const char* library) {
+std::string KitHost::BundleManifest(const std::string& folder, const std::string& points,
+                                    const std::string& extraMembers, bool namesLibrary) {
     std::string manifest = R"({"id": ")" + folder + R"(", "version": "1.0.0")";
-    if (library != nullptr) {
+    if (namesLibrary) {
         manifest += R"(, "mainEntry": ")" + std::string(kExtensionLibrary) + "\"";
     }
     manifest += R"(, "extensionPoints": [)" + points + "]";
-    manifest += (extraMembers.empty() ? "" : ", " + extraMembers) + "}";
-    install.WriteManifest(folder, manifest);
+    return manifest + (extraMembers.empty() ? "" : ", " + extraMembers) + "}";
+}
+
+void KitHost::AddBundle(const std::string& folder, const std::string& points,
+                        const std::string& extraMembers, const char* library) {
+    install.WriteManifest(folder, BundleManifest(folder, points, extraMembers, library != nullptr));
     fs::create_directories(install.root() / "extensions" / folder / "bin");
     if (library != nullptr && *library != '\0') {
         fs::copy_file(BuiltPlugin(library), LibraryFile(folder));

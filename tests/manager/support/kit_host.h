@@ -54,6 +54,9 @@ protected:
     void AddBundle(const std::string& folder, const std::string& points,
                    const std::string& extraMembers = "",
                    const char* library = "qzekit_plugin_extension");
+    // The manifest AddBundle writes.
+    static std::string BundleManifest(const std::string& folder, const std::string& points,
+                                      const std::string& extraMembers, bool namesLibrary);
     // Writes "extension_adapter_mapping.json" and "extensions/config.json"
     // naming every bundle added, then calls Load through the facade.
     bool Load();
