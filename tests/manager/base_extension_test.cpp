@@ -67,22 +67,6 @@ TEST(ExtensionContextTest, MapAndPathSettersRefuseEmptyAndKeepTheOldValue) {
     }
 }
 
-TEST(ExtensionContextTest, PlainSettersTakeEmptyValues) {
-    QZExtensionContext context;
-    context.SetLaunchParams(LaunchParams("p", "s", "u", "o"));
-    context.SetExtensionId("ext");
-    context.SetUnifiedId("uni");
-    EXPECT_EQ(context.GetLaunchParams().url, "u");
-    EXPECT_EQ(context.GetExtensionId(), "ext");
-    context.SetLaunchParams(LaunchParams());
-    context.SetExtensionId("");
-    context.SetUnifiedId("");
-    LaunchParams now = context.GetLaunchParams();
-    EXPECT_EQ(now.modalPosition + now.modalSize + now.url + now.openType, "");
-    EXPECT_EQ(context.GetExtensionId(), "");
-    EXPECT_EQ(context.GetUnifiedId(), "");
-}
-
 TEST(ExtensionContextTest, LookupsAreExactAndLeaveOutputsAloneOnAMiss) {
     QZExtensionContext context;
     Payloads p{{"Key", "1"}};
@@ -101,52 +85,16 @@ TEST(ExtensionContextTest, LookupsAreExactAndLeaveOutputsAloneOnAMiss) {
     EXPECT_EQ(values, std::vector<std::string>{"x"});
 }
 
-TEST(ExtensionContextTest, CopiesAreDeep) {
-    QZExtensionContext a;
-    Payloads p{{"k", "1"}};
-    a.SetPayloads(p);
-    QZExtensionContext b(a);
-    Payloads q{{"k", "2"}};
-    b.SetPayloads(q);
-    std::string value;
-    a.ValueForKey("k", value);
-    EXPECT_EQ(value, "1");
-    a = b;
-    a.ValueForKey("k", value);
-    EXPECT_EQ(value, "2");
-}
-
 class IProbe : public by::IBaseUnknown {
 public:
     BY_DECLARE_INTERFACE_ID("{0B5D7C3A-1E2F-4A6B-8C9D-0E1F2A3B4C5D}")
     virtual int Answer() = 0;
 };
 
-class PlainExtension : public QZBaseExtension {};
-
 class ProbeExtension : public QZBaseExtension, public IProbe {
 public:
     int Answer() override { return 42; }
 };
-
-TEST(BaseExtensionTest, ForwardsToItsContext) {
-    PlainExtension* object = nullptr;
-    ASSERT_EQ(by::CComObject<PlainExtension>::CreateInstance(&object), 0);
-    EXPECT_EQ(object->Initialization(), 0);
-    Payloads p{{"k", "v"}};
-    object->GetContext()->SetPayloads(p);
-    object->GetContext()->SetBinDirPath(L"bin");
-    std::string value;
-    EXPECT_TRUE(object->ValueForKey("k", value));
-    EXPECT_EQ(value, "v");
-    EXPECT_EQ(object->GetBinDirPath(), L"bin");
-    // A plain class answers the base id, so the kit's first query passes.
-    void* base = nullptr;
-    ASSERT_EQ(object->QueryInterface(IQZBaseExtension::InterfaceId(), &base), 0);
-    EXPECT_EQ(base, static_cast<by::IBaseUnknown*>(object));
-    static_cast<by::IBaseUnknown*>(base)->Release();
-    object->Release();
-}
 
 TEST(BaseExtensionTest, ExtensionObjectAnswersBaseRootAndItsOwnInterfaces) {
     void* out = nullptr;
