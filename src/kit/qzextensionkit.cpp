@@ -3,6 +3,7 @@
 #include "bundle/bundle_manager_impl.h"
 #include "component/object_container.h"
 #include "config/configuration_manager_impl.h"
+#include "manager/extension_manager_impl.h"
 
 namespace qzextensionkit {
 
@@ -18,6 +19,8 @@ void QZExtensionKit::InitSDK() {
     std::shared_ptr<IQZEConfigurationManager> configuration =
         QZEConfigurationManagerImpl::GetInstance();
     QZEConfigurationManager::GetInstance()->Initialize(configuration);
+    std::shared_ptr<IQZExtensionManager> extensions = QZExtensionManagerImpl::GetInstance();
+    QZExtensionManager::GetInstance()->Initialize(extensions);
 }
 
 }  // namespace qzextensionkit

@@ -20,6 +20,7 @@
 #include <openssl/x509v3.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -334,7 +335,9 @@ std::size_t GetLibraryDirectory(wchar_t* buffer, std::size_t capacity) {
     return n;
 }
 
-bool DebuggerPresent() {
+namespace {
+
+bool ReadTracerPresent() {
     // A debugger here is a tracer; the status file names its process.
     int fd = ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
@@ -363,6 +366,29 @@ bool DebuggerPresent() {
         ++field;
     }
     return *field >= '1' && *field <= '9';
+}
+
+}  // namespace
+
+bool DebuggerPresent() {
+    // The kernel writes the whole status file for each read, which costs
+    // more than the rest of a request for an extension. The answer is kept
+    // for a tenth of a second: a debugger that attaches sees the loader's
+    // lines from then on.
+    constexpr int64_t kRecheckNs = 100 * 1000 * 1000;
+    static std::atomic<int64_t> checkedAt{0};
+    static std::atomic<bool> present{false};
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    const int64_t nowNs = static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec + 1;
+    const int64_t last = checkedAt.load(std::memory_order_acquire);
+    if (last != 0 && nowNs - last < kRecheckNs) {
+        return present.load(std::memory_order_relaxed);
+    }
+    const bool traced = ReadTracerPresent();
+    present.store(traced, std::memory_order_relaxed);
+    checkedAt.store(nowNs, std::memory_order_release);
+    return traced;
 }
 
 void DebugOutput(const char* text) {

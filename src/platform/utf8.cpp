@@ -114,6 +114,11 @@ std::string WideToUtf8(const std::wstring& text) {
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
         uint32_t cp = static_cast<uint32_t>(text[i]);
+        // Paths and ids are mostly ASCII: one byte each, no call.
+        if (cp < 0x80) {
+            out.push_back(static_cast<char>(cp));
+            continue;
+        }
         if constexpr (sizeof(wchar_t) == 2) {
             cp &= 0xFFFF;
             if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < text.size()) {
