@@ -455,8 +455,8 @@ int main(int argc, char** argv) {
         std::string opened = panel->Open();
         Show("opens", opened);
         ExpectText("panel", opened,
-                   "sidebar https://apps.example.com/hello/notes (400x600, right) for "
-                   "com.example.hello.notes, page notes.html found");
+                   "sidebar https://apps.example.com/hello/notes for com.example.hello.notes: "
+                   "page notes.html found, container.html found");
         panel->Release();
     }
 

@@ -18,13 +18,18 @@ class WebPanelHost : public DemoExtension<IWebPanel> {
 public:
     std::string Open() override {
         const DemoContextView& seen = Seen();
-        // The page lies in the resources of the bundle that described it.
+        // The page lies in the resources of the bundle that described it;
+        // the container's own frame beside the container's library.
         std::string page = Payload("page");
-        base::FilePath pagePath = base::FilePath(GetResourcesPath()).AppendASCII(page);
-        bool found = !page.empty() && base::PathExists(pagePath);
-        return seen.openType + " " + seen.url + " (" + seen.modalSize + ", " + seen.modalPosition +
-               ") for " + Payload("extensionId") + ", page " + page +
-               (found ? " found" : " missing");
+        bool pageFound =
+            !page.empty() && base::PathExists(base::FilePath(GetResourcesPath()).AppendASCII(page));
+        bool frameFound = base::PathExists(base::FilePath(GetBinDirPath())
+                                               .Append(L"..")
+                                               .Append(L"resources")
+                                               .Append(L"container.html"));
+        return seen.openType + " " + seen.url + " for " + Payload("extensionId") + ": page " +
+               page + (pageFound ? " found" : " missing") + ", container.html " +
+               (frameFound ? "found" : "missing");
     }
 
 protected:
