@@ -5,11 +5,13 @@
 //
 //   qzekit_demo_host [--verbose]    --verbose prints every line of the kit's log
 //
-// The rules a host follows with what the kit hands out are all here: every
-// pointer from GetExtension, GetExtensionList and GetExtensionById carries
-// one reference to give back with Release, except a singleton asked for
-// again, which comes back without one of its own (the kit's container holds
-// it): the host keeps the first pointer it got and releases only that.
+// It gives back what it is handed as the README's "Reference counts" table
+// says: an extension from a library is released once when done, except a
+// singleton, which the kit's container also holds and hands out again
+// without a new reference: the host keeps it to the end and never releases
+// it. The host's own class is a singleton too, released once per request.
+// GetExtension is asked only of points with one extension, as it builds
+// them all and hands out the first.
 
 #include <cstdio>
 #include <cstdlib>
@@ -382,7 +384,7 @@ int main(int argc, char** argv) {
     Expect(
         extensions->GetExtensionList("com.example.host.greeters", greeters) && greeters.size() == 2,
         "two greeters");
-    // The singleton is kept to the end; see the top of this file.
+    // The singleton is kept, never released; see the top of this file.
     IGreeter* friendly = nullptr;
     for (void* object : greeters) {
         auto* greeter = static_cast<IGreeter*>(object);
@@ -419,7 +421,7 @@ int main(int argc, char** argv) {
     object = nullptr;
     if (Expect(extensions->GetExtensionById("com.example.hello.friendly", &object) && object,
                "com.example.hello.friendly")) {
-        // A repeat of a singleton: no reference of its own, not released.
+        // A singleton again: the same object, with no reference of its own.
         auto* again = static_cast<IGreeter*>(object);
         handedOut.push_back("com.example.hello.friendly by id");
         Expect(
@@ -524,10 +526,6 @@ int main(int argc, char** argv) {
     ExpectText("max_group_size", groupSize, "500");
 
     Step("Summary");
-    // The one reference the host owns on the singleton.
-    if (friendly != nullptr) {
-        friendly->Release();
-    }
     Expect(extensions->Unload(), "Unload");
     // One line per bundle and per kind of extension, with how often it came.
     std::vector<std::pair<std::string, int>> kinds;
