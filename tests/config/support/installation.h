@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/utf_string_conversions.h"
 #include "common/capture_logger.h"
 #include "config/configuration_manager_impl.h"
 #include "model/extension.h"
@@ -23,6 +24,8 @@ public:
     Installation& operator=(const Installation&) = delete;
 
     const std::filesystem::path& root() const { return root_; }
+    // The executable's directory as the kit's paths begin it.
+    std::string RootText() const { return base::WideToUTF8(root_.wstring()); }
     // Writes `bytes` to a file below the root, creating folders on the way.
     void Write(const std::string& relative, const std::string& bytes) const;
     void WriteMapping(const std::string& json) const {
@@ -32,6 +35,10 @@ public:
     void WriteManifest(const std::string& bundle, const std::string& json) const {
         Write("extensions/" + bundle + "/manifest.json", json);
     }
+    // Removes a file or folder below the root.
+    void Remove(const std::string& relative) const {
+        std::filesystem::remove_all(root_ / relative);
+    }
 
 private:
     std::filesystem::path root_;
@@ -40,6 +47,15 @@ private:
 // base64 of AES-256-ECB ciphertext of `plain`, whose length must be a
 // multiple of 16; no padding is added.
 std::string EncryptForConfig(const std::string& plain, const std::string& key);
+
+// A config.json that lists just these bundle folders.
+inline std::string ConfigWithArtifacts(const std::vector<std::string>& bundles) {
+    std::string list;
+    for (auto& bundle : bundles) {
+        list += (list.empty() ? "\"" : ", \"") + bundle + "\"";
+    }
+    return "{\"artifacts\": [" + list + "]}";
+}
 
 // A manifest with the given artifact id, foundation version and
 // "extensionPoints" list text.
