@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/string_util.h"
+
 namespace by {
 
 bool IsEqualId(const GUID& a, const GUID& b) {
@@ -10,19 +12,6 @@ bool IsEqualId(const GUID& a, const GUID& b) {
 }
 
 namespace {
-
-int HexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
 
 // The usual text: every group all hexadecimal digits, the separators in
 // place. The scanner below reads exactly these values from it, at a cost
@@ -39,8 +28,8 @@ bool ParseCanonical(const char* text, bool braced, GUID* id) {
     static const int kPairs[16] = {0, 2, 4, 6, 9, 11, 14, 16, 19, 21, 24, 26, 28, 30, 32, 34};
     uint8_t bytes[16];
     for (int n = 0; n < 16; ++n) {
-        const int high = HexDigit(p[kPairs[n]]);
-        const int low = HexDigit(p[kPairs[n] + 1]);
+        const int high = base::HexDigitValue(p[kPairs[n]]);
+        const int low = base::HexDigitValue(p[kPairs[n] + 1]);
         if (high < 0 || low < 0) {
             return false;
         }
