@@ -24,12 +24,16 @@ Ext Full(const std::string& id, const std::string& clsid, const std::string& set
 TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
     const std::string all =
         R"("modalPosition": "pos", "modalSize": "size", "host": "https://h", "uri": "/x")";
-    AddBundle("lib",
-              Point("p.lib", kProbeIid, {Full("e1", kProbeClass, all + R"(, "openType": "tab")")}) +
-                  ", " + Point("p.notype", kProbeIid, {Full("e2", kProbeClass, all)}) + ", " +
-                  Point("p.nohost", kProbeIid,
-                        {Full("e3", kProbeClass,
-                              R"("modalPosition": "pos", "uri": "/x", "openType": "tab")")}));
+    AddBundle(
+        "lib",
+        Point("p.lib", kProbeIid, {Full("e1", kProbeClass, all + R"(, "openType": "tab")")}) +
+            ", " +
+            Point("p.notype", kProbeIid, {Full("e2", kProbeClass, all + R"(, "openType": "")")}) +
+            ", " +
+            Point("p.nohost", kProbeIid,
+                  {Full("e3", kProbeClass,
+                        R"("modalPosition": "pos", "modalSize": "size", "host": "", "uri": "/x",
+                                 "openType": "tab")")}));
     AddBundle(
         "reg",
         Point("p.reg", kProbeIid, {Full("e4", kRegisteredClass, all + R"(, "openType": "tab")")}),
@@ -56,7 +60,7 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
         std::vector<std::string> asked;
     } const rows[] = {
         {"p.lib", "lib", library, "ext=e1;unified=u;launch=pos,size,https://h/x,tab", 1, {}},
-        // Launch parameters need both openType and host.
+        // Launch parameters need both openType and host, whatever the rest holds.
         {"p.notype", "lib", library, "ext=e2;unified=u;launch=,,,", 1, {}},
         {"p.nohost", "lib", library, "ext=e3;unified=u;launch=,,,", 1, {}},
         {"p.reg",
