@@ -223,34 +223,6 @@ TEST_F(LookupsTest, AfterUnloadLookupsFailButObjectsAndLibrariesStay) {
     EXPECT_EQ(Probe(kept)->Release(), 0u);
 }
 
-TEST_F(LookupsTest, AfterUnregisteringARecordWithoutLibraryHasNoRoute) {
-    const std::string cls = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1E03}";
-    AddBundle("b", Point("p", kProbeIid, {{"e", cls}}), "", nullptr);
-    ASSERT_TRUE(kit()->RegisterExtension(
-        [](const std::string& iid, const std::string&, void** out) { return HostProbe(iid, out); },
-        cls, false));
-    ASSERT_TRUE(Load());
-    void* object = nullptr;
-    ASSERT_TRUE(kit()->GetExtensionById("e", &object));
-    // The host's reference and the one the registry route keeps.
-    EXPECT_EQ(Probe(object)->Release(), 1u);
-    EXPECT_EQ(Probe(object)->Release(), 0u);
-
-    EXPECT_TRUE(kit()->unRegisterExtension(cls));
-    log->Clear();
-    object = &object;
-    EXPECT_FALSE(kit()->GetExtensionById("e", &object));
-    EXPECT_EQ(object, nullptr);
-    EXPECT_THAT(ManagerLines(),
-                ElementsAre("get extension by extension id:e", "create extension instance failed",
-                            "get extension by extension id failed, because of create extension "
-                            "instance failed"));
-    log->Clear();
-    EXPECT_FALSE(kit()->unRegisterExtension(cls));
-    EXPECT_THAT(Lines(), ElementsAre("object container impl - class id:" + cls +
-                                     ", unregister failed, because of not found register info"));
-}
-
 TEST_F(LookupsTest, AnExtensionMayCallTheKitFromItsInitialization) {
     AddBundle("b", Point("p", kProbeIid,
                          {{"outer", kReentrantClass, false, R"("payloads": {"reenter": "inner"})"},

@@ -101,8 +101,25 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
         }
     }
     EXPECT_TRUE(NewObjects().empty());
-    EXPECT_TRUE(kit()->unRegisterExtension(kRegisteredClass));
     EXPECT_TRUE(kit()->unRegisterExtension(kProbeClass));
+
+    // Unregistered, a record without library has no route left.
+    EXPECT_TRUE(kit()->unRegisterExtension(kRegisteredClass));
+    log->Clear();
+    void* object = &object;
+    EXPECT_FALSE(kit()->GetExtensionById("e4", &object));
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(ManagerLines(),
+              (std::vector<std::string>{"get extension by extension id:e4",
+                                        "create extension instance failed",
+                                        "get extension by extension id failed, because of create "
+                                        "extension instance failed"}));
+    log->Clear();
+    EXPECT_FALSE(kit()->unRegisterExtension(kRegisteredClass));
+    EXPECT_EQ(Lines(), std::vector<std::string>{
+                           "object container impl - class id:" + std::string(kRegisteredClass) +
+                           ", unregister failed, because of not found "
+                           "register info"});
 }
 
 // A host class that is no extension at all.
