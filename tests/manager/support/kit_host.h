@@ -6,16 +6,21 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "bundle/support/bundle_dirs.h"
 #include "common/capture_logger.h"
 #include "config/support/installation.h"
 #include "kit/extension_manager.h"
+#include "kit/qzextensionkit.h"
+#include "manager/extension_object.h"
 #include "plugins/extension_test_api.h"
+#include "plugins/probe_extension.h"
 
 namespace qzetest {
 
@@ -30,49 +35,135 @@ constexpr const char kExtensionLibrary[] = "bin/ext.so";
 struct Ext {
     Ext(std::string id, std::string clsid, bool singleton = false, std::string more = "")
         : id(std::move(id)), clsid(std::move(clsid)), singleton(singleton), more(std::move(more)) {}
-    std::string id;
-    std::string clsid;
+    std::string id, clsid;
     bool singleton;
     std::string more;
 };
 
 // An extension point of a manifest, as JSON.
-std::string Point(const std::string& id, const std::string& iid, const std::vector<Ext>& exts);
+inline std::string Point(const std::string& id, const std::string& iid,
+                         const std::vector<Ext>& exts) {
+    std::string list;
+    for (const Ext& e : exts) {
+        list += list.empty() ? "" : ", ";
+        list += R"({"id": ")" + e.id + R"(", "clsid": ")" + e.clsid + R"(", "isSingleton": )" +
+                (e.singleton ? "true" : "false") + (e.more.empty() ? "" : ", " + e.more) + "}";
+    }
+    return R"({"id": ")" + id + R"(", "iid": ")" + iid + R"(", "extensions": [)" + list + "]}";
+}
+
+// A host creator's body: a probe object of the host's own, for `iid`.
+inline bool HostProbe(const std::string& iid, void** out) {
+    return qzextensionkit::CreateExtensionObject<ProbeExtension, ITestExtensionProbe>(
+               by::ParseGuid(iid.c_str(), true), out) == 0;
+}
+
+// The probe interface of an object the kit handed out as `object`.
+inline ITestExtensionProbe* Probe(void* object) {
+    return static_cast<ITestExtensionProbe*>(object);
+}
+
+// The count of references on an object, read by taking one and giving it back.
+inline uint32_t RefCount(by::IBaseUnknown* object) {
+    object->AddRef();
+    return object->Release();
+}
+
+// Objects of the extension test classes now alive.
+inline std::vector<by::IBaseUnknown*> LiveObjects() {
+    std::vector<by::IBaseUnknown*> objects(256);
+    int n = QzeTestTrackedObjects(objects.data(), static_cast<int>(objects.size()));
+    objects.resize(static_cast<size_t>(n));
+    return objects;
+}
 
 // The kit set up by InitSDK with a capturing sink, in an installation of
 // its own; the records are unloaded and the switches put back afterwards.
 class KitHost : public ::testing::Test {
 protected:
-    void SetUp() override;
-    void TearDown() override;
+    void SetUp() override {
+        qzextensionkit::QZExtensionKit::InitSDK();
+        log = CaptureLog();
+        objectsBefore = LiveObjects();
+    }
+    void TearDown() override {
+        kit()->Unload();
+        kit()->SetLibFileVerifyEnable(false);
+        kit()->SetSignVerifyEnable(false);
+    }
 
+    static std::string BundleManifest(const std::string& folder, const std::string& points,
+                                      const std::string& extraMembers, bool namesLibrary) {
+        std::string manifest = R"({"id": ")" + folder + R"(", "version": "1.0.0")";
+        if (namesLibrary) {
+            manifest += R"(, "mainEntry": ")" + std::string(kExtensionLibrary) + "\"";
+        }
+        manifest += R"(, "extensionPoints": [)" + points + "]";
+        return manifest + (extraMembers.empty() ? "" : ", " + extraMembers) + "}";
+    }
     // A bundle folder below "extensions": its manifest, with the given
     // points (JSON, the list without its brackets) and further members, and
-    // a copy of the built test library `library` at "bin/ext.<suffix>". An
+    // a copy of the built test library `library` at kExtensionLibrary. An
     // empty `library` names that file without putting it there; null names
     // no library at all.
     void AddBundle(const std::string& folder, const std::string& points,
                    const std::string& extraMembers = "",
-                   const char* library = "qzekit_plugin_extension");
-    // The manifest AddBundle writes.
-    static std::string BundleManifest(const std::string& folder, const std::string& points,
-                                      const std::string& extraMembers, bool namesLibrary);
-    // Writes "extension_adapter_mapping.json" and "extensions/config.json"
-    // naming every bundle added, then calls Load through the facade.
-    bool Load();
+                   const char* library = "qzekit_plugin_extension") {
+        install.WriteManifest(folder,
+                              BundleManifest(folder, points, extraMembers, library != nullptr));
+        std::filesystem::create_directories(install.root() / "extensions" / folder / "bin");
+        if (library != nullptr && *library != '\0') {
+            std::filesystem::copy_file(BuiltPlugin(library), LibraryFile(folder));
+        }
+        bundles.push_back(folder);
+    }
+    // Writes the mapping and the config naming every bundle added, then
+    // calls Load through the facade.
+    bool Load() {
+        install.WriteMapping("{}");
+        install.WriteConfig(ConfigWithArtifacts(bundles));
+        return kit()->Load();
+    }
 
-    // The bundle's root, library and pool key as the kit writes them.
-    std::string RootText(const std::string& folder) const;
-    std::filesystem::path LibraryFile(const std::string& folder) const;
-    std::string Key(const std::string& folder) const;
+    // The bundle's root as the kit writes it.
+    std::string RootText(const std::string& folder) const {
+        return install.RootText() + "\\extensions\\" + folder;
+    }
+    std::filesystem::path LibraryFile(const std::string& folder) const {
+        return install.root() / "extensions" / folder / kExtensionLibrary;
+    }
 
-    // The extension manager's own lines, without "[QZExtensionKit] ".
-    std::vector<std::string> ManagerLines() const;
     // Every line, without "[QZExtensionKit] ".
-    std::vector<std::string> Lines() const;
+    std::vector<std::string> Lines() const {
+        std::vector<std::string> out;
+        for (const std::string& line : log->Texts()) {
+            out.push_back(line.rfind("[QZExtensionKit] ", 0) == 0 ? line.substr(17) : line);
+        }
+        return out;
+    }
+    // The extension manager's own lines, without "extension manager impl - ".
+    std::vector<std::string> ManagerLines() const {
+        std::vector<std::string> out;
+        for (const std::string& line : Lines()) {
+            if (line.rfind("extension manager impl - ", 0) == 0) {
+                out.push_back(line.substr(25));
+            }
+        }
+        return out;
+    }
     // Objects of the extension test classes alive now that were not when
     // the test began (singletons of earlier tests in this process stay).
-    std::vector<by::IBaseUnknown*> NewObjects() const;
+    std::vector<by::IBaseUnknown*> NewObjects() const {
+        std::vector<by::IBaseUnknown*> objects = LiveObjects();
+        objects.erase(std::remove_if(objects.begin(), objects.end(),
+                                     [this](by::IBaseUnknown* o) {
+                                         return std::find(objectsBefore.begin(),
+                                                          objectsBefore.end(),
+                                                          o) != objectsBefore.end();
+                                     }),
+                      objects.end());
+        return objects;
+    }
 
     static qzextensionkit::QZExtensionManager* kit() {
         return qzextensionkit::QZExtensionManager::GetInstance();
@@ -83,20 +174,5 @@ protected:
     std::vector<std::string> bundles;
     std::vector<by::IBaseUnknown*> objectsBefore;
 };
-
-// The probe interface of an object the kit handed out as `object`.
-inline ITestExtensionProbe* Probe(void* object) {
-    return static_cast<ITestExtensionProbe*>(object);
-}
-
-// The count of references on an object, read by taking one and giving it
-// back.
-inline uint32_t RefCount(by::IBaseUnknown* object) {
-    object->AddRef();
-    return object->Release();
-}
-
-// Objects of the extension test library now alive.
-std::vector<by::IBaseUnknown*> LiveObjects();
 
 }  // namespace qzetest
