@@ -70,15 +70,11 @@ void* QZServiceManagerImpl::GetService(const std::string& name) {
             "info");
         return nullptr;
     }
-    // Copied out of the record so that the creator runs with no lock held
-    // and without the table in hand.
-    const bool isSingleton = info->isSingleton;
-    const std::string interfaceId = info->interfaceId;
-    std::function<bool(void**)> creator = info->creator;
-
+    // Records are never removed or changed, so `info` stays valid while the
+    // creator runs with no lock held.
     void* service = nullptr;
-    if (!isSingleton) {
-        if (!creator(&service)) {
+    if (!info->isSingleton) {
+        if (!info->creator(&service)) {
             SERVICE_LOG(
                 "service manager impl - get service failed, because of construct service failed");
             return nullptr;
@@ -90,7 +86,7 @@ void* QZServiceManagerImpl::GetService(const std::string& name) {
     // A kept null entry (an object that refused the root query) counts as
     // none, rather than being queried.
     if (GetSingletonObject(classId, &kept) && kept != nullptr) {
-        const by::GUID iid = by::ParseGuid(interfaceId.c_str(), true);
+        const by::GUID iid = by::ParseGuid(info->interfaceId.c_str(), true);
         if (kept->QueryInterface(iid, &service) != by::kOk) {
             SERVICE_LOG(
                 "service manager impl - get service failed(singleton), because of query target "
@@ -101,7 +97,7 @@ void* QZServiceManagerImpl::GetService(const std::string& name) {
     }
     // Two callers that bypass the facade may both get here; the first object
     // kept stays, and each caller has the one it made.
-    if (!creator(&service)) {
+    if (!info->creator(&service)) {
         SERVICE_LOG(
             "service manager impl - get service failed(singleton), because of construct service "
             "failed");
@@ -179,10 +175,8 @@ bool QZServiceManagerImpl::GetSingletonObject(const std::string& classId, by::IB
     // No lock: the facade's mutex already keeps its callers one at a time.
     auto found = singletons_.find(classId);
     if (found != singletons_.end()) {
-        // The copy's reference goes again on return; the table's keeps the
-        // object alive.
-        by::ComPtr<by::IBaseUnknown> read = found->second;
-        *out = read.Get();
+        // Borrowed: the table's reference keeps the object alive.
+        *out = found->second.Get();
         return true;
     }
     *out = nullptr;

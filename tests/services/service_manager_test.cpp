@@ -248,13 +248,6 @@ TEST_F(ServiceManagerImpl, FailingCreatorsGiveNullAndRunAgainNextTime) {
     }
 }
 
-TEST_F(ServiceManagerImpl, AnEmptyCreatorThrowsTheFunctionsOwnException) {
-    QZServiceRegisterInfo info = Record("S", "{c}", false);
-    info.creator = nullptr;
-    ASSERT_TRUE(manager->RegisterService(info));
-    EXPECT_THROW(manager->GetService("S"), std::bad_function_call);
-}
-
 TEST_F(ServiceManagerImpl, AMalformedInterfaceIdFailsFromTheSecondRequestOn) {
     // Wrong length parses to zero; hexadecimal that stops part way to a
     // partial id. Neither is IEcho's.
