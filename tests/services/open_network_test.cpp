@@ -7,14 +7,19 @@
 #include <thread>
 #include <vector>
 
+#include "common/capture_logger.h"
+#include "kit/qzextensionkit.h"
 #include "kit/service_manager.h"
 #include "services/open_network_api.h"
+#include "services/service_manager_impl.h"
 
 namespace {
 
 using qzextensionkit::IQZOpenNetService;
+using qzextensionkit::QZExtensionKit;
 using qzextensionkit::QZOpenNetworkAPI;
 using qzextensionkit::QZServiceManager;
+using qzextensionkit::QZServiceManagerImpl;
 using qzextensionkit::QZServiceRegisterInfo;
 using qzextensionkit::QZStartRequestError;
 
@@ -53,46 +58,51 @@ public:
     Failure keptFailure;
 };
 
-// A registry behind the facade that knows one service by name.
-class FakeRegistry : public qzextensionkit::IQZServiceManager {
-public:
-    FakeRegistry(std::string name, IQZOpenNetService* service)
-        : name(std::move(name)), service(service) {}
-    bool RegisterService(const QZServiceRegisterInfo&) override { return false; }
-    void* GetService(const std::string& asked) override {
-        ++lookups;
-        if (asked != name) {
-            return nullptr;
-        }
-        void* out = nullptr;
-        service->QueryInterface(IQZOpenNetService::InterfaceId(), &out);
-        return out;
-    }
-
-    std::string name;
-    IQZOpenNetService* service;
-    int lookups = 0;
-};
-
+// Each test gets a registry of its own behind the facade, and the process's
+// own goes back afterwards.
 class OpenNetwork : public ::testing::Test {
 protected:
-    void Install(const std::string& name) {
-        registry = std::make_shared<FakeRegistry>(name, &service);
+    void SetUp() override {
+        QZExtensionKit::InitSDK();
+        log = qzetest::CaptureLog();
+        registry = std::make_shared<QZServiceManagerImpl>();
         QZServiceManager::GetInstance()->Initialize(registry);
     }
-    void TearDown() override { QZServiceManager::GetInstance()->UnInitialize(); }
+    void TearDown() override {
+        QZServiceManager::GetInstance()->Initialize(QZServiceManagerImpl::GetInstance());
+    }
+    // Registers the fake under `name`; every lookup hands out one reference.
+    void Install(const std::string& name) {
+        QZServiceRegisterInfo info;
+        info.serviceName = name;
+        info.classId = "{6C1B3B0E-5E4F-4C8B-9A51-0D6F2A7C9E11}";
+        info.interfaceId = "{0E0B7A52-9C3D-4F1E-8B26-3D5A9F47C210}";
+        info.isSingleton = false;
+        FakeNetService* fake = &service;
+        info.creator = [fake](void** out) {
+            fake->AddRef();
+            *out = static_cast<IQZOpenNetService*>(fake);
+            return true;
+        };
+        ASSERT_TRUE(QZServiceManager::GetInstance()->RegisterService(info));
+    }
 
     FakeNetService service;
-    std::shared_ptr<FakeRegistry> registry;
+    std::shared_ptr<QZServiceManagerImpl> registry;
+    std::shared_ptr<qzetest::CapturedLines> log;
 };
 
 TEST_F(OpenNetwork, WithoutTheServiceNothingIsSent) {
-    // Empty facade, then a registry that knows other names only.
+    const std::string notRegistered =
+        "[QZExtensionKit] service manager impl - get service failed, because of service is not "
+        "registered";
+    // Nothing registered, then a name that differs in one letter's case.
     for (const char* name : {"", "OpenNetservice"}) {
         SCOPED_TRACE(name);
         if (*name) {
             Install(name);
         }
+        log->Clear();
         int calls = 0;
         QZOpenNetworkAPI api("field");
         EXPECT_FALSE(api.StartRequest(
@@ -100,8 +110,8 @@ TEST_F(OpenNetwork, WithoutTheServiceNothingIsSent) {
             [&](int, const std::string&) { ++calls; }));
         EXPECT_EQ(calls, 0);
         EXPECT_TRUE(service.asked.empty());
+        EXPECT_EQ(log->Texts(), std::vector<std::string>{notRegistered});
     }
-    EXPECT_EQ(registry->lookups, 1);
 }
 
 TEST_F(OpenNetwork, CallbacksAreAdaptedAndTheServiceDecides) {
