@@ -4,6 +4,7 @@
 #include "component/object_container.h"
 #include "config/configuration_manager_impl.h"
 #include "manager/extension_manager_impl.h"
+#include "services/service_manager_impl.h"
 
 namespace qzextensionkit {
 
@@ -16,6 +17,8 @@ void QZExtensionKit::InitSDK() {
     // last the built-in notification service.
     std::shared_ptr<IQZEBundleManager> bundles = QZEBundleManagerImpl::GetInstance();
     QZEBundleManager::GetInstance()->Initialize(bundles);
+    std::shared_ptr<IQZServiceManager> services = QZServiceManagerImpl::GetInstance();
+    QZServiceManager::GetInstance()->Initialize(services);
     std::shared_ptr<IQZEConfigurationManager> configuration =
         QZEConfigurationManagerImpl::GetInstance();
     QZEConfigurationManager::GetInstance()->Initialize(configuration);
