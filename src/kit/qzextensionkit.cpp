@@ -4,6 +4,7 @@
 #include "component/object_container.h"
 #include "config/configuration_manager_impl.h"
 #include "manager/extension_manager_impl.h"
+#include "services/notification_service.h"
 #include "services/service_manager_impl.h"
 
 namespace qzextensionkit {
@@ -24,6 +25,11 @@ void QZExtensionKit::InitSDK() {
     QZEConfigurationManager::GetInstance()->Initialize(configuration);
     std::shared_ptr<IQZExtensionManager> extensions = QZExtensionManagerImpl::GetInstance();
     QZExtensionManager::GetInstance()->Initialize(extensions);
+    // A second InitSDK fails here with the manager's log line, which is fine:
+    // the first registration stays.
+    QZServiceManager::GetInstance()->RegisterService<QZNotificationService>(
+        kNotificationServiceName, kNotificationServiceClassId, kNotificationServiceInterfaceId,
+        /*isSingleton=*/true);
 }
 
 }  // namespace qzextensionkit

@@ -1,0 +1,335 @@
+#include "services/notification_service.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "services/support/notification_support.h"
+
+namespace qzextensionkit {
+namespace {
+
+using Peer = QZNotificationServiceTestPeer;
+using qzetest::NamedObserver;
+using Calls = std::vector<std::string>;
+
+const int kDocA = 1;
+const int kDocB = 2;
+const Source<int> kA(&kDocA);
+const Source<int> kB(&kDocB);
+const QZNotificationSource kAll = IQZNotificationService::AllSources();
+
+// Observers by name, on one fresh service, all writing to one call log.
+class NotificationTest : public ::testing::Test {
+protected:
+    NamedObserver& Obs(const std::string& name) {
+        auto& slot = observers_[name];
+        if (!slot) {
+            slot = std::make_unique<NamedObserver>(name, &calls);
+        }
+        return *slot;
+    }
+    void Add(const std::string& name, int type, const QZNotificationSource& source) {
+        service->AddObserver(&Obs(name), type, source);
+    }
+    void Remove(const std::string& name, int type, const QZNotificationSource& source) {
+        service->RemoveObserver(&Obs(name), type, source);
+    }
+    Calls Notify(int type, const QZNotificationSource& source) {
+        calls.clear();
+        service->Notify(type, source, IQZNotificationService::NoParams());
+        return calls;
+    }
+
+    by::ComPtr<QZNotificationService> service = qzetest::NewNotificationService();
+    Calls calls;
+
+private:
+    std::map<std::string, std::unique_ptr<NamedObserver>> observers_;
+};
+
+struct Registration {
+    const char* observer;
+    int type;
+    const QZNotificationSource* source;
+};
+
+struct DispatchCase {
+    const char* what;
+    std::vector<Registration> registrations;
+    int type;
+    const QZNotificationSource* source;
+    Calls expected;
+};
+
+TEST_F(NotificationTest, DispatchWalksTheFourListsInOrder) {
+    // One observer on each of the four lists an event of type 7 from A reaches.
+    const std::vector<Registration> four = {
+        {"type7-A", 7, &kA}, {"type7-all", 7, &kAll}, {"all-A", 0, &kA}, {"all-all", 0, &kAll}};
+    const DispatchCase cases[] = {
+        {"all four steps", four, 7, &kA, {"all-all", "all-A", "type7-all", "type7-A"}},
+        {"AllSources reaches (0,0) and (type,0) once each",
+         four,
+         7,
+         &kAll,
+         {"all-all", "type7-all"}},
+        {"type 0 and a source walks (0,0) and (0,A) twice",
+         four,
+         0,
+         &kA,
+         {"all-all", "all-A", "all-all", "all-A"}},
+        {"type 0 and AllSources walks (0,0) twice", four, 0, &kAll, {"all-all", "all-all"}},
+        {"another type and source reach the all-all list only", four, 8, &kB, {"all-all"}},
+        {"registration order within a list",
+         {{"x", 7, &kA}, {"y", 7, &kA}, {"z", 7, &kA}},
+         7,
+         &kA,
+         {"x", "y", "z"}},
+        {"one observer under two keys is called once per list",
+         {{"x", 7, &kA}, {"x", 0, &kA}, {"x", 7, &kB}},
+         7,
+         &kA,
+         {"x", "x"}},
+        {"a second add of the same triple changes nothing",
+         {{"x", 7, &kA}, {"x", 7, &kA}},
+         7,
+         &kA,
+         {"x"}},
+        {"a null observer is not added", {{nullptr, 7, &kA}}, 7, &kA, {}},
+    };
+    for (const DispatchCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        service = qzetest::NewNotificationService();
+        for (const Registration& r : c.registrations) {
+            service->AddObserver(r.observer ? &Obs(r.observer) : nullptr, r.type, *r.source);
+        }
+        EXPECT_EQ(Notify(c.type, *c.source), c.expected);
+    }
+}
+
+TEST_F(NotificationTest, ObserverGetsTheEventsTypeSourceAndParameters) {
+    struct Info {
+        int code;
+    } info{42};
+    Add("x", 0, kAll);
+    service->Notify(9, kB, Params<Info>(&info));
+    const NamedObserver& x = Obs("x");
+    EXPECT_EQ(x.lastType, 9);
+    EXPECT_EQ(x.lastSourceKey, kB.map_key());
+    EXPECT_EQ(x.lastParamsKey, Params<Info>(&info).map_key());
+}
+
+TEST(NotificationSourceTest, TypedAccessorsGiveTheWholePointerBack) {
+    const int value = 5;
+    struct Info {
+        double d;
+    } info{1.5};
+    EXPECT_EQ(SourceAs<int>(Source<int>(&value)), &value);
+    EXPECT_EQ(ParamsAs<Info>(Params<Info>(&info)), &info);
+    EXPECT_EQ(SourceAs<void>(IQZNotificationService::AllSources()), nullptr);
+    EXPECT_EQ(ParamsAs<void>(IQZNotificationService::NoParams()), nullptr);
+    EXPECT_EQ(QZNotificationParameters(), IQZNotificationService::NoParams());
+    EXPECT_NE(Source<int>(&value), IQZNotificationService::AllSources());
+    if (sizeof(void*) > 4) {
+        // Two pointers equal in their low 32 bits: one key, two sources, and
+        // the accessor still tells them apart.
+        const auto low = reinterpret_cast<const int*>(std::uintptr_t{0x40});
+        const auto high = reinterpret_cast<const int*>((std::uintptr_t{1} << 32) | 0x40);
+        EXPECT_EQ(Source<int>(low).map_key(), Source<int>(high).map_key());
+        EXPECT_NE(Source<int>(low), Source<int>(high));
+        EXPECT_EQ(SourceAs<int>(Source<int>(high)), high);
+    }
+}
+
+TEST_F(NotificationTest, AddAndRemoveKeepTheTables) {
+    // Removing the last observer of a key drops its list.
+    Add("x", 7, kA);
+    Add("y", 7, kA);
+    Remove("x", 7, kA);
+    EXPECT_EQ(Peer::Slots(service.Get(), 7, kA.map_key()), 1);
+    Remove("y", 7, kA);
+    EXPECT_EQ(Peer::Slots(service.Get(), 7, kA.map_key()), -1);
+    EXPECT_EQ(Notify(7, kA), Calls{});
+
+    // Removing where nothing is makes only the type's entry.
+    Remove("x", 11, kB);
+    EXPECT_TRUE(Peer::HasType(service.Get(), 11));
+    EXPECT_EQ(Peer::Slots(service.Get(), 11, kB.map_key()), -1);
+
+    // An unknown observer or a null one leaves the list as it is.
+    Add("x", 7, kB);
+    Remove("stranger", 7, kB);
+    service->RemoveObserver(nullptr, 7, kB);
+    EXPECT_EQ(Notify(7, kB), Calls{"x"});
+
+    // Notify of a type nobody observes leaves an empty entry for it.
+    EXPECT_FALSE(Peer::HasType(service.Get(), 12));
+    Notify(12, kA);
+    EXPECT_TRUE(Peer::HasType(service.Get(), 12));
+}
+
+// What an observer may do from within Observe. Each row sets up observers
+// on (7, A) unless it says otherwise, gives one of them an action, and
+// checks two Notify(7, A) and the slots left on (7, A).
+class NotificationReentryTest : public NotificationTest {
+public:
+    using NotificationTest::Add;
+    using NotificationTest::Obs;
+    using NotificationTest::Remove;
+    void SelfReAdding(const std::string& name, int times) {
+        NamedObserver& o = Obs(name);
+        o.action = [this, &o, name, times] {
+            if (o.count <= times) {
+                Remove(name, 7, kA);
+                Add(name, 7, kA);
+            }
+        };
+    }
+    using NotificationTest::Notify;
+    using NotificationTest::service;
+    void TestBody() override {}
+};
+
+struct ReentryCase {
+    const char* what;
+    std::function<void(NotificationReentryTest&)> setUp;
+    Calls first;
+    Calls second;
+    int slotsAfter;
+};
+
+TEST(NotificationReentry, WhatAnObserverMayDoDuringObserve) {
+    using T = NotificationReentryTest;
+    const ReentryCase cases[] = {
+        {"removes itself",
+         [](T& self) {
+             self.Obs("a").action = [&self] { self.Remove("a", 7, kA); };
+             self.Add("a", 7, kA), self.Add("b", 7, kA), self.Add("c", 7, kA);
+         },
+         {"a", "b", "c"},
+         {"b", "c"},
+         2},
+        {"removes one not yet reached",
+         [](T& self) {
+             self.Obs("a").action = [&self] { self.Remove("c", 7, kA); };
+             self.Add("a", 7, kA), self.Add("b", 7, kA), self.Add("c", 7, kA);
+         },
+         {"a", "b"},
+         {"a", "b"},
+         2},
+        {"removes one already called",
+         [](T& self) {
+             self.Obs("b").action = [&self] { self.Remove("a", 7, kA); };
+             self.Add("a", 7, kA), self.Add("b", 7, kA), self.Add("c", 7, kA);
+         },
+         {"a", "b", "c"},
+         {"b", "c"},
+         2},
+        {"adds to the same list: reached by this walk",
+         [](T& self) {
+             self.Obs("a").action = [&self] { self.Add("d", 7, kA); };
+             self.Add("a", 7, kA), self.Add("b", 7, kA);
+         },
+         {"a", "b", "d"},
+         {"a", "b", "d"},
+         3},
+        {"adds to a list a later step walks: reached in that step",
+         [](T& self) {
+             self.Obs("all").action = [&self] { self.Add("d", 7, kA); };
+             self.Add("all", 0, kAll);
+         },
+         {"all", "d"},
+         {"all", "d"},
+         1},
+        {"adds to a list an earlier step walked: reached from the next Notify",
+         [](T& self) {
+             self.Obs("a").action = [&self] { self.Add("d", 0, kAll); };
+             self.Add("a", 7, kA);
+         },
+         {"a"},
+         {"d", "a"},
+         1},
+        {"removes and re-adds itself: called again in the same walk",
+         [](T& self) {
+             // Bounded here; one that always re-adds itself never stops.
+             self.SelfReAdding("a", 3);
+             self.Add("a", 7, kA), self.Add("b", 7, kA);
+         },
+         {"a", "b", "a", "a", "a"},
+         {"b", "a"},
+         2},
+        {"removes the last observer of the list: an empty list stays",
+         [](T& self) {
+             self.Obs("a").action = [&self] { self.Remove("a", 7, kA); };
+             self.Add("a", 7, kA);
+         },
+         {"a"},
+         {},
+         0},
+        {"nested Notify on another list runs to its end first",
+         [](T& self) {
+             self.Obs("a").action = [&self] {
+                 self.service->Notify(8, kA, IQZNotificationService::NoParams());
+             };
+             self.Add("a", 7, kA), self.Add("n", 8, kA), self.Add("c", 7, kA);
+         },
+         {"a", "n", "c"},
+         {"a", "n", "c"},
+         2},
+        {"nested Notify on the same list: a removal inside is kept by the outer walk",
+         [](T& self) {
+             NamedObserver& a = self.Obs("a");
+             a.action = [&self, &a] {
+                 if (a.count % 2 == 1) {
+                     self.service->Notify(7, kA, IQZNotificationService::NoParams());
+                 }
+             };
+             NamedObserver& b = self.Obs("b");
+             b.action = [&self] { self.Remove("b", 7, kA); };
+             self.Add("a", 7, kA), self.Add("b", 7, kA), self.Add("c", 7, kA);
+         },
+         {"a", "a", "b", "c", "c"},
+         {"a", "a", "c", "c"},
+         2},
+    };
+    for (const ReentryCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        T t;
+        c.setUp(t);
+        EXPECT_EQ(t.Notify(7, kA), c.first);
+        EXPECT_EQ(Peer::Slots(t.service.Get(), 7, kA.map_key()), c.slotsAfter);
+        EXPECT_EQ(t.Notify(7, kA), c.second);
+    }
+}
+
+TEST_F(NotificationTest, AnEmptiedListGoesAtTheNextRemoveForItsKey) {
+    Obs("a").action = [this] { Remove("a", 7, kA); };
+    Add("a", 7, kA);
+    Notify(7, kA);
+    ASSERT_EQ(Peer::Slots(service.Get(), 7, kA.map_key()), 0);
+    Remove("someone", 7, kA);
+    EXPECT_EQ(Peer::Slots(service.Get(), 7, kA.map_key()), -1);
+}
+
+TEST(NotificationObserverListTest, ANonZeroModeStopsAWalkAtItsStartingSize) {
+    Calls calls;
+    NamedObserver a("a", &calls), late("late", &calls);
+    for (int mode : {0, 1}) {
+        SCOPED_TRACE(mode);
+        calls.clear();
+        QZNotificationObserverList list(mode);
+        a.action = [&list, &late] { list.Add(&late); };
+        list.Add(&a);
+        list.Walk(1, kA, IQZNotificationService::NoParams());
+        EXPECT_EQ(calls, mode == 0 ? Calls({"a", "late"}) : Calls({"a"}));
+        EXPECT_EQ(list.SlotCount(), 2u);
+        EXPECT_EQ(list.NotifyDepth(), 0);
+    }
+}
+
+}  // namespace
+}  // namespace qzextensionkit
