@@ -108,6 +108,17 @@ void QZEConfigurationManagerImpl::ClearExtensionTable() {
     extensionIdIndex.clear();
 }
 
+void QZEConfigurationManagerImpl::EmptyExtensionList(const std::string& extensionPointId) {
+    auto list = extensionTable.find(extensionPointId);
+    if (list != extensionTable.end()) {
+        list->second.clear();
+    }
+    auto ids = extensionIdIndex.find(extensionPointId);
+    if (ids != extensionIdIndex.end()) {
+        ids->second.clear();
+    }
+}
+
 void QZEConfigurationManagerImpl::AddExtensionsToPoint(
     const std::string& extensionPointId, std::unique_ptr<std::list<Extension*>> extensions) {
     // Work on the point's present list, taken out of the table and put back

@@ -179,54 +179,6 @@ void QZEConfigurationManagerImpl::GetAllArtifacts(std::vector<Artifact*>& artifa
     }
 }
 
-void QZEConfigurationManagerImpl::SetRemoteConfigDataSource(
-    std::shared_ptr<IQZERemoteConfigDataSource> dataSource) {
-    remoteConfigDataSource = std::move(dataSource);
-}
-
-// Remote configuration and the access key lookups are not part of this build
-// yet: each says so and fails, without touching any table.
-
-std::string QZEConfigurationManagerImpl::GetH5ExtensionBundleId(const std::string&) {
-    Hold hold(lock);
-    Log()->LogMessage(0,
-                      "configuration manager impl - get h5 extension bundle id failed, because of "
-                      "it is not supported yet");
-    return std::string();
-}
-
-std::string QZEConfigurationManagerImpl::GetExtensionAccessKey(const std::string&) {
-    Hold hold(lock);
-    Log()->LogMessage(0,
-                      "configuration manager impl - get extension access key failed, because of "
-                      "it is not supported yet");
-    return std::string();
-}
-
-void QZEConfigurationManagerImpl::CheckAndFetchExtensionAuthInfo() {
-    Log()->LogMessage(0,
-                      "configuration manager impl - check and fetch extension auth info failed, "
-                      "because of it is not supported yet");
-}
-
-void QZEConfigurationManagerImpl::FetchRemoteConfig(
-    bool, const std::function<void()>&, const std::function<void(const std::string&)>& onFailure) {
-    Log()->LogMessage(0,
-                      "configuration manager impl - fetch remote config failed, because of it is "
-                      "not supported yet");
-    // A caller waiting for an answer gets one.
-    if (onFailure) {
-        onFailure("remote configuration is not supported yet");
-    }
-}
-
-bool QZEConfigurationManagerImpl::LoadRemoteConfig() {
-    Log()->LogMessage(0,
-                      "configuration manager impl - load remote config failed, because of it is "
-                      "not supported yet");
-    return false;
-}
-
 // ---- Paths ------------------------------------------------------------------
 
 std::wstring QZEConfigurationManagerImpl::GetExecutableDir() {

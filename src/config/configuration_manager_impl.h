@@ -115,6 +115,13 @@ private:
     void AppendToExtensionTable(const std::string& extensionPointId,
                                 std::shared_ptr<Extension> extension);
     void ClearExtensionTable();
+    // Empties one point's list and its ids; the key stays.
+    void EmptyExtensionList(const std::string& extensionPointId);
+
+    // Remote records over the local tables; called with `lock` held.
+    void MergeRemoteConfig();
+    void MergeRemoteExtensions();
+    void MergeRemoteAuthInfos();
 
     static std::string ModuleCodeToString(ModuleCode code);
     static std::string FeatureCodeToString(FeatureCode code);

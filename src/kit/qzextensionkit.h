@@ -2,6 +2,7 @@
 
 // The kit's chief header: the entry, the facades and the log service.
 
+#include "config/remote_config_data_source.h"
 #include "kit/bundle_manager.h"
 #include "kit/configuration_manager.h"
 #include "kit/extension_manager.h"
