@@ -18,10 +18,14 @@ QZNotificationService* FetchService() {
     return static_cast<QZNotificationService*>(service);
 }
 
-// A source with the recorded key; the service looks at nothing else.
-Source<void> SourceWithKey(unsigned int key) {
-    return Source<void>(reinterpret_cast<const void*>(static_cast<std::uintptr_t>(key)));
-}
+// A source with the recorded key; the service looks at nothing else. Not a
+// Source<void>: a second, hidden instantiation here would hide the exported
+// one on Linux.
+class KeySource : public QZNotificationSource {
+public:
+    explicit KeySource(unsigned int key)
+        : QZNotificationSource(reinterpret_cast<const void*>(static_cast<std::uintptr_t>(key))) {}
+};
 
 }  // namespace
 
@@ -72,7 +76,7 @@ void QZNotificationRegistrar::RemoveAll() {
     }
     if (QZNotificationService* service = FetchService()) {
         for (const Record& r : records_) {
-            service->RemoveObserver(r.observer, r.type, SourceWithKey(r.sourceKey));
+            service->RemoveObserver(r.observer, r.type, KeySource(r.sourceKey));
         }
     }
     records_.clear();

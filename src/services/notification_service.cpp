@@ -5,9 +5,16 @@
 
 namespace qzextensionkit {
 
-// Exported as the header declares.
-template class Source<void>;
-template class Params<void>;
+template class QZEKIT_EXPORT Source<void>;
+template class QZEKIT_EXPORT Params<void>;
+
+Source<void> IQZNotificationService::AllSources() {
+    return Source<void>(nullptr);
+}
+
+Params<void> IQZNotificationService::NoParams() {
+    return Params<void>(nullptr);
+}
 
 QZNotificationObserverList::QZNotificationObserverList(int mode) : notifyDepth_(0), mode_(mode) {}
 

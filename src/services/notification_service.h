@@ -117,9 +117,6 @@ public:
     ~Params() = default;
 };
 
-extern template class QZEKIT_EXPORT Source<void>;
-extern template class QZEKIT_EXPORT Params<void>;
-
 // The typed pointer an event was sent with, read from the whole pointer
 // rather than from map_key(), which keeps only 32 bits. The caller names the
 // type the sender used for this event type; nothing checks it.
@@ -143,8 +140,10 @@ public:
     virtual void Notify(int type, const QZNotificationSource& source,
                         const QZNotificationParameters& params) = 0;
 
-    static Source<void> AllSources() { return Source<void>(nullptr); }
-    static Params<void> NoParams() { return Params<void>(nullptr); }
+    // Out of line, so that the kit's explicit, exported instantiations of
+    // Source<void> and Params<void> are the first.
+    static Source<void> AllSources();
+    static Params<void> NoParams();
 };
 
 // Implemented by whoever wants events. Not reference counted and not owned
