@@ -13,12 +13,18 @@
 // GetExtension is asked only of points with one extension, as it builds
 // them all and hands out the first.
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <future>
+#include <list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #if !defined(_WIN32)
@@ -28,11 +34,17 @@
 #include "base/files/file_path.h"
 #include "base/utf_string_conversions.h"
 #include "component/com_loader.h"
+#include "config/extension_auth_info.h"
 #include "demo_extension.h"
 #include "kit/qzextensionkit.h"
 #include "manager/extension_object.h"
 #include "model/artifact.h"
+#include "model/extension.h"
+#include "model/extension_factory.h"
+#include "model/setting_map.h"
 #include "platform/platform.h"
+#include "services/notification_registrar.h"
+#include "services/open_network_api.h"
 
 using namespace qzextensionkit;
 
@@ -298,6 +310,174 @@ std::string VersionText(const std::vector<uint32_t>& numbers) {
     return text;
 }
 
+// ---------------------------------------------------------------- services
+
+// The host's "OpenNetService": answers from a small table, in process, on
+// the caller's thread. A real host would send the request out.
+const char* const kDemoNetInterfaceId = "{3A7C2E10-6B4D-4F8E-9C21-5D0E7F1A2B33}";
+const char* const kDemoNetClassId = "{3A7C2E10-6B4D-4F8E-9C21-5D0E7F1A2B34}";
+class DemoNetService : public IQZOpenNetService, public by::CUnknownImp {
+public:
+    BY_DECLARE_INTERFACE_ID(kDemoNetInterfaceId)
+    by::Result init_class(by::IBaseUnknown*, by::IBaseUnknown*) { return 0; }
+
+    bool StartRequest(const std::string& field, const std::string& first, const std::string& second,
+                      const std::string&, const std::function<void(const std::string&)>& success,
+                      const std::function<void(QZStartRequestError&)>& failure) override {
+        static const std::map<std::string, std::string> kTable = {
+            {"GET /status/mail", "{\"mail\": \"up\", \"queue\": 3}"},
+            {"GET /status/im", "{\"im\": \"up\", \"online\": 42}"},
+        };
+        auto found = kTable.find(first + " " + second);
+        if (found == kTable.end()) {
+            QZStartRequestError error(404, field + ": no route " + first + " " + second);
+            failure(error);
+        } else {
+            success(found->second);
+        }
+        return true;
+    }
+};
+
+// A document the demo sends events about, and what it sends with them.
+struct DemoDocument {
+    std::string name;
+};
+struct DemoSaveInfo {
+    int version;
+};
+const int kDemoDocumentSaved = 1001;
+
+// Records the events it gets; the badge removes itself at its first one.
+class DemoObserver : public QZNotificationObserver {
+public:
+    DemoObserver(const char* name, bool removeSelf, const DemoDocument* document)
+        : name_(name), removeSelf_(removeSelf) {
+        registrar_.Add(this, kDemoDocumentSaved, Source<DemoDocument>(document));
+    }
+    void Observe(int type, const QZNotificationSource& source,
+                 const QZNotificationParameters& params) override {
+        const DemoDocument* document = SourceAs<DemoDocument>(source);
+        const DemoSaveInfo* info = ParamsAs<DemoSaveInfo>(params);
+        got_.push_back(document->name + " v" + std::to_string(info->version));
+        std::string line = "  " + name_ + " got " + got_.back();
+        if (removeSelf_) {
+            registrar_.Remove(this, type, source);
+            line += ", and removed itself";
+        }
+        std::printf("%s\n", line.c_str());
+    }
+    const std::vector<std::string>& Got() const { return got_; }
+    bool Registered() const { return !registrar_.IsEmpty(); }
+
+private:
+    std::string name_;
+    bool removeSelf_;
+    std::vector<std::string> got_;
+    QZNotificationRegistrar registrar_;
+};
+
+// ---------------------------------------------------------------- remote
+
+// The host's remote configuration: FetchConfig answers from a thread of its
+// own, as a network client would; the records are built there.
+class DemoRemoteSource : public IQZERemoteConfigDataSource {
+public:
+    ~DemoRemoteSource() override { Join(); }
+
+    void FetchConfig(const std::function<void()>& onSuccess,
+                     const std::function<void(const std::string&)>&) override {
+        // The functions are valid only during this call: the thread keeps
+        // copies.
+        std::function<void()> done = onSuccess;
+        worker_ = std::thread([this, done]() {
+            Build();
+            done();
+        });
+    }
+    void GetConfig(std::map<std::string, std::list<std::shared_ptr<Extension>>>& extensions,
+                   std::list<std::shared_ptr<QZExtensionAuthInfo>>& authInfos) override {
+        std::lock_guard<std::mutex> hold(mutex_);
+        extensions = extensions_;
+        authInfos = authInfos_;
+    }
+    bool HasFetchedConfig() override {
+        std::lock_guard<std::mutex> hold(mutex_);
+        return fetched_;
+    }
+    bool HasCachedConfig() override { return false; }
+
+    std::thread::id FetchThread() {
+        std::lock_guard<std::mutex> hold(mutex_);
+        return fetchThread_;
+    }
+    void Join() {
+        if (worker_.joinable()) {
+            worker_.join();
+        }
+    }
+
+private:
+    // What a server would send: two panels for the host's panel point (the
+    // notes again, retitled, and a new one), and the auth record of the new
+    // one, whose key is still to be fetched.
+    void Build() {
+        std::list<std::shared_ptr<Extension>> panels;
+        std::map<std::string, std::vector<std::string>> constraints = {{"role", {"admin"}}};
+        std::map<std::string, std::string> notes = {{"title", "Release notes (remote)"},
+                                                    {"page", "notes.html"}};
+        panels.push_back(ExtensionFactory::createExtension(
+            "com.example.hello.notes", "com.example.host.panels", notes, constraints,
+            SettingMap("right", "400x600", "https://apps.example.com/hello/notes", "sidebar",
+                       "https://apps.example.com", "/hello/notes"),
+            "hello-notes"));
+        std::map<std::string, std::string> status = {{"title", "Service status"},
+                                                     {"page", "status.html"}};
+        panels.push_back(ExtensionFactory::createExtension(
+            "com.example.status.board", "com.example.host.panels", status, constraints,
+            SettingMap("right", "400x300", "https://status.example.com/board", "sidebar",
+                       "https://status.example.com", "/board"),
+            "status-board"));
+        std::lock_guard<std::mutex> hold(mutex_);
+        extensions_["com.example.host.panels"] = panels;
+        authInfos_ = {std::make_shared<QZExtensionAuthInfo>("https://status.example.com",
+                                                            "com.example.status", "")};
+        fetched_ = true;
+        fetchThread_ = std::this_thread::get_id();
+    }
+
+    std::mutex mutex_;
+    std::thread worker_;
+    std::map<std::string, std::list<std::shared_ptr<Extension>>> extensions_;
+    std::list<std::shared_ptr<QZExtensionAuthInfo>> authInfos_;
+    bool fetched_ = false;
+    std::thread::id fetchThread_;
+};
+
+const char* const kPanelPoint = "com.example.adapter.webpanels";
+const char* const kAdapterClassId = "{2F1E0C7B-4A35-4E0C-9C61-7B1D2E3F4A5B}";
+
+// The records of the adapter's point, as the configuration holds them; the
+// panel each one stands for, by its "extensionId" payload, in order.
+std::vector<std::string> ShowPanelTable(const char* when) {
+    std::vector<std::shared_ptr<Extension>> records;
+    QZEConfigurationManager::GetInstance()->GetExtensionInfosByExntensionPointID(kPanelPoint,
+                                                                                 records);
+    std::printf("  %s: %lu record(s) on %s\n", when, static_cast<unsigned long>(records.size()),
+                kPanelPoint);
+    std::vector<std::string> panels;
+    for (const auto& record : records) {
+        std::map<std::string, std::string> payloads = record->GetPayloads();
+        panels.push_back(payloads["extensionId"]);
+        std::printf("    %s  %-25s \"%s\"  %s\n", record->GetId().c_str(),
+                    payloads["extensionId"].c_str(), payloads["title"].c_str(),
+                    record->GetSettingMap().url.c_str());
+        Expect(record->GetClsid() == kAdapterClassId,
+               "a derived record runs on the adapter's class, not " + record->GetClsid());
+    }
+    return panels;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -524,6 +704,130 @@ int main(int argc, char** argv) {
     std::printf("  setting instantmessaging.max_group_size = %s (its defaultValue)\n",
                 groupSize.c_str());
     ExpectText("max_group_size", groupSize, "500");
+
+    Step("The host's \"OpenNetService\" through QZOpenNetworkAPI");
+    // A singleton: each request keeps the reference its lookup hands out.
+    Expect(QZServiceManager::GetInstance()->RegisterService<DemoNetService>(
+               "OpenNetService", kDemoNetClassId, kDemoNetInterfaceId, true),
+           "RegisterService(\"OpenNetService\")");
+    QZOpenNetworkAPI network("demo-host");
+    struct Request {
+        const char* path;
+        const char* want;
+    };
+    for (const Request& request :
+         {Request{"/status/mail", "200 {\"mail\": \"up\", \"queue\": 3}"},
+          Request{"/status/blog", "404 demo-host: no route GET /status/blog"}}) {
+        std::string answer = "(no answer)";
+        bool sent = network.StartRequest(
+            "GET", request.path, "", [&answer](const std::string& body) { answer = "200 " + body; },
+            [&answer](int code, const std::string& message) {
+                answer = std::to_string(code) + " " + message;
+            });
+        std::printf("  GET %-13s -> %s\n", request.path, answer.c_str());
+        Expect(sent, std::string("request ") + request.path + " sent");
+        ExpectText("answer", answer, request.want);
+    }
+
+    Step("Notifications: two observers, one removes itself while notified");
+    {
+        DemoDocument report{"report.txt"};
+        DemoObserver panel("panel", false, &report);
+        DemoObserver badge("badge", true, &report);
+        auto* notifications = QZServiceManager::GetInstance()->GetService<IQZNotificationService>(
+            kNotificationServiceName);
+        if (Expect(notifications != nullptr, "\"NotificationService\" is registered")) {
+            for (int version = 1; version <= 2; ++version) {
+                DemoSaveInfo info{version};
+                std::printf("  notify: %s saved, v%d\n", report.name.c_str(), version);
+                notifications->Notify(kDemoDocumentSaved, Source<DemoDocument>(&report),
+                                      Params<DemoSaveInfo>(&info));
+            }
+            notifications->Release();
+        }
+        std::printf("  panel got %s; badge got %s\n", Join(panel.Got()).c_str(),
+                    Join(badge.Got()).c_str());
+        Expect(panel.Got() == std::vector<std::string>{"report.txt v1", "report.txt v2"},
+               "the panel got both events");
+        Expect(badge.Got() == std::vector<std::string>{"report.txt v1"},
+               "the badge got the first event only");
+        Expect(panel.Registered() && !badge.Registered(), "only the panel is still registered");
+    }
+
+    Step("Remote configuration, completed on another thread");
+    {
+        std::printf("  mapping     com.example.host.panels -> %s, adapter class %s\n", kPanelPoint,
+                    kAdapterClassId);
+        std::vector<std::string> before = ShowPanelTable("before");
+        Expect(before == std::vector<std::string>{"com.example.hello.notes"},
+               "before: the local notes panel only");
+        auto source = std::make_shared<DemoRemoteSource>();
+        configuration->SetRemoteConfigDataSource(source);
+        std::promise<std::string> outcome;
+        configuration->FetchRemoteConfig(
+            true, [&outcome]() { outcome.set_value("merged"); },
+            [&outcome](const std::string& reason) { outcome.set_value("failed: " + reason); });
+        std::future<std::string> done = outcome.get_future();
+        bool finished = done.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+        std::string result = finished ? done.get() : "no answer in 10 s";
+        source->Join();
+        bool otherThread = source->FetchThread() != std::thread::id() &&
+                           source->FetchThread() != std::this_thread::get_id();
+        std::printf("  FetchRemoteConfig: %s, on %s\n", result.c_str(),
+                    otherThread ? "the source's own thread" : "the calling thread");
+        ExpectText("fetch", result, "merged");
+        Expect(otherThread, "the completion ran on the source's thread");
+        std::vector<std::string> after = ShowPanelTable("after");
+        Expect(after ==
+                   std::vector<std::string>{"com.example.hello.notes", "com.example.status.board"},
+               "after: the remote list replaces the local one");
+
+        std::vector<void*> panels;
+        Expect(extensions->GetExtensionList(kPanelPoint, panels) && panels.size() == 2,
+               "two panels to open");
+        // A remote record comes with no bundle: its page is not on disk here.
+        for (void* item : panels) {
+            auto* panel = static_cast<IWebPanel*>(item);
+            std::string opened = panel->Open();
+            std::printf("  opens %s\n", Short(opened).c_str());
+            const auto& payloads = panel->Seen().payloads;
+            const auto named = payloads.find("extensionId");
+            const std::string id = named == payloads.end() ? "(none)" : named->second;
+            Expect(opened.find(" for " + id + ": ") != std::string::npos &&
+                       opened.find("container.html found") != std::string::npos,
+                   "the adapter's container runs " + id);
+            handedOut.push_back("a remote panel through the adapter");
+            panel->Release();
+        }
+
+        std::printf("  missing access key, fetched through the host's callback:\n");
+        std::string keyBefore = configuration->GetExtensionAccessKey("com.example.status");
+        std::vector<std::string> asked;
+        configuration->SetFetchExtensionAuthInfoCallback(
+            [&asked](std::vector<std::string> bundleIds,
+                     const std::function<void(const std::map<std::string, std::string>&)>& found,
+                     const std::function<void(const std::string&)>&) {
+                asked = bundleIds;
+                std::map<std::string, std::string> keys;
+                // The host's own key service would answer here.
+                if (bundleIds == std::vector<std::string>{"com.example.status"}) {
+                    keys["com.example.status"] = "status-key-7f3a";
+                }
+                found(keys);
+            });
+        configuration->CheckAndFetchExtensionAuthInfo();
+        std::string keyAfter = configuration->GetExtensionAccessKey("com.example.status");
+        std::printf(
+            "    GetExtensionAccessKey(\"com.example.status\") before \"%s\", after \"%s\"\n",
+            keyBefore.c_str(), keyAfter.c_str());
+        std::printf("    the callback was asked for: %s\n", Join(asked).c_str());
+        ExpectText("key before", keyBefore, "");
+        ExpectText("key after", keyAfter, "status-key-7f3a");
+        Expect(asked == std::vector<std::string>{"com.example.status"},
+               "the callback is asked for the bundle without a key");
+        Expect(logger->Count("total(1) bundleIds were found without access key") == 1,
+               "the kit logs the bundle without a key");
+    }
 
     Step("Summary");
     Expect(extensions->Unload(), "Unload");
