@@ -160,15 +160,16 @@ protected:
         return shapes;
     }
 
-    // The bundle ids the kit asks the host for, in its order.
-    std::vector<std::string> MissingKeys() {
-        std::vector<std::string> asked;
-        manager.SetFetchExtensionAuthInfoCallback(
+    // The bundle ids the kit asks the host for, in its order; "<no call>"
+    // when it does not ask.
+    static std::vector<std::string> MissingKeys(qzextensionkit::QZEConfigurationManagerImpl& of) {
+        std::vector<std::string> asked{"<no call>"};
+        of.SetFetchExtensionAuthInfoCallback(
             [&](std::vector<std::string> ids,
                 const std::function<void(const std::map<std::string, std::string>&)>&,
                 const std::function<void(const std::string&)>&) { asked = ids; });
-        manager.CheckAndFetchExtensionAuthInfo();
-        manager.SetFetchExtensionAuthInfoCallback(nullptr);
+        of.CheckAndFetchExtensionAuthInfo();
+        of.SetFetchExtensionAuthInfoCallback(nullptr);
         return asked;
     }
 
