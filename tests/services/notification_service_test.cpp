@@ -45,6 +45,11 @@ protected:
         return calls;
     }
 
+    void Reset() {
+        service = qzetest::NewNotificationService();
+        observers_.clear();
+    }
+
     by::ComPtr<QZNotificationService> service = qzetest::NewNotificationService();
     Calls calls;
 
@@ -172,125 +177,111 @@ TEST_F(NotificationTest, AddAndRemoveKeepTheTables) {
     EXPECT_TRUE(Peer::HasType(service.Get(), 12));
 }
 
-// What an observer may do from within Observe. Each row sets up observers
-// on (7, A) unless it says otherwise, gives one of them an action, and
-// checks two Notify(7, A) and the slots left on (7, A).
-class NotificationReentryTest : public NotificationTest {
-public:
-    using NotificationTest::Add;
-    using NotificationTest::Obs;
-    using NotificationTest::Remove;
-    void SelfReAdding(const std::string& name, int times) {
-        NamedObserver& o = Obs(name);
-        o.action = [this, &o, name, times] {
-            if (o.count <= times) {
-                Remove(name, 7, kA);
-                Add(name, 7, kA);
-            }
-        };
-    }
-    using NotificationTest::Notify;
-    using NotificationTest::service;
-    void TestBody() override {}
-};
-
 struct ReentryCase {
     const char* what;
-    std::function<void(NotificationReentryTest&)> setUp;
+    std::function<void()> setUp;
     Calls first;
     Calls second;
     int slotsAfter;
 };
 
-TEST(NotificationReentry, WhatAnObserverMayDoDuringObserve) {
-    using T = NotificationReentryTest;
+// What an observer may do from within Observe. Each row sets up observers
+// on (7, A) unless it says otherwise, gives one of them an action, and
+// checks two Notify(7, A) and the slots left on (7, A).
+TEST_F(NotificationTest, WhatAnObserverMayDoDuringObserve) {
     const ReentryCase cases[] = {
         {"removes itself",
-         [](T& self) {
-             self.Obs("a").action = [&self] { self.Remove("a", 7, kA); };
-             self.Add("a", 7, kA), self.Add("b", 7, kA), self.Add("c", 7, kA);
+         [this] {
+             Obs("a").action = [this] { Remove("a", 7, kA); };
+             Add("a", 7, kA), Add("b", 7, kA), Add("c", 7, kA);
          },
          {"a", "b", "c"},
          {"b", "c"},
          2},
         {"removes one not yet reached",
-         [](T& self) {
-             self.Obs("a").action = [&self] { self.Remove("c", 7, kA); };
-             self.Add("a", 7, kA), self.Add("b", 7, kA), self.Add("c", 7, kA);
+         [this] {
+             Obs("a").action = [this] { Remove("c", 7, kA); };
+             Add("a", 7, kA), Add("b", 7, kA), Add("c", 7, kA);
          },
          {"a", "b"},
          {"a", "b"},
          2},
         {"removes one already called",
-         [](T& self) {
-             self.Obs("b").action = [&self] { self.Remove("a", 7, kA); };
-             self.Add("a", 7, kA), self.Add("b", 7, kA), self.Add("c", 7, kA);
+         [this] {
+             Obs("b").action = [this] { Remove("a", 7, kA); };
+             Add("a", 7, kA), Add("b", 7, kA), Add("c", 7, kA);
          },
          {"a", "b", "c"},
          {"b", "c"},
          2},
         {"adds to the same list: reached by this walk",
-         [](T& self) {
-             self.Obs("a").action = [&self] { self.Add("d", 7, kA); };
-             self.Add("a", 7, kA), self.Add("b", 7, kA);
+         [this] {
+             Obs("a").action = [this] { Add("d", 7, kA); };
+             Add("a", 7, kA), Add("b", 7, kA);
          },
          {"a", "b", "d"},
          {"a", "b", "d"},
          3},
         {"adds to a list a later step walks: reached in that step",
-         [](T& self) {
-             self.Obs("all").action = [&self] { self.Add("d", 7, kA); };
-             self.Add("all", 0, kAll);
+         [this] {
+             Obs("all").action = [this] { Add("d", 7, kA); };
+             Add("all", 0, kAll);
          },
          {"all", "d"},
          {"all", "d"},
          1},
         {"adds to a list an earlier step walked: reached from the next Notify",
-         [](T& self) {
-             self.Obs("a").action = [&self] { self.Add("d", 0, kAll); };
-             self.Add("a", 7, kA);
+         [this] {
+             Obs("a").action = [this] { Add("d", 0, kAll); };
+             Add("a", 7, kA);
          },
          {"a"},
          {"d", "a"},
          1},
         {"removes and re-adds itself: called again in the same walk",
-         [](T& self) {
+         [this] {
              // Bounded here; one that always re-adds itself never stops.
-             self.SelfReAdding("a", 3);
-             self.Add("a", 7, kA), self.Add("b", 7, kA);
+             NamedObserver& a = Obs("a");
+             a.action = [this, &a] {
+                 if (a.count <= 3) {
+                     Remove("a", 7, kA);
+                     Add("a", 7, kA);
+                 }
+             };
+             Add("a", 7, kA), Add("b", 7, kA);
          },
          {"a", "b", "a", "a", "a"},
          {"b", "a"},
          2},
         {"removes the last observer of the list: an empty list stays",
-         [](T& self) {
-             self.Obs("a").action = [&self] { self.Remove("a", 7, kA); };
-             self.Add("a", 7, kA);
+         [this] {
+             Obs("a").action = [this] { Remove("a", 7, kA); };
+             Add("a", 7, kA);
          },
          {"a"},
          {},
          0},
         {"nested Notify on another list runs to its end first",
-         [](T& self) {
-             self.Obs("a").action = [&self] {
-                 self.service->Notify(8, kA, IQZNotificationService::NoParams());
+         [this] {
+             Obs("a").action = [this] {
+                 service->Notify(8, kA, IQZNotificationService::NoParams());
              };
-             self.Add("a", 7, kA), self.Add("n", 8, kA), self.Add("c", 7, kA);
+             Add("a", 7, kA), Add("n", 8, kA), Add("c", 7, kA);
          },
          {"a", "n", "c"},
          {"a", "n", "c"},
          2},
         {"nested Notify on the same list: a removal inside is kept by the outer walk",
-         [](T& self) {
-             NamedObserver& a = self.Obs("a");
-             a.action = [&self, &a] {
+         [this] {
+             NamedObserver& a = Obs("a");
+             a.action = [this, &a] {
                  if (a.count % 2 == 1) {
-                     self.service->Notify(7, kA, IQZNotificationService::NoParams());
+                     service->Notify(7, kA, IQZNotificationService::NoParams());
                  }
              };
-             NamedObserver& b = self.Obs("b");
-             b.action = [&self] { self.Remove("b", 7, kA); };
-             self.Add("a", 7, kA), self.Add("b", 7, kA), self.Add("c", 7, kA);
+             NamedObserver& b = Obs("b");
+             b.action = [this] { Remove("b", 7, kA); };
+             Add("a", 7, kA), Add("b", 7, kA), Add("c", 7, kA);
          },
          {"a", "a", "b", "c", "c"},
          {"a", "a", "c", "c"},
@@ -298,14 +289,14 @@ TEST(NotificationReentry, WhatAnObserverMayDoDuringObserve) {
     };
     for (const ReentryCase& c : cases) {
         SCOPED_TRACE(c.what);
-        T t;
-        c.setUp(t);
-        EXPECT_EQ(t.Notify(7, kA), c.first);
-        EXPECT_EQ(Peer::Slots(t.service.Get(), 7, kA.map_key()), c.slotsAfter);
-        EXPECT_EQ(t.Notify(7, kA), c.second);
+        Reset();
+        c.setUp();
+        EXPECT_EQ(Notify(7, kA), c.first);
+        EXPECT_EQ(Peer::Slots(service.Get(), 7, kA.map_key()), c.slotsAfter);
+        EXPECT_EQ(Notify(7, kA), c.second);
         // Removing a stranger leaves a list as it is, but drops one left empty.
-        t.Remove("stranger", 7, kA);
-        EXPECT_EQ(Peer::Slots(t.service.Get(), 7, kA.map_key()),
+        Remove("stranger", 7, kA);
+        EXPECT_EQ(Peer::Slots(service.Get(), 7, kA.map_key()),
                   c.slotsAfter == 0 ? -1 : c.slotsAfter);
     }
 }
