@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -30,7 +28,7 @@ const Source<int> kHigh(reinterpret_cast<const int*>(
 
 // The process-wide service, as InitSDK registers it. The service lives on
 // between tests, so each test uses event types of its own.
-class NotificationRegistrarTest : public ::testing::Test {
+class NotificationRegistrarTest : public ::testing::Test, public qzetest::ObserverBook {
 protected:
     void SetUp() override { QZExtensionKit::InitSDK(); }
 
@@ -38,23 +36,11 @@ protected:
         return QZServiceManager::GetInstance()->GetService<IQZNotificationService>(
             kNotificationServiceName);
     }
-    NamedObserver* Obs(const std::string& name) {
-        auto& slot = observers_[name];
-        if (!slot) {
-            slot = std::make_unique<NamedObserver>(name, &calls);
-        }
-        return slot.get();
-    }
     Calls Notify(int type, const QZNotificationSource& source) {
         calls.clear();
         Service()->Notify(type, source, IQZNotificationService::NoParams());
         return calls;
     }
-
-    Calls calls;
-
-private:
-    std::map<std::string, std::unique_ptr<NamedObserver>> observers_;
 };
 
 TEST_F(NotificationRegistrarTest, InitSdkRegistersOneSingletonServiceOnce) {
@@ -62,7 +48,7 @@ TEST_F(NotificationRegistrarTest, InitSdkRegistersOneSingletonServiceOnce) {
     ASSERT_NE(service, nullptr);
     EXPECT_EQ(Service(), service);
     QZNotificationRegistrar registrar;
-    registrar.Add(Obs("x"), 501, kA);
+    registrar.Add(&Obs("x"), 501, kA);
 
     auto log = qzetest::CaptureLog();
     QZExtensionKit::InitSDK();
@@ -143,10 +129,10 @@ TEST_F(NotificationRegistrarTest, RecordsAndTheServiceStayInStep) {
             QZNotificationRegistrar& r = registrars[op.registrar];
             switch (op.kind) {
                 case OpKind::kAdd:
-                    r.Add(Obs(op.observer), type, *op.source);
+                    r.Add(&Obs(op.observer), type, *op.source);
                     break;
                 case OpKind::kRemove:
-                    r.Remove(Obs(op.observer), type, *op.source);
+                    r.Remove(&Obs(op.observer), type, *op.source);
                     break;
                 case OpKind::kRemoveAll:
                     r.RemoveAll();
@@ -156,7 +142,7 @@ TEST_F(NotificationRegistrarTest, RecordsAndTheServiceStayInStep) {
         EXPECT_EQ(Notify(type, *c.notifySource), c.reached);
         int held[2] = {0, 0};
         for (const Held& h : c.held) {
-            EXPECT_TRUE(registrars[h.registrar].IsRegistered(Obs(h.observer), type, *h.source))
+            EXPECT_TRUE(registrars[h.registrar].IsRegistered(&Obs(h.observer), type, *h.source))
                 << h.observer;
             ++held[h.registrar];
         }
@@ -176,8 +162,8 @@ TEST_F(NotificationRegistrarTest, RecordsAndTheServiceStayInStep) {
 TEST_F(NotificationRegistrarTest, DestroyingTheRegistrarRemovesItsObservers) {
     {
         QZNotificationRegistrar registrar;
-        registrar.Add(Obs("x"), 701, kA);
-        registrar.Add(Obs("y"), 701, kAll);
+        registrar.Add(&Obs("x"), 701, kA);
+        registrar.Add(&Obs("y"), 701, kAll);
         ASSERT_EQ(Notify(701, kA), (Calls{"y", "x"}));
     }
     EXPECT_EQ(Notify(701, kA), Calls{});
@@ -187,14 +173,14 @@ TEST_F(NotificationRegistrarTest, WithoutAServiceOnlyTheRecordsChange) {
     QZServiceManager::GetInstance()->UnInitialize();
     {
         QZNotificationRegistrar registrar;
-        registrar.Add(Obs("x"), 801, kA);
-        EXPECT_TRUE(registrar.IsRegistered(Obs("x"), 801, kA));
-        registrar.Remove(Obs("x"), 801, kA);
+        registrar.Add(&Obs("x"), 801, kA);
+        EXPECT_TRUE(registrar.IsRegistered(&Obs("x"), 801, kA));
+        registrar.Remove(&Obs("x"), 801, kA);
         EXPECT_TRUE(registrar.IsEmpty());
-        registrar.Add(Obs("x"), 801, kA);
+        registrar.Add(&Obs("x"), 801, kA);
         registrar.RemoveAll();
         EXPECT_TRUE(registrar.IsEmpty());
-        registrar.Add(Obs("x"), 801, kA);
+        registrar.Add(&Obs("x"), 801, kA);
     }
     QZExtensionKit::InitSDK();
     EXPECT_EQ(Notify(801, kA), Calls{});

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,16 +21,9 @@ const Source<int> kA(&kDocA);
 const Source<int> kB(&kDocB);
 const QZNotificationSource kAll = IQZNotificationService::AllSources();
 
-// Observers by name, on one fresh service, all writing to one call log.
-class NotificationTest : public ::testing::Test {
+// Named observers on one fresh service.
+class NotificationTest : public ::testing::Test, public qzetest::ObserverBook {
 protected:
-    NamedObserver& Obs(const std::string& name) {
-        auto& slot = observers_[name];
-        if (!slot) {
-            slot = std::make_unique<NamedObserver>(name, &calls);
-        }
-        return *slot;
-    }
     void Add(const std::string& name, int type, const QZNotificationSource& source) {
         service->AddObserver(&Obs(name), type, source);
     }
@@ -44,17 +35,12 @@ protected:
         service->Notify(type, source, IQZNotificationService::NoParams());
         return calls;
     }
-
     void Reset() {
         service = qzetest::NewNotificationService();
-        observers_.clear();
+        ForgetObservers();
     }
 
     by::ComPtr<QZNotificationService> service = qzetest::NewNotificationService();
-    Calls calls;
-
-private:
-    std::map<std::string, std::unique_ptr<NamedObserver>> observers_;
 };
 
 struct Registration {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -59,6 +61,24 @@ public:
 private:
     std::string name_;
     std::vector<std::string>* calls_;
+};
+
+// Observers by name, made on first use, all writing to one call log.
+class ObserverBook {
+public:
+    NamedObserver& Obs(const std::string& name) {
+        auto& slot = observers_[name];
+        if (!slot) {
+            slot = std::make_unique<NamedObserver>(name, &calls);
+        }
+        return *slot;
+    }
+    void ForgetObservers() { observers_.clear(); }
+
+    std::vector<std::string> calls;
+
+private:
+    std::map<std::string, std::unique_ptr<NamedObserver>> observers_;
 };
 
 // A fresh service object; the holder gives back its one reference.
