@@ -35,59 +35,39 @@ Shapes With(Shapes shapes, const std::string& point, std::vector<std::string> id
 TEST_F(RemoteSample, MergeReplacesTheListsOfMappedPointsOnly) {
     const struct {
         const char* name;
-        std::function<RemoteExtensions()> remote;
+        RemoteExtensions remote;
         Shapes expected;
     } cases[] = {
         // Also proves that emptying a list forgets its ids: t2 would be a
         // duplicate otherwise.
         {"native twin takes over its local record; the others go",
-         [] {
-             return RemoteExtensions{{"native.src", {RemoteRecord("t2", "native.src")}}};
-         },
+         RemoteExtensions{{"native.src", {RemoteRecord("t2", "native.src")}}},
          With(Local(), "host.tools", {"t2"})},
         {"record with no local twin on a native point is dropped",
-         [] {
-             return RemoteExtensions{{"native.src", {RemoteRecord("new", "native.src")}}};
-         },
+         RemoteExtensions{{"native.src", {RemoteRecord("new", "native.src")}}},
          With(Local(), "host.tools", {})},
         {"non-native record is derived onto the adapter",
-         [] {
-             return RemoteExtensions{{"web.src", {RemoteRecord("w1", "web.src")}}};
-         },
+         RemoteExtensions{{"web.src", {RemoteRecord("w1", "web.src")}}},
          With(Local(), "adapter.panel", {"derived(w1)"})},
-        {"empty remote list empties the target",
-         [] {
-             return RemoteExtensions{{"web.src", {}}};
-         },
+        {"empty remote list empties the target", RemoteExtensions{{"web.src", {}}},
          With(Local(), "adapter.panel", {})},
         {"target with no records of its own",
-         [] {
-             return RemoteExtensions{{"fresh.src", {RemoteRecord("f1", "fresh.src")}}};
-         },
+         RemoteExtensions{{"fresh.src", {RemoteRecord("f1", "fresh.src")}}},
          With(Local(), "adapter.fresh", {"derived(f1)"})},
         {"target without an adapter point: nothing is made",
-         [] {
-             return RemoteExtensions{{"none.src", {RemoteRecord("n1", "none.src")}}};
-         },
-         Local()},
+         RemoteExtensions{{"none.src", {RemoteRecord("n1", "none.src")}}}, Local()},
         {"twin of a record without a library is not taken over",
-         [] {
-             return RemoteExtensions{{"plain.src", {RemoteRecord("p1", "plain.src")}}};
-         },
+         RemoteExtensions{{"plain.src", {RemoteRecord("p1", "plain.src")}}},
          With(Local(), "host.plain", {})},
         {"unmapped points, the target's own id among them, change nothing",
-         [] {
-             return RemoteExtensions{{"nowhere", {RemoteRecord("t1", "nowhere")}},
-                                     {"host.tools", {RemoteRecord("x", "host.tools")}},
-                                     {"web", {RemoteRecord("y", "web")}}};
-         },
+         RemoteExtensions{{"nowhere", {RemoteRecord("t1", "nowhere")}},
+                          {"host.tools", {RemoteRecord("x", "host.tools")}},
+                          {"web", {RemoteRecord("y", "web")}}},
          Local()},
         {"several points in one merge",
-         [] {
-             return RemoteExtensions{
-                 {"native.src", {RemoteRecord("t2", "native.src"), RemoteRecord("t1", "n")}},
-                 {"web.src", {RemoteRecord("w1", "web.src"), RemoteRecord("w2", "web.src")}}};
-         },
+         RemoteExtensions{
+             {"native.src", {RemoteRecord("t2", "native.src"), RemoteRecord("t1", "n")}},
+             {"web.src", {RemoteRecord("w1", "web.src"), RemoteRecord("w2", "web.src")}}},
          With(With(Local(), "host.tools", {"t2", "t1"}), "adapter.panel",
               {"derived(w1)", "derived(w2)"})},
     };
@@ -95,7 +75,7 @@ TEST_F(RemoteSample, MergeReplacesTheListsOfMappedPointsOnly) {
         SCOPED_TRACE(c.name);
         qzextensionkit::QZEConfigurationManagerImpl fresh;
         ASSERT_TRUE(fresh.LoadAllExtensionInfos());
-        source->extensions = c.remote();
+        source->extensions = c.remote;
         fresh.SetRemoteConfigDataSource(source);
         log->Clear();
         EXPECT_TRUE(fresh.LoadRemoteConfig());
