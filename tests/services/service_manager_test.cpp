@@ -357,8 +357,9 @@ TEST_F(ServiceManagerImpl, TheFirstKeptObjectStaysAndARefusedRootQueryKeepsNone)
 
 // The facade and InitSDK, on the process-wide instances. Names are unique
 // to each test, since registrations can't be undone.
-TEST(ServiceManagerFacade, RegistersClassesAndHandsOutTheirInterface) {
+TEST(ServiceManagerFacade, HandsOutInterfacesAcrossInitSdkAndUnInitialize) {
     QZExtensionKit::InitSDK();
+    std::shared_ptr<IQZServiceManager> impl = QZServiceManagerImpl::GetInstance();
     auto log = qzetest::CaptureLog();
     const int liveBefore = EchoService::live.load();
     QZServiceManager* facade = QZServiceManager::GetInstance();
@@ -375,34 +376,24 @@ TEST(ServiceManagerFacade, RegistersClassesAndHandsOutTheirInterface) {
     EXPECT_TRUE(log->Contains(std::string(kPrefix) +
                               "impl - get service failed(singleton), because of construct service "
                               "failed"));
-    echo->Release();
-    echo->Release();
-}
-
-TEST(ServiceManagerFacade, InitSdkAgainAndAfterUnInitializeKeepsTheSameImplementation) {
-    QZExtensionKit::InitSDK();
-    std::shared_ptr<IQZServiceManager> impl = QZServiceManagerImpl::GetInstance();
-    QZServiceManager* facade = QZServiceManager::GetInstance();
-    ASSERT_TRUE(facade->RegisterService<EchoService>("Init.Echo", "{i1}", IEcho::kId, true));
-    IEcho* echo = facade->GetService<IEcho>("Init.Echo");
-    ASSERT_NE(echo, nullptr);
 
     QZExtensionKit::InitSDK();
     EXPECT_EQ(QZServiceManagerImpl::GetInstance(), impl);
-    EXPECT_EQ(facade->GetService<IEcho>("Init.Echo"), echo);
+    EXPECT_EQ(facade->GetService<IEcho>("Facade.Echo"), echo);
 
     facade->UnInitialize();
-    auto log = qzetest::CaptureLog();
-    EXPECT_FALSE(facade->RegisterService<EchoService>("Init.Other", "{i2}", IEcho::kId, false));
-    EXPECT_EQ(facade->GetService<IEcho>("Init.Echo"), nullptr);
+    log->Clear();
+    EXPECT_FALSE(facade->RegisterService<EchoService>("Facade.Other", "{f3}", IEcho::kId, false));
+    EXPECT_EQ(facade->GetService<IEcho>("Facade.Echo"), nullptr);
     EXPECT_THAT(log->lines, IsEmpty());  // an empty facade fails silently
 
     QZExtensionKit::InitSDK();
     EXPECT_EQ(QZServiceManagerImpl::GetInstance(), impl);
     // The registration and the singleton made before are still there.
-    EXPECT_EQ(facade->GetService<IEcho>("Init.Echo"), echo);
-    EXPECT_EQ(facade->GetService<IEcho>("Init.Other"), nullptr);
-    for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(facade->GetService<IEcho>("Facade.Echo"), echo);
+    EXPECT_EQ(facade->GetService<IEcho>("Facade.Other"), nullptr);
+    EXPECT_EQ(Count(echo), 5u);  // four handed out, one in the table
+    for (int i = 0; i < 4; ++i) {
         echo->Release();
     }
 }
