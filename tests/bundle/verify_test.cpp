@@ -324,12 +324,12 @@ TEST(SignVerify, SignerNameRules) {
     int n = 0;
     for (const Row& row : rows) {
         const std::string serial = "600" + std::to_string(++n);
-        qzetest::CertSpec spec;
-        spec.subject = row.subject;
-        spec.altEmail = row.altEmail;
-        spec.issuer = &qzetest::VerifyPki().intermediate;
-        spec.serial = std::stoull(serial, nullptr, 16);
-        const std::string bytes = SignedWith(qzetest::MakeIdentity(spec, dir.path(), serial));
+        qzetest::CertRequest request;
+        request.subject = row.subject;
+        request.altEmail = row.altEmail;
+        request.issuer = &qzetest::VerifyPki().intermediate;
+        request.serial = std::stoull(serial, nullptr, 16);
+        const std::string bytes = SignedWith(qzetest::MakeIdentity(request, dir.path(), serial));
         Lines cert = {P + "Serial Number: " + serial, P + "Issuer Name: " + kIntermediate};
         if (row.expected.empty()) {
             signRows.push_back({row.name, bytes, SignMd5(""), false,

@@ -91,47 +91,47 @@ std::string CertificatePem(const Identity& identity, bool rejectCodeSigning = fa
 
 }  // namespace
 
-Identity MakeIdentity(const CertSpec& spec, const std::filesystem::path& dir,
+Identity MakeIdentity(const CertRequest& request, const std::filesystem::path& dir,
                       const std::string& name) {
     Identity id;
-    id.key.reset(spec.rsa ? EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{3072})
-                          : EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"),
+    id.key.reset(request.rsa ? EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{3072})
+                             : EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"),
                  &EVP_PKEY_free);
     Check(id.key != nullptr, "key");
     id.cert.reset(X509_new(), &X509_free);
     X509* cert = id.cert.get();
     X509_set_version(cert, 2);
-    ASN1_INTEGER_set_uint64(X509_get_serialNumber(cert), spec.serial);
-    X509_gmtime_adj(X509_getm_notBefore(cert), spec.validFromDays * 86400L);
-    X509_gmtime_adj(X509_getm_notAfter(cert), spec.validToDays * 86400L);
-    for (std::size_t at = spec.subject.find('/'); at != std::string::npos;) {
-        const std::size_t equals = spec.subject.find('=', at);
-        const std::size_t end = spec.subject.find('/', equals);
-        const std::string value = spec.subject.substr(equals + 1, end - equals - 1);
+    ASN1_INTEGER_set_uint64(X509_get_serialNumber(cert), request.serial);
+    X509_gmtime_adj(X509_getm_notBefore(cert), request.validFromDays * 86400L);
+    X509_gmtime_adj(X509_getm_notAfter(cert), request.validToDays * 86400L);
+    for (std::size_t at = request.subject.find('/'); at != std::string::npos;) {
+        const std::size_t equals = request.subject.find('=', at);
+        const std::size_t end = request.subject.find('/', equals);
+        const std::string value = request.subject.substr(equals + 1, end - equals - 1);
         Check(X509_NAME_add_entry_by_txt(
-                  X509_get_subject_name(cert), spec.subject.substr(at + 1, equals - at - 1).c_str(),
-                  MBSTRING_UTF8, reinterpret_cast<const unsigned char*>(value.c_str()), -1, -1,
-                  0) == 1,
+                  X509_get_subject_name(cert),
+                  request.subject.substr(at + 1, equals - at - 1).c_str(), MBSTRING_UTF8,
+                  reinterpret_cast<const unsigned char*>(value.c_str()), -1, -1, 0) == 1,
               "name");
         at = end;
     }
-    X509* issuerCert = spec.issuer ? spec.issuer->cert.get() : cert;
+    X509* issuerCert = request.issuer ? request.issuer->cert.get() : cert;
     X509_set_issuer_name(cert, X509_get_subject_name(issuerCert));
     X509_set_pubkey(cert, id.key.get());
     AddExtension(cert, issuerCert, NID_basic_constraints,
-                 spec.ca ? "critical,CA:TRUE" : "CA:FALSE");
-    if (!spec.extendedUsage.empty()) {
+                 request.ca ? "critical,CA:TRUE" : "CA:FALSE");
+    if (!request.extendedUsage.empty()) {
         std::string usages;
-        for (int nid : spec.extendedUsage) {
+        for (int nid : request.extendedUsage) {
             usages += (usages.empty() ? "" : ",") + std::string(OBJ_nid2sn(nid));
         }
         AddExtension(cert, issuerCert, NID_ext_key_usage, usages);
     }
-    if (!spec.altEmail.empty()) {
-        AddExtension(cert, issuerCert, NID_subject_alt_name, "email:" + spec.altEmail);
+    if (!request.altEmail.empty()) {
+        AddExtension(cert, issuerCert, NID_subject_alt_name, "email:" + request.altEmail);
     }
-    Check(X509_sign(cert, spec.issuer ? spec.issuer->key.get() : id.key.get(),
-                    spec.digest ? spec.digest : EVP_sha256()) > 0,
+    Check(X509_sign(cert, request.issuer ? request.issuer->key.get() : id.key.get(),
+                    request.digest ? request.digest : EVP_sha256()) > 0,
           "certificate signature");
 
     id.certPath = dir / (name + ".crt");
@@ -216,43 +216,43 @@ TestPki MakeTestPki(const std::filesystem::path& dir, bool rsaSigner) {
     TestPki pki;
     std::filesystem::create_directories(dir);
     auto make = [&dir](const char* name, const char* commonName, const Identity* issuer,
-                       uint64_t serial, CertSpec spec = {}) {
+                       uint64_t serial, CertRequest request = {}) {
         if (commonName) {
-            spec.subject = std::string("/CN=") + commonName;
+            request.subject = std::string("/CN=") + commonName;
         }
-        spec.issuer = issuer;
-        spec.serial = serial;
-        return MakeIdentity(spec, dir, name);
+        request.issuer = issuer;
+        request.serial = serial;
+        return MakeIdentity(request, dir, name);
     };
-    CertSpec ca;
+    CertRequest ca;
     ca.ca = true;
     ca.validToDays = 3650;
     ca.extendedUsage.clear();
     pki.root = make("root", "Verify Test Root CA", nullptr, 0x1001, ca);
     pki.intermediate = make("intermediate", "Verify Test Intermediate CA", &pki.root, 0x1002, ca);
-    CertSpec leaf;
+    CertRequest leaf;
     leaf.subject = "/C=DE/O=Example Software/CN=Example Signer Ltd";
     leaf.rsa = rsaSigner;
     // High bit set: the DER serial carries a leading zero octet.
     pki.signer = make("signer", nullptr, &pki.intermediate, 0x8F1E2D3C4B5A6978ULL, leaf);
     leaf.rsa = false;
-    CertSpec expired = leaf;
+    CertRequest expired = leaf;
     expired.validFromDays = -30;
     expired.validToDays = -1;
     pki.expired = make("expired", nullptr, &pki.intermediate, 0x2001, expired);
-    CertSpec server = leaf;
+    CertRequest server = leaf;
     server.extendedUsage = {NID_server_auth};
     pki.wrongUsage = make("wrong_usage", nullptr, &pki.intermediate, 0x2002, server);
     pki.selfSigned = make("self_signed", nullptr, nullptr, 0x2003, leaf);
     pki.nonAscii = make("non_ascii", "Z\xC3\xBCrich Sign\xC3\xA9 \xE5\x8C\x97\xE4\xBA\xAC",
                         &pki.intermediate, 0x2004);
-    CertSpec sha1 = leaf;
+    CertRequest sha1 = leaf;
     sha1.digest = EVP_sha1();
     pki.sha1Cert = make("sha1_cert", nullptr, &pki.intermediate, 0x2005, sha1);
     pki.rejectedRoot = make("rejected_root", "Verify Test Rejected Root", nullptr, 0x3001, ca);
     pki.belowRejected =
         make("below_rejected", "Signer Below Rejected Root", &pki.rejectedRoot, 0x3002);
-    CertSpec stamping;
+    CertRequest stamping;
     stamping.extendedUsage = {NID_time_stamp};
     pki.timestamper =
         make("timestamper", "Verify Test Time Stamping", &pki.intermediate, 0x4001, stamping);

@@ -36,7 +36,7 @@ struct Identity {
     std::filesystem::path keyPath;
 };
 
-struct CertSpec {
+struct CertRequest {
     std::string subject;               // UTF-8, as "openssl req -subj" takes it: "/C=DE/CN=Name"
     const Identity* issuer = nullptr;  // null: self-signed
     uint64_t serial = 1;
@@ -50,7 +50,7 @@ struct CertSpec {
 };
 
 // Makes the key and certificate and writes them to `dir`/`name`.{crt,key}.
-Identity MakeIdentity(const CertSpec& spec, const std::filesystem::path& dir,
+Identity MakeIdentity(const CertRequest& request, const std::filesystem::path& dir,
                       const std::string& name);
 
 struct SignOptions {
