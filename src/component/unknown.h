@@ -62,6 +62,23 @@ public:
     CUnknownImp& operator=(const CUnknownImp&) = delete;
 
 protected:
+    // The counting of AddRef and Release, for the classes that close the
+    // root operations. The decision to delete rests on the count read again
+    // after the decrement, not on the decrement's own result.
+    uint32_t CountAddRef() {
+        m_refCount.fetch_add(1);
+        return static_cast<uint32_t>(m_refCount.load(std::memory_order_relaxed));
+    }
+    uint32_t CountRelease() {
+        m_refCount.fetch_sub(1);
+        const int32_t now = m_refCount.load(std::memory_order_relaxed);
+        if (now == 0) {
+            delete this;
+            return 0;
+        }
+        return static_cast<uint32_t>(now);
+    }
+
     // Signed 32 bits, starting at 0.
     std::atomic<int32_t> m_refCount{0};
 
@@ -111,22 +128,8 @@ public:
         return kOk;
     }
 
-    uint32_t AddRef() override {
-        this->m_refCount.fetch_add(1);
-        return static_cast<uint32_t>(this->m_refCount.load(std::memory_order_relaxed));
-    }
-
-    // The decision to delete rests on the count read again after the
-    // decrement, not on the decrement's own result.
-    uint32_t Release() override {
-        this->m_refCount.fetch_sub(1);
-        int32_t now = this->m_refCount.load(std::memory_order_relaxed);
-        if (now == 0) {
-            delete static_cast<CUnknownImp*>(this);
-            return 0;
-        }
-        return static_cast<uint32_t>(now);
-    }
+    uint32_t AddRef() override { return this->CountAddRef(); }
+    uint32_t Release() override { return this->CountRelease(); }
 };
 
 // A holder for interface pointers: AddRef on copy, Release on drop. Built

@@ -73,20 +73,8 @@ public:
         return by::kOk;
     }
 
-    uint32_t AddRef() override {
-        this->m_refCount.fetch_add(1);
-        return static_cast<uint32_t>(this->m_refCount.load(std::memory_order_relaxed));
-    }
-
-    uint32_t Release() override {
-        this->m_refCount.fetch_sub(1);
-        int32_t now = this->m_refCount.load(std::memory_order_relaxed);
-        if (now == 0) {
-            delete static_cast<by::CUnknownImp*>(this);
-            return 0;
-        }
-        return static_cast<uint32_t>(now);
-    }
+    uint32_t AddRef() override { return this->CountAddRef(); }
+    uint32_t Release() override { return this->CountRelease(); }
 
 private:
     template <class I>
