@@ -233,8 +233,8 @@ void QZEConfigurationManagerImpl::CollectExtensionInfos() {
         }
         // A bundle that wants a newer foundation stays installed, without
         // extensions in force.
-        if (base::Version::Compare(entry.artifact->GetFoundationVersion(),
-                                   foundationVersion.components()) > 0) {
+        if (!FoundationVersionFits(entry.artifact->GetFoundationVersion(),
+                                   foundationVersion.components())) {
             continue;
         }
         std::list<ExtensionPoint*> points;
