@@ -31,8 +31,9 @@ fail() {
 
 begin "packages"
 # openssl, osslsigncode and python3 (a local time-stamp server) make the
-# signed libraries of the code-signing tests.
-packages=(g++-mingw-w64-x86-64 wine wine64 dpkg-dev cmake make perl openssl osslsigncode python3)
+# signed libraries of the code-signing tests; CLI11 is the qzekit tool's parser.
+packages=(g++-mingw-w64-x86-64 wine wine64 dpkg-dev cmake make perl openssl osslsigncode python3
+    libcli11-dev)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

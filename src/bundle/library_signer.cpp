@@ -318,4 +318,18 @@ bool ComputeManifestDigests(const std::wstring& libraryPath, ManifestDigests* ou
     }
 }
 
+bool ComputeLibFileMD5(const std::wstring& libraryPath, std::string* out, std::string* error) {
+    if (!out) {
+        return Fail(error, "no place for the result");
+    }
+    try {
+        if (!internal::FileMd5Text(libraryPath, out)) {
+            return Fail(error, "cannot read the library " + base::WideToUTF8(libraryPath));
+        }
+        return true;
+    } catch (const std::exception&) {
+        return Fail(error, "out of memory");
+    }
+}
+
 }  // namespace qzextensionkit

@@ -45,4 +45,9 @@ struct ManifestDigests {
 QZEKIT_EXPORT bool ComputeManifestDigests(const std::wstring& libraryPath, ManifestDigests* out,
                                           std::string* error);
 
+// `libFileMD5` alone, for a library signed or not: the MD5 of the whole file
+// as the file check computes it.
+QZEKIT_EXPORT bool ComputeLibFileMD5(const std::wstring& libraryPath, std::string* out,
+                                     std::string* error);
+
 }  // namespace qzextensionkit
