@@ -5,8 +5,9 @@ ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 JOBS="${JOBS:-$(nproc 2>/dev/null || echo 2)}"
 
 # openssl, the command-line tool, encrypts the demo's config.json at build time;
-# CLI11 parses the qzekit tool's arguments.
-BUILD_PACKAGES=(cmake make g++ pkg-config libssl-dev openssl libgtest-dev libgmock-dev libcli11-dev)
+# CLI11 parses the qzekit tool's arguments; osslsigncode signs the small Windows
+# library of the tool's tests.
+BUILD_PACKAGES=(cmake make g++ pkg-config libssl-dev openssl libgtest-dev libgmock-dev libcli11-dev osslsigncode)
 
 die() {
     echo "error: $*" >&2

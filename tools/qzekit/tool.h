@@ -35,5 +35,7 @@ std::string Utf8Path(const std::wstring& path);
 std::string JsonQuote(const std::string& text);
 
 void AddHashCommand(CLI::App& app, Session& session);
+void AddSignCommand(CLI::App& app, Session& session);
+void AddVerifyCommand(CLI::App& app, Session& session);
 
 }  // namespace qzekit
