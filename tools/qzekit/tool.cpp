@@ -58,6 +58,7 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     AddHashCommand(app, session);
     AddSignCommand(app, session);
     AddVerifyCommand(app, session);
+    AddConfigCommand(app, session);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {

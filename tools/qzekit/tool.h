@@ -37,5 +37,6 @@ std::string JsonQuote(const std::string& text);
 void AddHashCommand(CLI::App& app, Session& session);
 void AddSignCommand(CLI::App& app, Session& session);
 void AddVerifyCommand(CLI::App& app, Session& session);
+void AddConfigCommand(CLI::App& app, Session& session);
 
 }  // namespace qzekit
