@@ -415,6 +415,7 @@ TEST(QzekitSign, WindowsLibraryTextsAreTheKitsOwn) {
         ToolRun run = RunTool({"sign", U8(library), "--json"});
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_EQ(run.out, PrintedJson(library, kit.signerName, kit.libFileMD5, kit.signMD5));
+        EXPECT_EQ(RunTool({"sign", U8(library)}).out, Printed(kit.libFileMD5, kit.signMD5));
     }
     ToolRun run = RunTool({"sign", U8(Fixture("unsigned.dll"))});
     EXPECT_EQ(run.status, 1);

@@ -53,6 +53,9 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         "extension kit.",
         "qzekit"};
     app.require_subcommand(1);
+    // Options are "--name" everywhere: an argument beginning with "/" is a path,
+    // also in a Windows build.
+    app.allow_windows_style_options(false);
     app.footer("Run 'qzekit COMMAND --help' for a command's options and an example.");
     Session session{out, err};
     AddHashCommand(app, session);
