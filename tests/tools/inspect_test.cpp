@@ -77,12 +77,14 @@ TEST(QzekitInspect, SaysWhyEachBundleDoesOrDoesNotLoad) {
     const std::string unserved = "{0BADC1A5-0000-4000-8000-000000000001}";
     struct Case {
         const char* name;
+        std::vector<std::string> options;
         std::vector<BinFile> bin;
         std::string classId;
         int status;
         std::vector<std::string> expected;
     } cases[] = {
         {"good bundle",
+         {},
          {{Lib("main"), "qzekit_plugin_bundle", ""}},
          kBundleClass,
          0,
@@ -93,16 +95,19 @@ TEST(QzekitInspect, SaysWhyEachBundleDoesOrDoesNotLoad) {
           "  [QZExtensionKit] Bundle Loader - initialze bundle entry success\n"}},
         {"library missing",
          {},
+         {},
          kBundleClass,
          1,
          {"FAILED: the library file does not exist", "library: ", Lib("main")}},
         {"dependency missing",
+         {},
          {{Lib("main"), "dep_bundle/qzekit_plugin_dependent", ""}},
          kDependentClass,
          1,
          {"FAILED: a library it depends on is missing",
           "system loader: ", "missing dependency: " + Lib("qzekit_plugin_dep_helper")}},
         {"symbol missing from a dependency",
+         {},
          {{Lib("main"), "qzekit_plugin_symbol_user", ""},
           {Lib("qzekit_plugin_symbol_dep"), "symbol_short/qzekit_plugin_symbol_dep", ""}},
          kBundleClass,
@@ -110,32 +115,46 @@ TEST(QzekitInspect, SaysWhyEachBundleDoesOrDoesNotLoad) {
          {"FAILED: a function or symbol it needs is missing",
           "missing symbol: ", "SymbolDepExtra"}},
         {"export missing",
+         {},
          {{Lib("main"), "qzekit_plugin_no_unregister_server", ""}},
          kBundleClass,
          1,
          {"FAILED: the library lacks an export", "missing export: DllUnregisterServer\n"}},
         {"text file",
+         {},
          {{Lib("main"), "", "this is not a library\n"}},
          kBundleClass,
          1,
          {"FAILED: the file is not a library"}},
         {"class id not served",
+         {},
          {{Lib("main"), "qzekit_plugin_bundle", ""}},
          unserved,
          1,
          {"FAILED: the library does not serve the entry class id " + unserved,
           "reports this as E_FAIL", "class id " + unserved + ": DllGetClassObject answered 0x"}},
         {"another machine",
+         {},
          {{Lib("main"), "", ForeignHeader()}},
          kBundleClass,
          1,
          {"FAILED: the library is built for another machine", "built for RISC-V 64 (",
           ", this host is "}},
+        {"file check on, no libFileMD5",
+         {"--lib-file-verify"},
+         {{Lib("main"), "qzekit_plugin_bundle", ""}},
+         kBundleClass,
+         1,
+         {"lib file verify on", "FAILED: the file check refused the library: its MD5 is ",
+          "manifest.json says libFileMD5 \"\""}},
     };
     for (const Case& c : cases) {
         Installation install;
         WriteInstallation(install, c.bin, c.classId);
-        ToolRun run = RunTool({"inspect", install.RootText()});
+        std::vector<std::string> arguments{"inspect"};
+        arguments.insert(arguments.end(), c.options.begin(), c.options.end());
+        arguments.push_back(install.RootText());
+        ToolRun run = RunTool(arguments);
         EXPECT_EQ(run.status, c.status) << c.name << "\n" << run.out << run.err;
         for (const std::string& text : c.expected) {
             EXPECT_NE(run.out.find(text), std::string::npos)
@@ -200,6 +219,13 @@ TEST(QzekitInspect, JsonSettingsAndUsage) {
         EXPECT_NE(failed.err.find(usage.error), std::string::npos) << failed.err;
     }
     EXPECT_NE(RunTool({"inspect", "--help"}).out.find("Example:"), std::string::npos);
+    // A folder that is no installation: the kit's log says only that the load
+    // failed.
+    ToolRun bare = RunTool({"inspect", install.RootText() + "/extensions"});
+    EXPECT_EQ(bare.status, 1);
+    EXPECT_NE(bare.out.find("Load: failed: extension_adapter_mapping.json is missing"),
+              std::string::npos)
+        << bare.out;
 }
 
 }  // namespace

@@ -95,6 +95,7 @@ struct BundleRow {
 struct Report {
     std::string hostDir;
     bool loadSucceeded = false;
+    std::string loadProblem;
     std::vector<PointRow> points;
     std::vector<BundleRow> bundles;
     std::vector<std::pair<std::string, std::map<std::string, std::string>>> modules;
@@ -361,7 +362,11 @@ void PrintText(const Report& report, const Options& options, std::ostream& out) 
         << (options.keyFile.empty() ? "not set" : "set") << "; lib file verify "
         << (options.libFileVerify ? "on" : "off") << "; sign verify "
         << (options.signVerify ? "on" : "off") << "\n";
-    out << "Load: " << (report.loadSucceeded ? "succeeded" : "failed (see the log)") << "\n";
+    out << "Load: "
+        << (report.loadSucceeded
+                ? "succeeded"
+                : "failed: " + (report.loadProblem.empty() ? "see the log" : report.loadProblem))
+        << "\n";
 
     out << "\nExtension points in force:\n";
     if (report.points.empty()) {
@@ -430,6 +435,7 @@ void PrintJson(const Report& report, const Options& options, std::ostream& out) 
         << ", \"libFileVerify\": " << flag(options.libFileVerify)
         << ", \"signVerify\": " << flag(options.signVerify) << "},\n";
     out << "  \"loaded\": " << flag(report.loadSucceeded) << ",\n";
+    out << "  \"loadProblem\": " << JsonQuote(report.loadProblem) << ",\n";
     out << "  \"extensionPoints\": [";
     for (std::size_t i = 0; i < report.points.size(); ++i) {
         const PointRow& point = report.points[i];
@@ -512,6 +518,19 @@ std::wstring HostFolder(const std::string& argument) {
     return folder;
 }
 
+// The kit's log says only that the load failed; a missing file is the usual
+// reason.
+std::string MissingFile(const std::wstring& hostDir) {
+    base::FilePath root(hostDir);
+    if (!base::PathExists(root.Append(L"extension_adapter_mapping.json"))) {
+        return "extension_adapter_mapping.json is missing";
+    }
+    if (!base::PathExists(root.Append(L"extensions").Append(L"config.json"))) {
+        return "extensions\\config.json is missing";
+    }
+    return std::string();
+}
+
 void RunInspect(const Options& options, Session& session) {
     std::wstring hostDir = HostFolder(options.hostDir);
     if (!platform::FileExists(hostDir)) {
@@ -540,6 +559,9 @@ void RunInspect(const Options& options, Session& session) {
         manager->SetLibFileVerifyEnable(options.libFileVerify);
         manager->SetSignVerifyEnable(options.signVerify);
         report.loadSucceeded = manager->Load();
+        if (!report.loadSucceeded) {
+            report.loadProblem = MissingFile(hostDir);
+        }
         // The questions below log too; they are not the host's.
         report.log = kit.StopLog();
         Collect(options, kit, report);
