@@ -295,6 +295,12 @@ LibraryDiagnosis DiagnoseLibrary(const std::wstring& library, const std::wstring
     OwnedLibrary handle = Open(library);
     if (!handle) {
         out.loaderMessage = platform::LoaderMessage();
+        // Windows texts such as "%1 is not a valid Win32 application." leave
+        // the file to the caller.
+        std::size_t insert = out.loaderMessage.find("%1");
+        if (insert != std::string::npos) {
+            out.loaderMessage.replace(insert, 2, base::WideToUTF8(library));
+        }
         if (out.notALibrary || out.otherMachine) {
             return out;
         }
@@ -311,6 +317,10 @@ LibraryDiagnosis DiagnoseLibrary(const std::wstring& library, const std::wstring
         return out;
     }
     out.opened = true;
+    // Wine binds a missing import to a stub and opens the library anyway.
+    if (out.builtFor.format == "PE") {
+        ProbePeImports(image, &out);
+    }
     for (const char* name : kRequiredExports) {
         if (platform::FindExport(handle.get(), name) == nullptr) {
             out.missingExports.push_back(name);
