@@ -260,6 +260,7 @@ TEST(NotificationObserverListTest, ANonZeroModeStopsAWalkAtItsStartingSize) {
         list.Walk(1, kA, IQZNotificationService::NoParams());
         EXPECT_EQ(calls, mode == 0 ? Calls({"a", "late"}) : Calls({"a"}));
         EXPECT_EQ(list.SlotCount(), 2u);
+        EXPECT_EQ(list.NotifyDepth(), 0);
     }
 }
 
