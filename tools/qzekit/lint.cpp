@@ -223,16 +223,25 @@ private:
             Add(kMappingFile, "", std::string("root is not an object: ") + kLoadFails);
             return nullptr;
         }
-        for (const auto& entry : *mapping) {
-            const std::string path = Member("", entry.first);
+        CheckMappingKeys(*mapping, "", true);
+        return mapping;
+    }
+
+    // Entries are found by path lookups, which split an id at every ".": a
+    // key that holds one is never reached, at any level.
+    void CheckMappingKeys(const DictionaryValue& level, const std::string& levelPath, bool root) {
+        for (const auto& entry : level) {
+            const std::string path = Member(levelPath, entry.first);
+            const DictionaryValue* inner = nullptr;
             if (entry.first.find('.') != std::string::npos) {
                 Add(kMappingFile, path,
                     "key holds \".\": the kit looks ids up by path and never finds this entry");
-            } else if (!entry.second->IsType(Value::TYPE_DICTIONARY)) {
+            } else if (entry.second->GetAsDictionary(&inner)) {
+                CheckMappingKeys(*inner, path, false);
+            } else if (root) {
                 Add(kMappingFile, path, "not an object: the kit finds no entry here");
             }
         }
-        return mapping;
     }
 
     // The root of config.json as the kit parses it, after the kit's
@@ -633,8 +642,31 @@ private:
             Add(file, path,
                 "id " + Quoted(id) + " again in extension point " + Quoted(pointId) +
                     ": the kit keeps the first (" + earlier->second + ") and drops this one");
-        } else {
-            kept.emplace(id, file + ": " + path);
+            return;
+        }
+        kept.emplace(id, file + ": " + path);
+        // What the records derived from this one lose, should the mapping
+        // send its extension point to the adapter.
+        const DictionaryValue* payloads = nullptr;
+        if (!extension->GetDictionary("payloads", &payloads)) {
+            return;
+        }
+        std::vector<LintFinding>& losses = derivationLosses_[pointId];
+        const std::string payloadsPath = Member(path, "payloads");
+        std::string mark;
+        if (payloads->GetString("extensionId", &mark) && !mark.empty()) {
+            losses.push_back({file, Member(payloadsPath, "extensionId"),
+                              "marks the record as derived: the kit derives no record from it"});
+            return;
+        }
+        for (const auto& payload : *payloads) {
+            std::string text;
+            if (payload.first.find('.') != std::string::npos &&
+                payload.second->GetAsString(&text) && !text.empty()) {
+                losses.push_back({file, Member(payloadsPath, payload.first),
+                                  "key holds \".\": the kit leaves this payload out of the "
+                                  "record it derives"});
+            }
         }
     }
 
@@ -756,6 +788,7 @@ private:
                 "the kit derives no records from extension point " + Quoted(pointId);
             const Value* target = Find(*entry, "extensionPointId");
             std::string targetId;
+            bool derives = false;
             if (!target) {
                 Add(kMappingFile, path, "no \"extensionPointId\": " + noRecords);
             } else if (!target->GetAsString(&targetId)) {
@@ -767,6 +800,8 @@ private:
             } else if (targetId == pointId) {
                 Add(kMappingFile, Member(path, "extensionPointId"),
                     "names its own extension point: the kit drops the records it derives");
+            } else {
+                derives = true;
             }
             for (const char* key : {"version", "clsid", "iid"}) {
                 Optional(kMappingFile, *entry, key, path, Value::TYPE_STRING,
@@ -774,6 +809,11 @@ private:
             }
             Optional(kMappingFile, *entry, "isSingleton", path, Value::TYPE_BOOLEAN,
                      "the kit takes false");
+            if (derives) {
+                for (const LintFinding& loss : derivationLosses_[pointId]) {
+                    findings_.push_back(loss);
+                }
+            }
         }
     }
 
@@ -788,6 +828,8 @@ private:
     std::set<std::string> adapterPoints_;
     // Extension point id to extension id to where its kept record stands.
     std::map<std::string, std::map<std::string, std::string>> keptIds_;
+    // Extension point id to what its records lose when they are derived.
+    std::map<std::string, std::vector<LintFinding>> derivationLosses_;
 };
 
 }  // namespace

@@ -72,7 +72,8 @@ void AddLintCommand(CLI::App& app, Session& session) {
         "lint",
         "Read an installation's extension_adapter_mapping.json, extensions/config.json and "
         "bundle manifests as the kit does, and report every element that the kit would pass "
-        "over or work around in silence, and why. Exit status 0 when clean, 1 with findings.");
+        "over or work around in silence, and why. Exit status 0 when clean, 1 with findings, 2 on "
+        "a usage error.");
     command->footer(
         "Each finding names the file (relative to HOST_DIR), the JSON path and what the kit "
         "does, as in\n"
