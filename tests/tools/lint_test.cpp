@@ -133,6 +133,10 @@ TEST(QzekitLint, EachBrokenElementGivesItsFinding) {
          "the bundle\n"
          "extensions/config.json: artifacts[4]: names the folder of artifacts[0] again: the kit "
          "reads the bundle twice and drops the second copy's extensions as duplicates\n"},
+        {{{"extensions/config.json", GoodConfig(R"(, "../x")")}, {"x/manifest.json", "{}"}},
+         {},
+         "extensions/../x/manifest.json: unreadable: the kit reads no path with a \"..\" part "
+         "and passes over the bundle\n"},
         {{{"extensions/a/manifest.json", "{\"id\": \"a\",\n  \"version\": }"}},
          {},
          "extensions/a/manifest.json: not JSON (line 2, column 15: Unexpected token.): the kit "

@@ -483,9 +483,9 @@ private:
         if (!base::ReadFileToString(manifestPath, &text)) {
             Add(file, "",
                 std::string("unreadable: ") +
-                    (root.ReferencesParent() ? "the kit reads no path with a \"..\" part, and "
-                                             : "") +
-                    kBundlePassedOver);
+                    (root.ReferencesParent()
+                         ? "the kit reads no path with a \"..\" part and passes over the bundle"
+                         : kBundlePassedOver));
             return;
         }
         std::string problem;
