@@ -56,6 +56,7 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     app.footer("Run 'qzekit COMMAND --help' for a command's options and an example.");
     Session session{out, err};
     AddHashCommand(app, session);
+    AddLintCommand(app, session);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {

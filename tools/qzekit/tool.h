@@ -35,5 +35,6 @@ std::string Utf8Path(const std::wstring& path);
 std::string JsonQuote(const std::string& text);
 
 void AddHashCommand(CLI::App& app, Session& session);
+void AddLintCommand(CLI::App& app, Session& session);
 
 }  // namespace qzekit
