@@ -60,6 +60,23 @@ endif()
 if(NOT EXISTS ${WORK}/build/bin/extensions/sample/resources/motto.txt)
   message(FATAL_ERROR "the bundle's resources were not copied")
 endif()
+# Only $ORIGIN, as RUNPATH (not the older RPATH, which would outrank the
+# host's own search path).
+run(readelf -d ${_library})
+if(NOT run_output MATCHES "\\(RUNPATH\\) +Library runpath: \\[\\$ORIGIN\\]\n"
+   OR run_output MATCHES "\\(RPATH\\)")
+  message(FATAL_ERROR "the bundle's library should have a RUNPATH of $ORIGIN only:\n${run_output}")
+endif()
+# A bundle with an undefined symbol fails to link (sanitizer builds resolve
+# their runtime at load time and link without the check).
+if(NOT CXX_FLAGS MATCHES "-fsanitize")
+  execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/build --target undefined_symbol
+                  RESULT_VARIABLE _result OUTPUT_VARIABLE _out ERROR_VARIABLE _out)
+  if(_result EQUAL 0 OR NOT _out MATCHES "qzekit_consumer_defined_nowhere")
+    message(FATAL_ERROR "a bundle with an undefined symbol linked, or failed otherwise:\n${_out}")
+  endif()
+endif()
+
 run(${WORK}/build/bin/sample_host)
 message("${run_output}")
 
