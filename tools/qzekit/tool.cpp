@@ -57,6 +57,7 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     Session session{out, err};
     AddHashCommand(app, session);
     AddInspectCommand(app, session);
+    AddLintCommand(app, session);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {

@@ -36,5 +36,6 @@ std::string JsonQuote(const std::string& text);
 
 void AddHashCommand(CLI::App& app, Session& session);
 void AddInspectCommand(CLI::App& app, Session& session);
+void AddLintCommand(CLI::App& app, Session& session);
 
 }  // namespace qzekit
