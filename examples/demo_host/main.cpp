@@ -23,6 +23,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -526,11 +527,18 @@ int main(int argc, char** argv) {
     std::vector<Artifact*> artifacts;
     QZEConfigurationManager::GetInstance()->GetAllArtifacts(artifacts);
     std::vector<std::string> bundleSummary;
+    // A bundle the reader adds to config.json is listed too, but the checks
+    // count the demo's own.
+    const std::set<std::string> demoBundles = {"com.example.hello", "extension_adapter",
+                                               "com.example.hostparts"};
+    int demoBundlesListed = 0;
     int librariesOpen = 0;
     for (Artifact* artifact : artifacts) {
         if (artifact == nullptr) {
             continue;
         }
+        const bool demoBundle = demoBundles.count(artifact->GetId()) != 0;
+        demoBundlesListed += demoBundle ? 1 : 0;
         std::string state = "manifest only";
         if (!artifact->GetMainEntry().empty()) {
             std::string key =
@@ -539,7 +547,7 @@ int main(int argc, char** argv) {
             bool open = QZEBundleManager::GetInstance()->ComLoaderIsExist(key) &&
                         QZEBundleManager::GetInstance()->GetComLoader(key, &loader) &&
                         loader->IsLoaded();
-            librariesOpen += open ? 1 : 0;
+            librariesOpen += open && demoBundle ? 1 : 0;
             state = open ? "library checked and open" : "library not open";
             if (!artifact->GetBundleClassId().empty()) {
                 state += ", entry object";
@@ -549,7 +557,7 @@ int main(int argc, char** argv) {
         std::printf("  bundle %-30s %s\n", line.c_str(), state.c_str());
         bundleSummary.push_back(artifact->GetId() + " (" + state + ")");
     }
-    Expect(artifacts.size() == 3, "three bundles listed in config.json");
+    Expect(demoBundlesListed == 3, "three bundles listed in config.json");
     Expect(librariesOpen == 2, "the hello and adapter libraries passed their MD5 and are open");
     Expect(logger->Count("hello bundle - entry object started") == 1,
            "the hello bundle's entry object started once");

@@ -50,6 +50,11 @@ public:
     virtual Result QueryInterface(const GUID& iid, void** out) = 0;
     virtual uint32_t AddRef() = 0;
     virtual uint32_t Release() = 0;
+
+protected:
+    // Objects go away through Release, never through a pointer to an
+    // interface; a virtual destructor here would change the table.
+    ~IBaseUnknown() = default;
 };
 
 // Holds the reference count of a component object. Its one virtual
@@ -197,6 +202,9 @@ public:
 
     virtual Result CreateInstance(IBaseUnknown* outer, const GUID& iid, void** out) = 0;
     virtual Result LockServer(int lock) = 0;
+
+protected:
+    ~IClassFactory() = default;
 };
 
 // The extended class factory through which the kit builds objects. The two
@@ -210,6 +218,9 @@ public:
     virtual Result CanUnloadNow() = 0;
     virtual Result CreateInstance(IBaseUnknown* outer, void* reserved, const GUID& iid,
                                   void** out) = 0;
+
+protected:
+    ~IOFClassFactory() = default;
 };
 
 }  // namespace by

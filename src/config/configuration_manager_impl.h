@@ -70,6 +70,12 @@ public:
     bool GetMuduleConfig(const std::string& moduleId, const std::string& key,
                          std::string& value) override;
 
+    // The module id and feature key by which config.json names a code; empty
+    // for a code the kit doesn't know. Public for the qzekit tool, which
+    // lists what is switched on.
+    static std::string ModuleCodeToString(ModuleCode code);
+    static std::string FeatureCodeToString(FeatureCode code);
+
 private:
     friend class QZEConfigurationManagerImplTestPeer;
 
@@ -122,9 +128,6 @@ private:
     void MergeRemoteConfig();
     void MergeRemoteExtensions();
     void MergeRemoteAuthInfos();
-
-    static std::string ModuleCodeToString(ModuleCode code);
-    static std::string FeatureCodeToString(FeatureCode code);
 
     platform::RecursiveLock lock;
     // Every point of every bundle that passed the foundation check; the

@@ -25,11 +25,16 @@ class QZEKIT_EXPORT IQZELogService {
 public:
     virtual bool RegisterLogger(IQZELogger* logger) = 0;
     virtual void LogMessage(int level, const char* format, ...) = 0;
+
+protected:
+    // The service lives to the end of the process and is never deleted
+    // through this interface.
+    ~IQZELogService() = default;
 };
 
 // Formats every message of the kit and hands it, tagged "[QZExtensionKit] ",
 // to the one sink the host registered. Without a sink messages are dropped.
-class QZEKIT_EXPORT QZELogService : public IQZELogService {
+class QZEKIT_EXPORT QZELogService final : public IQZELogService {
 public:
     static QZELogService* GetInstance();
 

@@ -37,6 +37,11 @@ class QZEKIT_EXPORT IQZServiceManager {
 public:
     virtual bool RegisterService(const QZServiceRegisterInfo& info) = 0;
     virtual void* GetService(const std::string& name) = 0;
+
+protected:
+    // Owners hold the implementation by its own type (std::make_shared), so
+    // nothing deletes through this interface.
+    ~IQZServiceManager() = default;
 };
 
 // The registry of named services. Calls run under one recursive mutex,

@@ -43,6 +43,11 @@ QZEKIT_EXPORT std::size_t GetLibraryDirectory(wchar_t* buffer, std::size_t capac
 // needs, 193 the file or a dependency is not a library of this machine, 5 the
 // file can't be read.
 QZEKIT_EXPORT uint32_t LastError();
+// The system loader's own words for the last failed OpenLibrary or
+// FindExport on this thread (dlerror on POSIX, the system's text for the
+// error code on Windows), without a line end. Empty when there is none. The
+// kit does not use it; it is there for diagnostics such as the qzekit tool's.
+QZEKIT_EXPORT std::string LoaderMessage();
 
 // ---- Diagnostics -----------------------------------------------------------
 
@@ -58,6 +63,9 @@ QZEKIT_EXPORT void DebugOutput(const char* text);
 
 // Full path of the running executable; empty on failure.
 QZEKIT_EXPORT std::wstring ExecutablePath();
+// The absolute form of `path`, taken from the current directory when it is
+// relative; the path as given when the system can't tell.
+QZEKIT_EXPORT std::wstring FullPath(const std::wstring& path);
 // True when anything (file or directory) exists at the path.
 QZEKIT_EXPORT bool FileExists(const std::wstring& path);
 
@@ -194,7 +202,9 @@ QZEKIT_EXPORT void YieldThread();
 
 // ---- Seams for tests --------------------------------------------------------
 // Not configuration: only tests call these, to stand in for a different
-// executable location or to make one operation fail.
+// executable location or to make one operation fail. The qzekit tool's
+// inspect command also sets the executable path, so that the kit reads an
+// installation in a folder of the user's choice; it clears it again when done.
 namespace testing {
 
 enum class Operation {

@@ -151,10 +151,13 @@ std::vector<std::string> NeededLibraries(const std::string& path) {
     return {};
 }
 
+// The loader's text of the last failure on this thread, for LoaderMessage.
+thread_local std::string t_loaderMessage;
+
 // dlerror's text in the C locale. glibc translates the message and the errno
 // text when dlerror runs, so a host that set its own locale would otherwise
 // get words this file can't read.
-std::string LoaderMessage() {
+std::string DlErrorText() {
     static const locale_t c = ::newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
     locale_t previous = c ? ::uselocale(c) : static_cast<locale_t>(0);
     const char* text = ::dlerror();
@@ -242,7 +245,7 @@ void PreloadFromDirectory(const std::string& library, const std::string& directo
         if (void* h = ::dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL)) {
             held->push_back(h);
         } else {
-            failures->push_back({name, candidate, LoaderMessage()});
+            failures->push_back({name, candidate, DlErrorText()});
         }
     }
 }
@@ -271,7 +274,7 @@ LibraryHandle OpenLibrary(const wchar_t* path) {
     void* handle = ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!handle) {
         std::string failed = file;
-        std::string message = LoaderMessage();
+        std::string message = DlErrorText();
         // A dependency from the search directory that failed to open shows up
         // here as not found; its own failure tells the real reason.
         for (size_t hop = 0; hop < failures.size(); ++hop) {
@@ -285,6 +288,7 @@ LibraryHandle OpenLibrary(const wchar_t* path) {
             message = cause->message;
         }
         SetLastErrorCode(OpenFailureCode(failed, message));
+        t_loaderMessage = message;
     }
     // The library now holds its own references to what it needs.
     for (void* h : preloaded) {
@@ -304,8 +308,13 @@ void* FindExport(LibraryHandle handle, const char* name) {
     void* address = ::dlsym(handle, name);
     if (!address) {
         SetLastErrorCode(kErrorProcNotFound);
+        t_loaderMessage = DlErrorText();
     }
     return address;
+}
+
+std::string LoaderMessage() {
+    return t_loaderMessage;
 }
 
 void CloseLibrary(LibraryHandle handle) {
@@ -423,6 +432,25 @@ std::wstring ExecutablePath() {
         }
         buf.resize(buf.size() * 2);
     }
+}
+
+std::wstring FullPath(const std::wstring& path) {
+    std::string file = ToSystemPath(path);
+    if (file.empty() || file[0] == '/') {
+        return path;
+    }
+    std::vector<char> buf(4096);
+    while (::getcwd(buf.data(), buf.size()) == nullptr) {
+        if (errno != ERANGE) {
+            return path;
+        }
+        buf.resize(buf.size() * 2);
+    }
+    std::string directory = buf.data();
+    if (directory.empty() || directory.back() != '/') {
+        directory += '/';
+    }
+    return Utf8ToWide(directory.data(), directory.size()) + path;
 }
 
 bool FileExists(const std::wstring& path) {

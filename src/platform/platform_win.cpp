@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "platform/platform_internal.h"
+#include "platform/utf8.h"
 
 namespace qzextensionkit {
 namespace platform {
@@ -46,6 +47,10 @@ std::wstring ToSystemPath(const wchar_t* path) {
 void KeepSystemError() {
     SetLastErrorCode(static_cast<uint32_t>(::GetLastError()));
 }
+
+// The code of the last failed OpenLibrary or FindExport on this thread, for
+// LoaderMessage.
+thread_local DWORD t_loaderError = 0;
 
 CRITICAL_SECTION* Section(unsigned char* storage) {
     return reinterpret_cast<CRITICAL_SECTION*>(storage);
@@ -253,6 +258,7 @@ LibraryHandle OpenLibrary(const wchar_t* path) {
     ::SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &previousMode);
     HMODULE module = ::LoadLibraryW(ToSystemPath(path).c_str());
     if (!module) {
+        t_loaderError = ::GetLastError();
         KeepSystemError();
     }
     ::SetThreadErrorMode(previousMode, nullptr);
@@ -269,10 +275,33 @@ void* FindExport(LibraryHandle handle, const char* name) {
     }
     FARPROC address = ::GetProcAddress(static_cast<HMODULE>(handle), name);
     if (!address) {
+        t_loaderError = ::GetLastError();
         KeepSystemError();
         return nullptr;
     }
     return reinterpret_cast<void*>(address);
+}
+
+std::string LoaderMessage() {
+    if (t_loaderError == 0) {
+        return std::string();
+    }
+    wchar_t* text = nullptr;
+    DWORD n = ::FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+        nullptr, t_loaderError, 0, reinterpret_cast<LPWSTR>(&text), 0, nullptr);
+    std::wstring message = n != 0 && text != nullptr ? std::wstring(text, n) : std::wstring();
+    if (text != nullptr) {
+        ::LocalFree(text);
+    }
+    while (!message.empty() &&
+           (message.back() == L'\r' || message.back() == L'\n' || message.back() == L' ')) {
+        message.pop_back();
+    }
+    if (message.empty()) {
+        return "error " + std::to_string(t_loaderError);
+    }
+    return WideToUtf8(message);
 }
 
 void CloseLibrary(LibraryHandle handle) {
@@ -354,6 +383,20 @@ std::wstring ExecutablePath() {
         }
         buf.resize(buf.size() * 2);
     }
+}
+
+std::wstring FullPath(const std::wstring& path) {
+    std::wstring system = ToSystemPath(path.c_str());
+    DWORD n = ::GetFullPathNameW(system.c_str(), 0, nullptr, nullptr);
+    if (n == 0) {
+        return path;
+    }
+    std::vector<wchar_t> buf(n);
+    DWORD written = ::GetFullPathNameW(system.c_str(), n, buf.data(), nullptr);
+    if (written == 0 || written >= n) {
+        return path;
+    }
+    return std::wstring(buf.data(), written);
 }
 
 bool FileExists(const std::wstring& path) {

@@ -144,6 +144,9 @@ public:
     // Source<void> and Params<void> are the first.
     static Source<void> AllSources();
     static Params<void> NoParams();
+
+protected:
+    ~IQZNotificationService() = default;
 };
 
 // Implemented by whoever wants events. Not reference counted and not owned

@@ -39,6 +39,9 @@ public:
                               const std::string& second, const std::string& third,
                               const std::function<void(const std::string&)>& success,
                               const std::function<void(QZStartRequestError&)>& failure) = 0;
+
+protected:
+    ~IQZOpenNetService() = default;
 };
 
 // A thin front for network requests over the host's "OpenNetService". The

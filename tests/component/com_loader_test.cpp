@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -98,130 +97,99 @@ TEST_F(ComLoaderTest, LoadsACompleteLibraryAndMakesBothClasses) {
     EXPECT_EQ(greeter->Release(), 0u);
     EXPECT_EQ(counter->Release(), 0u);
     EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveObjects"), 0);
-}
 
-TEST_F(ComLoaderTest, DestructionAndFreeComReleaseTheModuleObjectBeforeClosing) {
-    const std::wstring path = TestPluginPath("qzekit_plugin_complete");
-    // A handle of our own keeps the library in the process to look at it.
+    // FreeCom and destruction release the module object before closing; a
+    // handle of our own keeps the library in the process to look at it.
     platform::LibraryHandle keep = platform::OpenLibrary(path.c_str());
-    ASSERT_NE(keep, nullptr);
-    {
-        by::CComLoader loader;
-        ASSERT_TRUE(loader.LoadCom(path.c_str()));
-        EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveFactories"), 1);
-    }
-    EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveFactories"), 0);
-
-    by::CComLoader loader;
-    ASSERT_TRUE(loader.LoadCom(path.c_str()));
     loader.FreeCom();
     EXPECT_FALSE(loader.IsLoaded());
     EXPECT_EQ(loader.ModuleObject(), nullptr);
+    EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveFactories"), 0);
+    {
+        by::CComLoader second;
+        ASSERT_TRUE(second.LoadCom(path.c_str()));
+    }
     EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveFactories"), 0);
     platform::CloseLibrary(keep);
 }
 
 // One library per missing export: the walk stops at it, the library stays
 // open, and what was found before it stays stored.
-struct MissingExport {
-    const char* library;
-    const char* name;
-    int index;
-};
-
-class MissingExportTest : public ComLoaderTest,
-                          public ::testing::WithParamInterface<MissingExport> {};
-
-TEST_P(MissingExportTest, LoadFailsButLeavesTheLibraryOpen) {
-    const MissingExport& p = GetParam();
-    ProbeLoader loader;
-    EXPECT_FALSE(loader.LoadCom(TestPluginPath(p.library).c_str()));
-
-    std::vector<std::pair<int, bool>> expected;
-    for (int i = 0; i <= p.index; ++i) {
-        expected.emplace_back(i, i != p.index);
-    }
-    EXPECT_EQ(loader.stored, expected);
-    EXPECT_THAT(loader.missing, ElementsAre(p.name));
-    EXPECT_TRUE(loader.IsLoaded());
-    EXPECT_EQ(loader.ModuleObject(), nullptr);
-    EXPECT_EQ(std::wstring(loader.Path()), L"");
-    std::vector<std::string> lines = debug_.Lines();
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[lines.size() - 2], "IImpModuleBase->Exception");
-    EXPECT_EQ(lines.back(), "CComLoader->Load fuc fail");
-
-    // Open but incomplete: objects can still be made when the getter was
-    // found before the missing export.
-    void* out = nullptr;
-    by::Result status = MakeGreeter(loader, &out);
-    if (p.index == 0) {
-        EXPECT_EQ(status, by::kFail);
-        EXPECT_EQ(out, nullptr);
-    } else {
-        ASSERT_EQ(status, by::kOk);
-        EXPECT_STREQ(static_cast<qzetest::ITestGreeter*>(out)->Greet(), "hello from complete");
-        static_cast<by::IBaseUnknown*>(out)->Release();
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    EachExport, MissingExportTest,
-    ::testing::Values(MissingExport{"qzekit_plugin_no_get_class_object", "DllGetClassObject", 0},
-                      MissingExport{"qzekit_plugin_no_can_unload_now", "DllCanUnloadNow", 1},
-                      MissingExport{"qzekit_plugin_no_register_server", "DllRegisterServer", 2},
-                      MissingExport{"qzekit_plugin_no_unregister_server", "DllUnregisterServer",
-                                    3}));
-
-// A loader that never opened a library, or closed it again, makes nothing and
-// doesn't call into a library.
-TEST_F(ComLoaderTest, ClosedLoadersMakeNothing) {
-    ProbeLoader fresh;
-    // An index outside the table is accepted and ignored.
-    EXPECT_EQ(fresh.setfuncaddress(4, &fresh), 1);
-    EXPECT_FALSE(fresh.HasGetter());
-
-    ProbeLoader noModule;
-    EXPECT_FALSE(noModule.LoadCom(TestPluginPath("qzekit_plugin_null_module").c_str()));
-    EXPECT_TRUE(noModule.HasAllExports());
-
-    for (ProbeLoader* loader : {&fresh, &noModule}) {
+TEST_F(ComLoaderTest, AMissingExportFailsTheLoadButLeavesTheLibraryOpen) {
+    const char* names[] = {"DllGetClassObject", "DllCanUnloadNow", "DllRegisterServer",
+                           "DllUnregisterServer"};
+    const char* libraries[] = {"no_get_class_object", "no_can_unload_now", "no_register_server",
+                               "no_unregister_server"};
+    for (int index = 0; index < 4; ++index) {
+        SCOPED_TRACE(names[index]);
         debug_.Clear();
-        EXPECT_FALSE(loader->IsLoaded());
-        EXPECT_EQ(loader->ModuleObject(), nullptr);
+        ProbeLoader loader;
+        EXPECT_FALSE(loader.LoadCom(
+            TestPluginPath(std::string("qzekit_plugin_") + libraries[index]).c_str()));
+        std::vector<std::pair<int, bool>> expected;
+        for (int i = 0; i <= index; ++i) {
+            expected.emplace_back(i, i != index);
+        }
+        EXPECT_EQ(loader.stored, expected);
+        EXPECT_THAT(loader.missing, ElementsAre(names[index]));
+        EXPECT_TRUE(loader.IsLoaded());
+        EXPECT_EQ(loader.ModuleObject(), nullptr);
+        EXPECT_EQ(std::wstring(loader.Path()), L"");
+        std::vector<std::string> lines = debug_.Lines();
+        ASSERT_GE(lines.size(), 2u);
+        EXPECT_EQ(lines[lines.size() - 2], "IImpModuleBase->Exception");
+        EXPECT_EQ(lines.back(), "CComLoader->Load fuc fail");
+        // Objects can still be made when the getter was found.
         void* out = nullptr;
-        EXPECT_EQ(MakeGreeter(*loader, &out), by::kFail);
-        EXPECT_EQ(out, nullptr);
-        EXPECT_TRUE(debug_.Calls().empty());
+        EXPECT_EQ(MakeGreeter(loader, &out), index == 0 ? by::kFail : by::kOk);
+        if (out) {
+            EXPECT_STREQ(static_cast<qzetest::ITestGreeter*>(out)->Greet(), "hello from complete");
+            static_cast<by::IBaseUnknown*>(out)->Release();
+        }
     }
 }
 
-TEST_F(ComLoaderTest, PathsThatGiveNoLibraryStopBeforeTheExports) {
-    const std::vector<std::string> refused = {"CComLoader->LoadCom",
-                                              "CComLoader->LoadCom path too long"};
+// Paths that give no library stop before the exports; a loader that never
+// opened a library, or closed it again, makes nothing and calls nothing.
+TEST_F(ComLoaderTest, LoadersWithoutALibraryMakeNothing) {
     const std::vector<std::string> notOpened = {"CComLoader->LoadCom", "IImpModuleBase->Load",
                                                 "CComLoader->Load fuc fail"};
     const std::wstring tooLong(260, L'a');
     const std::wstring longest(259, L'a');  // fits: gets as far as opening
     const std::wstring absent = TestPluginPath("qzekit_plugin_does_not_exist");
-    struct Case {
+    const std::wstring noModule = TestPluginPath("qzekit_plugin_null_module");
+    const struct {
         const wchar_t* path;
         std::vector<std::string> lines;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {nullptr, {"CComLoader->LoadCom", "CComLoader->LoadCom path is null"}},
-        {tooLong.c_str(), refused},
+        {tooLong.c_str(), {"CComLoader->LoadCom", "CComLoader->LoadCom path too long"}},
         {longest.c_str(), notOpened},
         {absent.c_str(), notOpened},
+        {noModule.c_str(), {}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         debug_.Clear();
         ProbeLoader loader;
         EXPECT_FALSE(loader.LoadCom(c.path));
         EXPECT_FALSE(loader.IsLoaded());
-        EXPECT_TRUE(loader.stored.empty());
-        EXPECT_EQ(debug_.Lines(), c.lines);
+        EXPECT_EQ(loader.ModuleObject(), nullptr);
+        if (c.path == noModule.c_str()) {
+            EXPECT_TRUE(loader.HasAllExports());
+        } else {
+            EXPECT_TRUE(loader.stored.empty());
+            EXPECT_EQ(debug_.Lines(), c.lines);
+        }
+        debug_.Clear();
+        void* out = nullptr;
+        EXPECT_EQ(MakeGreeter(loader, &out), by::kFail);
+        EXPECT_EQ(out, nullptr);
+        EXPECT_TRUE(debug_.Calls().empty());
     }
+    // An index outside the table is accepted and ignored.
+    ProbeLoader fresh;
+    EXPECT_EQ(fresh.setfuncaddress(4, &fresh), 1);
+    EXPECT_FALSE(fresh.HasGetter());
 }
 
 TEST_F(ComLoaderTest, EachFactoryFailureGivesItsStatusAndReleasesWhatItGot) {
@@ -257,58 +225,42 @@ TEST_F(ComLoaderTest, EachFactoryFailureGivesItsStatusAndReleasesWhatItGot) {
     }
 }
 
-// A plug-in whose dependency lies only in its bundle's "bin" directory.
-struct BinDependency {
-    const char* plugin;
-    // Whether the search directory makes the dependency found. On Linux a
-    // dependency without a soname stays missing (126) even so.
-    bool found;
-};
-
-void PrintTo(const BinDependency& c, std::ostream* os) {
-    *os << c.plugin;
-}
-
-class BinDependencyTest : public ComLoaderTest,
-                          public ::testing::WithParamInterface<BinDependency> {};
-
-TEST_P(BinDependencyTest, IsFoundThroughTheSearchDirectory) {
-    const std::wstring path =
-        qzetest::TestPluginPathIn(qzetest::TestBundleDir(), GetParam().plugin);
-    // This runs first: once loaded, the dependency would be reused by name.
-    ASSERT_EQ(platform::SetLibraryDirectory(L""), 1);
-    {
-        by::CComLoader loader;
-        EXPECT_FALSE(loader.LoadCom(path.c_str()));
-        EXPECT_EQ(platform::LastError(), 126u);
-        EXPECT_FALSE(loader.IsLoaded());
-    }
-    ASSERT_EQ(platform::SetLibraryDirectory(qzetest::TestBundleBinDir().c_str()), 1);
-    by::CComLoader loader;
-    if (!GetParam().found) {
-        EXPECT_FALSE(loader.LoadCom(path.c_str()));
-        EXPECT_EQ(platform::LastError(), 126u);
-        return;
-    }
-    ASSERT_TRUE(loader.LoadCom(path.c_str()));
-    void* out = nullptr;
-    ASSERT_EQ(loader.CreateInstance(Id(qzetest::kDependentClass), nullptr, nullptr,
-                                    Id(qzetest::kGreeterIid), &out),
-              by::kOk);
-    auto* greeter = static_cast<qzetest::ITestGreeter*>(out);
-    EXPECT_STREQ(greeter->Greet(), "hello from the bundle's bin");
-    greeter->Release();
-}
-
+// A plug-in whose dependency lies only in its bundle's "bin" directory is
+// found through the search directory. On Linux a dependency without a
+// soname stays missing (126) even so; DLLs are matched by file name.
+TEST_F(ComLoaderTest, ADependencyIsFoundThroughTheSearchDirectory) {
 #if defined(_WIN32)
-constexpr bool kFoundWithoutSoname = true;  // DLLs are matched by file name
+    const bool foundWithoutSoname = true;
 #else
-constexpr bool kFoundWithoutSoname = false;
+    const bool foundWithoutSoname = false;
 #endif
-
-INSTANTIATE_TEST_SUITE_P(WithAndWithoutSoname, BinDependencyTest,
-                         ::testing::Values(BinDependency{"qzekit_plugin_dependent", true},
-                                           BinDependency{"qzekit_plugin_dependent_nosoname",
-                                                         kFoundWithoutSoname}));
+    for (auto c : {std::make_pair("qzekit_plugin_dependent", true),
+                   std::make_pair("qzekit_plugin_dependent_nosoname", foundWithoutSoname)}) {
+        SCOPED_TRACE(c.first);
+        const std::wstring path = qzetest::TestPluginPathIn(qzetest::TestBundleDir(), c.first);
+        // This comes first: once loaded, the dependency would be reused by name.
+        ASSERT_EQ(platform::SetLibraryDirectory(L""), 1);
+        {
+            by::CComLoader loader;
+            EXPECT_FALSE(loader.LoadCom(path.c_str()));
+            EXPECT_EQ(platform::LastError(), 126u);
+            EXPECT_FALSE(loader.IsLoaded());
+        }
+        ASSERT_EQ(platform::SetLibraryDirectory(qzetest::TestBundleBinDir().c_str()), 1);
+        by::CComLoader loader;
+        EXPECT_EQ(loader.LoadCom(path.c_str()), c.second);
+        if (!c.second) {
+            EXPECT_EQ(platform::LastError(), 126u);
+            continue;
+        }
+        void* out = nullptr;
+        ASSERT_EQ(loader.CreateInstance(Id(qzetest::kDependentClass), nullptr, nullptr,
+                                        Id(qzetest::kGreeterIid), &out),
+                  by::kOk);
+        auto* greeter = static_cast<qzetest::ITestGreeter*>(out);
+        EXPECT_STREQ(greeter->Greet(), "hello from the bundle's bin");
+        greeter->Release();
+    }
+}
 
 }  // namespace

@@ -161,59 +161,5 @@ TEST_F(ExtensionManagerFacade, EmptyInitializeClearsAndEmptySetImplKeeps) {
     EXPECT_FALSE(facade->Load());
 }
 
-class IEcho : public by::IBaseUnknown {
-public:
-    static constexpr const char kId[] = "{0F7C2A52-1B7B-4E0C-9A57-5D3B1B6A0001}";
-    BY_DECLARE_INTERFACE_ID(kId)
-    virtual int Echo(int v) = 0;
-};
-
-class EchoService : public IEcho, public by::CUnknownImp {
-public:
-    by::Result init_class(by::IBaseUnknown*, by::IBaseUnknown*) { return 0; }
-    int Echo(int v) override { return v + 1; }
-};
-
-class RecordingServiceManager : public IQZServiceManager {
-public:
-    QZServiceRegisterInfo last;
-    bool RegisterService(const QZServiceRegisterInfo& info) override {
-        last = info;
-        return true;
-    }
-    void* GetService(const std::string&) override {
-        void* out = nullptr;
-        return last.creator(&out) ? out : nullptr;
-    }
-};
-
-TEST(ServiceManagerFacade, RegistersAClassWhoseCreatorYieldsTheQueriedInterface) {
-    auto log = qzetest::CaptureLog();
-    QZServiceManager* facade = QZServiceManager::GetInstance();
-    // Without an implementation: silent failures.
-    facade->UnInitialize();
-    EXPECT_FALSE(facade->RegisterService<EchoService>("Echo", "{c}", "{i}", true));
-    EXPECT_EQ(facade->GetService<IEcho>("Echo"), nullptr);
-    EXPECT_TRUE(log->lines.empty());
-
-    auto impl = std::make_shared<RecordingServiceManager>();
-    facade->Initialize(impl);
-    EXPECT_TRUE(facade->RegisterService<EchoService>("Echo", "{c}", IEcho::kId, false));
-    EXPECT_EQ(impl->last.serviceName + impl->last.classId + impl->last.interfaceId,
-              "Echo{c}" + std::string(IEcho::kId));
-    EXPECT_FALSE(impl->last.isSingleton);
-    IEcho* echo = facade->GetService<IEcho>("Echo");
-    ASSERT_NE(echo, nullptr);
-    EXPECT_EQ(echo->Echo(41), 42);
-    // The caller holds the one reference left after the creator's own drop.
-    EXPECT_EQ(echo->Release(), 0u);
-    facade->UnInitialize();
-
-    // A creator for an interface the class does not answer fails.
-    void* out = nullptr;
-    EXPECT_FALSE(QZServiceManager::CreateServiceObject<EchoService>(by::IID_IQZEBundle, &out));
-    EXPECT_EQ(out, nullptr);
-}
-
 }  // namespace
 }  // namespace qzextensionkit

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -17,9 +16,7 @@
 namespace qzextensionkit {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
+using Lines = std::vector<std::string>;
 constexpr char kPrefix[] = "[QZExtensionKit] service manager ";
 
 class IEcho : public by::IBaseUnknown {
@@ -40,25 +37,10 @@ public:
 };
 std::atomic<int> EchoService::live{0};
 
-// Reads a component object's count without changing it.
+// A component object's count, unchanged.
 uint32_t Count(by::IBaseUnknown* object) {
     object->AddRef();
     return object->Release();
-}
-
-// The lines since the last call, without the common prefix; each at level 0.
-std::vector<std::string> Take(qzetest::CapturedLines& log) {
-    std::vector<std::string> out;
-    for (auto& line : log.lines) {
-        EXPECT_EQ(line.first, 0);
-        std::string text = line.second;
-        if (text.rfind(kPrefix, 0) == 0) {
-            text = text.substr(sizeof(kPrefix) - 1);
-        }
-        out.push_back(text);
-    }
-    log.Clear();
-    return out;
 }
 
 // A record whose creator counts its calls and builds an EchoService.
@@ -78,57 +60,63 @@ QZServiceRegisterInfo Record(const std::string& name, const std::string& classId
 
 class ServiceManagerImpl : public ::testing::Test {
 protected:
-    void SetUp() override { log = qzetest::CaptureLog(); }
     void TearDown() override {
         manager.reset();
         EXPECT_EQ(EchoService::live.load(), 0) << "an object outlived its holders";
     }
+    // The lines since the last call, without the common prefix; each at level 0.
+    Lines Take() {
+        Lines out;
+        for (auto& line : log->lines) {
+            EXPECT_EQ(line.first, 0);
+            out.push_back(line.second.rfind(kPrefix, 0) == 0
+                              ? line.second.substr(sizeof(kPrefix) - 1)
+                              : line.second);
+        }
+        log->Clear();
+        return out;
+    }
 
+    std::shared_ptr<qzetest::CapturedLines> log = qzetest::CaptureLog();
     std::shared_ptr<QZServiceManagerImpl> manager = std::make_shared<QZServiceManagerImpl>();
-    std::shared_ptr<qzetest::CapturedLines> log;
 };
 
 TEST_F(ServiceManagerImpl, RefusedRegistrationsLogTheirLineAndChangeNothing) {
     auto firstCalls = std::make_shared<int>(0);
     ASSERT_TRUE(manager->RegisterService(Record("Taken", "{first}", false, firstCalls)));
-    struct Row {
-        const char* what;
+    const struct {
         std::function<void(QZServiceRegisterInfo&)> change;
         const char* line;
-    };
-    const Row rows[] = {
-        {"empty class id", [](auto& r) { r.classId.clear(); },
+    } rows[] = {
+        {[](auto& r) { r.classId.clear(); },
          "impl - register failed, because of class id is empty"},
-        {"empty interface id", [](auto& r) { r.interfaceId.clear(); },
+        {[](auto& r) { r.interfaceId.clear(); },
          "impl - register failed, because of interface id is empty"},
-        {"empty name", [](auto& r) { r.serviceName.clear(); },
+        {[](auto& r) { r.serviceName.clear(); },
          "impl - register failed, because of service name is empty"},
         // The class id is tested first, then the interface id, then the name.
-        {"all empty", [](auto& r) { r = QZServiceRegisterInfo(); },
+        {[](auto& r) { r = QZServiceRegisterInfo(); },
          "impl - register failed, because of class id is empty"},
-        {"name taken", [](auto& r) { r.serviceName = "Taken"; },
+        {[](auto& r) { r.serviceName = "Taken"; },
          "impl - register failed, because of the service name (Taken) is registered"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
         QZServiceRegisterInfo info = Record("New", "{second}", true);
         row.change(info);
         EXPECT_FALSE(manager->RegisterService(info));
-        EXPECT_THAT(Take(*log), ElementsAre(row.line));
+        EXPECT_EQ(Take(), Lines{row.line});
         EXPECT_FALSE(manager->IsServiceRegistered("New"));
         EXPECT_FALSE(manager->IsClassRegistered("{second}"));
-        // "Taken" still serves its first record: a new object per call.
-        auto* a = static_cast<IEcho*>(manager->GetService("Taken"));
-        auto* b = static_cast<IEcho*>(manager->GetService("Taken"));
-        ASSERT_TRUE(a && b);
-        EXPECT_NE(a, b);
-        a->Release();
-        b->Release();
     }
-    EXPECT_EQ(*firstCalls, 2 * static_cast<int>(std::size(rows)));
+    // "Taken" still serves its first record.
+    auto* a = static_cast<IEcho*>(manager->GetService("Taken"));
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(a->Release(), 0u);
+    EXPECT_EQ(*firstCalls, 1);
 }
 
-TEST_F(ServiceManagerImpl, ASecondNameServesTheFirstRecordANewObjectEachTime) {
+TEST_F(ServiceManagerImpl, ASecondNameServesTheFirstRecordOfItsClass) {
     auto firstCalls = std::make_shared<int>(0);
     auto secondCalls = std::make_shared<int>(0);
     ASSERT_TRUE(manager->RegisterService(Record("One", "{c}", false, firstCalls)));
@@ -138,21 +126,17 @@ TEST_F(ServiceManagerImpl, ASecondNameServesTheFirstRecordANewObjectEachTime) {
 
     QZServiceRegisterInfo* stored = nullptr;
     ASSERT_TRUE(manager->GetServiceRegisterInfo("{c}", &stored));
-    EXPECT_EQ(stored->serviceName, "");  // the name is only a key
-    EXPECT_EQ(stored->classId, "{c}");
-    EXPECT_EQ(stored->interfaceId, IEcho::kId);
-    EXPECT_FALSE(stored->isSingleton);
+    EXPECT_EQ(stored->serviceName + "|" + stored->classId + "|" + stored->interfaceId,
+              std::string("|{c}|") + IEcho::kId);  // the name is only a key
     EXPECT_EQ(manager->GetServiceClassId("Two"), "{c}");
 
+    // Not a singleton: a new object per call, carrying the caller's reference only.
     auto* a = static_cast<IEcho*>(manager->GetService("Two"));
     auto* b = static_cast<IEcho*>(manager->GetService("Two"));
     ASSERT_TRUE(a && b);
-    EXPECT_NE(a, b);  // not a singleton: the first record decides
-    EXPECT_EQ(*firstCalls, 2);
-    EXPECT_EQ(*secondCalls, 0);
-    EXPECT_THAT(Take(*log), IsEmpty());
-    // Each new object carries the caller's reference only.
-    EXPECT_EQ(EchoService::live.load(), 2);
+    EXPECT_NE(a, b);
+    EXPECT_EQ(*firstCalls + 10 * *secondCalls, 2);
+    EXPECT_EQ(Take(), Lines{});
     EXPECT_EQ(a->Release(), 0u);
     EXPECT_EQ(b->Release(), 0u);
 }
@@ -162,69 +146,60 @@ TEST_F(ServiceManagerImpl, ASingletonIsMadeOnceAndEachPointerCarriesAReference) 
     ASSERT_TRUE(manager->RegisterService(Record("Echo", "{c}", true, calls)));
     auto* first = static_cast<IEcho*>(manager->GetService("Echo"));
     ASSERT_NE(first, nullptr);
-    EXPECT_THAT(Take(*log), ElementsAre("imp - class id:{c}, get singleton object failed, because "
-                                        "of object didn't founded"));
-    // The caller's reference and the table's.
-    EXPECT_EQ(Count(first), 2u);
-
-    auto* second = static_cast<IEcho*>(manager->GetService("Echo"));
-    EXPECT_EQ(second, first);
+    EXPECT_EQ(Take(), Lines{"imp - class id:{c}, get singleton object failed, because of object "
+                            "didn't founded"});
+    EXPECT_EQ(Count(first), 2u);  // the caller's and the table's
+    EXPECT_EQ(manager->GetService("Echo"), static_cast<void*>(first));
     EXPECT_EQ(Count(first), 3u);
     EXPECT_EQ(*calls, 1);
-    EXPECT_THAT(Take(*log), IsEmpty());
+    EXPECT_EQ(Take(), Lines{});
 
     by::IBaseUnknown* kept = nullptr;
     ASSERT_TRUE(manager->GetSingletonObject("{c}", &kept));
     EXPECT_EQ(kept, static_cast<by::IBaseUnknown*>(first));
     EXPECT_EQ(Count(first), 3u);  // borrowed
+    // The first object kept for an id stays.
+    EchoService* other = nullptr;
+    by::CComObject<EchoService>::CreateInstance(&other);
+    EXPECT_TRUE(manager->SetSingletonObject("{c}", static_cast<IEcho*>(other)));
+    EXPECT_EQ(Count(static_cast<IEcho*>(other)), 1u);
+    static_cast<IEcho*>(other)->Release();
 
     first->Release();
-    second->Release();
-    EXPECT_EQ(EchoService::live.load(), 1);  // the table's reference
+    first->Release();
+    EXPECT_EQ(EchoService::live.load(), 1);  // the table's, until TearDown
     EXPECT_EQ(first->Echo(1), 2);
-    // TearDown: the table's reference goes with the manager.
 }
 
 TEST_F(ServiceManagerImpl, FailingCreatorsGiveNullAndRunAgainNextTime) {
     const std::string notFound =
         "imp - class id:{c}, get singleton object failed, because of object didn't founded";
-    struct Row {
-        const char* what;
+    const struct {
         bool singleton;
         bool result;  // what the creator returns; it never stores a pointer
-        std::vector<std::string> lines;
-    };
-    const Row rows[] = {
-        {"plain, false",
-         false,
-         false,
-         {"impl - get service failed, because of construct service failed"}},
-        {"plain, true with null", false, true, {}},
-        {"singleton, false",
-         true,
+        Lines lines;
+    } rows[] = {
+        {false, false, {"impl - get service failed, because of construct service failed"}},
+        {false, true, {}},
+        {true,
          false,
          {notFound, "impl - get service failed(singleton), because of construct service failed"}},
-        {"singleton, true with null",
-         true,
+        {true,
          true,
          {notFound,
           "impl - class id:{c}, set singleton object failed, because of object pointer is "
           "nullptr"}},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::PrintToString(row.lines));
         QZServiceRegisterInfo info = Record("S", "{c}", row.singleton);
         int calls = 0;
-        const bool result = row.result;
-        info.creator = [&calls, result](void**) {
-            ++calls;
-            return result;
-        };
+        info.creator = [&calls, &row](void**) { return ++calls, row.result; };
         manager = std::make_shared<QZServiceManagerImpl>();
         ASSERT_TRUE(manager->RegisterService(info));
         for (int attempt = 0; attempt < 2; ++attempt) {
             EXPECT_EQ(manager->GetService("S"), nullptr);
-            EXPECT_EQ(Take(*log), row.lines);
+            EXPECT_EQ(Take(), row.lines);
         }
         EXPECT_EQ(calls, 2);
         by::IBaseUnknown* kept = nullptr;
@@ -233,35 +208,49 @@ TEST_F(ServiceManagerImpl, FailingCreatorsGiveNullAndRunAgainNextTime) {
     }
 }
 
-TEST_F(ServiceManagerImpl, AMalformedInterfaceIdFailsFromTheSecondRequestOn) {
-    // Wrong length parses to zero; hexadecimal that stops part way to a
-    // partial id. Neither is IEcho's.
-    for (const char* iid : {"{0F7C2A52}", "{0F7C2A52-1B7B-4E0C-9A57-5D3B1B6AZZZZ}"}) {
-        SCOPED_TRACE(iid);
-        manager = std::make_shared<QZServiceManagerImpl>();
-        QZServiceRegisterInfo info = Record("S", "{c}", true);
-        info.interfaceId = iid;
-        ASSERT_TRUE(manager->RegisterService(info));
-        auto* made = static_cast<IEcho*>(manager->GetService("S"));
-        ASSERT_NE(made, nullptr);  // the creator asks for IEcho itself
-        log->Clear();
-        EXPECT_EQ(manager->GetService("S"), nullptr);
-        EXPECT_THAT(Take(*log), ElementsAre("impl - get service failed(singleton), because of "
-                                            "query target service interface failed"));
-        EXPECT_EQ(Count(made), 2u);  // the failed query left the count alone
-        made->Release();
-    }
-}
-
 // Answers QueryInterface for nothing, not even the root.
 class Refusing : public by::IBaseUnknown {
 public:
     int count = 1;
-    int made = 0;
     by::Result QueryInterface(const by::GUID&, void**) override { return by::kNoInterface; }
     uint32_t AddRef() override { return static_cast<uint32_t>(++count); }
     uint32_t Release() override { return static_cast<uint32_t>(--count); }
 };
+
+TEST_F(ServiceManagerImpl, KeptSingletonsThatDoNotAnswerTheQuery) {
+    // Hexadecimal that stops part way parses to a partial id, not IEcho's:
+    // the creator asks for IEcho itself, the kept object is queried later.
+    QZServiceRegisterInfo info = Record("S", "{c}", true);
+    info.interfaceId = "{0F7C2A52-1B7B-4E0C-9A57-5D3B1B6AZZZZ}";
+    ASSERT_TRUE(manager->RegisterService(info));
+    auto* made = static_cast<IEcho*>(manager->GetService("S"));
+    ASSERT_NE(made, nullptr);
+    log->Clear();
+    EXPECT_EQ(manager->GetService("S"), nullptr);
+    EXPECT_EQ(Take(), Lines{"impl - get service failed(singleton), because of query target "
+                            "service interface failed"});
+    EXPECT_EQ(Count(made), 2u);  // the failed query left the count alone
+    made->Release();
+
+    // An object that refuses the root query is kept as a null entry, which
+    // a request treats as no object: the creator runs each time.
+    Refusing refusing;
+    int made2 = 0;
+    info = Record("R", "{r}", true);
+    info.creator = [&](void** out) {
+        ++made2;
+        *out = &refusing;
+        return true;
+    };
+    ASSERT_TRUE(manager->RegisterService(info));
+    EXPECT_EQ(manager->GetService("R"), &refusing);
+    EXPECT_EQ(manager->GetService("R"), &refusing);
+    EXPECT_EQ(made2, 2);
+    by::IBaseUnknown* kept = &refusing;
+    EXPECT_TRUE(manager->GetSingletonObject("{r}", &kept));
+    EXPECT_EQ(kept, nullptr);
+    EXPECT_EQ(refusing.count, 1);
+}
 
 TEST_F(ServiceManagerImpl, LookupsWithEmptyOrUnknownKeysLogAndFail) {
     ASSERT_TRUE(manager->RegisterService(Record("Known", "{c}", false)));
@@ -270,47 +259,35 @@ TEST_F(ServiceManagerImpl, LookupsWithEmptyOrUnknownKeysLogAndFail) {
     QZServiceRegisterInfo* info = &sentinel;
     Refusing dummy;
     by::IBaseUnknown* object = &dummy;
-    struct Row {
-        const char* what;
+    const struct {
         std::function<bool()> call;
-        std::vector<std::string> lines;
+        const char* line;
+    } rows[] = {
+        {[&] { return manager->GetService("") != nullptr; },
+         "impl - get service failed, because of service name is empty"},
+        {[&] { return manager->GetService("Other") != nullptr; },
+         "impl - get service failed, because of service is not registered"},
+        {[&] { return manager->IsServiceRegistered(""); },
+         "impl - query service is registered failed, because of service name is empty"},
+        {[&] { return manager->IsClassRegistered(""); },
+         "impl - query class is registered failed, because of class id is empty"},
+        {[&] { return !manager->GetServiceClassId("").empty(); },
+         "impl - get service class id failed, because of service name is empty"},
+        {[&] { return manager->GetServiceRegisterInfo("", &info); },
+         "impl - get service register info failed, because of class id is empty"},
+        {[&] { return manager->GetServiceRegisterInfo("{d}", &info) || info != nullptr; },
+         "impl - get service register info failed, because of class is not registered"},
+        {[&] { return manager->GetSingletonObject("", &object); },
+         "imp - get singleton object failed, because of class id is empty"},
+        {[&] { return manager->GetSingletonObject("{d}", &object) || object != nullptr; },
+         "imp - class id:{d}, get singleton object failed, because of object didn't founded"},
+        {[&] { return manager->SetSingletonObject("", reinterpret_cast<by::IBaseUnknown*>(1)); },
+         "impl - set singleton object failed, because of class id is empty"},
     };
-    const Row rows[] = {
-        {"get service, empty name",
-         [&] { return manager->GetService("") != nullptr; },
-         {"impl - get service failed, because of service name is empty"}},
-        {"get service, unknown name",
-         [&] { return manager->GetService("Other") != nullptr; },
-         {"impl - get service failed, because of service is not registered"}},
-        {"service registered, empty",
-         [&] { return manager->IsServiceRegistered(""); },
-         {"impl - query service is registered failed, because of service name is empty"}},
-        {"class registered, empty",
-         [&] { return manager->IsClassRegistered(""); },
-         {"impl - query class is registered failed, because of class id is empty"}},
-        {"class id, empty name",
-         [&] { return !manager->GetServiceClassId("").empty(); },
-         {"impl - get service class id failed, because of service name is empty"}},
-        {"register info, empty id",
-         [&] { return manager->GetServiceRegisterInfo("", &info); },
-         {"impl - get service register info failed, because of class id is empty"}},
-        {"register info, unknown id",
-         [&] { return manager->GetServiceRegisterInfo("{d}", &info) || info != nullptr; },
-         {"impl - get service register info failed, because of class is not registered"}},
-        {"singleton, empty id",
-         [&] { return manager->GetSingletonObject("", &object); },
-         {"imp - get singleton object failed, because of class id is empty"}},
-        {"singleton, unknown id",
-         [&] { return manager->GetSingletonObject("{d}", &object) || object != nullptr; },
-         {"imp - class id:{d}, get singleton object failed, because of object didn't founded"}},
-        {"set singleton, empty id",
-         [&] { return manager->SetSingletonObject("", reinterpret_cast<by::IBaseUnknown*>(1)); },
-         {"impl - set singleton object failed, because of class id is empty"}},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
         EXPECT_FALSE(row.call());
-        EXPECT_EQ(Take(*log), row.lines);
+        EXPECT_EQ(Take(), Lines{row.line});
     }
     EXPECT_TRUE(manager->IsServiceRegistered("Known"));
     EXPECT_FALSE(manager->IsServiceRegistered("Other"));
@@ -320,39 +297,6 @@ TEST_F(ServiceManagerImpl, LookupsWithEmptyOrUnknownKeysLogAndFail) {
     } catch (const std::out_of_range& e) {
         EXPECT_STREQ(e.what(), "invalid map<K, T> key");
     }
-}
-
-TEST_F(ServiceManagerImpl, TheFirstKeptObjectStaysAndARefusedRootQueryKeepsNone) {
-    EchoService* a = nullptr;
-    EchoService* b = nullptr;
-    ASSERT_EQ(by::CComObject<EchoService>::CreateInstance(&a), by::kOk);
-    ASSERT_EQ(by::CComObject<EchoService>::CreateInstance(&b), by::kOk);
-    EXPECT_TRUE(manager->SetSingletonObject("{c}", static_cast<IEcho*>(a)));
-    EXPECT_TRUE(manager->SetSingletonObject("{c}", static_cast<IEcho*>(b)));
-    EXPECT_EQ(Count(static_cast<IEcho*>(a)), 2u);
-    EXPECT_EQ(Count(static_cast<IEcho*>(b)), 1u);
-    by::IBaseUnknown* kept = nullptr;
-    EXPECT_TRUE(manager->GetSingletonObject("{c}", &kept));
-    EXPECT_EQ(kept, static_cast<by::IBaseUnknown*>(static_cast<IEcho*>(a)));
-    static_cast<IEcho*>(a)->Release();
-    static_cast<IEcho*>(b)->Release();
-
-    // An object that refuses the root query is kept as a null entry, which
-    // a request treats as no object: the creator runs each time.
-    Refusing refusing;
-    QZServiceRegisterInfo info = Record("R", "{r}", true);
-    info.creator = [&refusing](void** out) {
-        ++refusing.made;
-        *out = &refusing;
-        return true;
-    };
-    ASSERT_TRUE(manager->RegisterService(info));
-    EXPECT_EQ(manager->GetService("R"), &refusing);
-    EXPECT_EQ(manager->GetService("R"), &refusing);
-    EXPECT_EQ(refusing.made, 2);
-    EXPECT_TRUE(manager->GetSingletonObject("{r}", &kept));
-    EXPECT_EQ(kept, nullptr);
-    EXPECT_EQ(refusing.count, 1);
 }
 
 // The facade and InitSDK, on the process-wide instances. Names are unique
@@ -368,7 +312,6 @@ TEST(ServiceManagerFacade, HandsOutInterfacesAcrossInitSdkAndUnInitialize) {
     IEcho* echo = facade->GetService<IEcho>("Facade.Echo");
     ASSERT_NE(echo, nullptr);
     EXPECT_EQ(echo->Echo(41), 42);
-    EXPECT_EQ(facade->GetService<IEcho>("Facade.Echo"), echo);
     // The class does not answer the malformed id: its creator fails and
     // leaves nothing behind.
     EXPECT_EQ(facade->GetService<IEcho>("Facade.Bad"), nullptr);
@@ -377,25 +320,20 @@ TEST(ServiceManagerFacade, HandsOutInterfacesAcrossInitSdkAndUnInitialize) {
                               "impl - get service failed(singleton), because of construct service "
                               "failed"));
 
-    QZExtensionKit::InitSDK();
-    EXPECT_EQ(QZServiceManagerImpl::GetInstance(), impl);
-    EXPECT_EQ(facade->GetService<IEcho>("Facade.Echo"), echo);
-
     facade->UnInitialize();
     log->Clear();
     EXPECT_FALSE(facade->RegisterService<EchoService>("Facade.Other", "{f3}", IEcho::kId, false));
     EXPECT_EQ(facade->GetService<IEcho>("Facade.Echo"), nullptr);
-    EXPECT_THAT(log->lines, IsEmpty());  // an empty facade fails silently
+    EXPECT_TRUE(log->lines.empty());  // an empty facade fails silently
 
     QZExtensionKit::InitSDK();
     EXPECT_EQ(QZServiceManagerImpl::GetInstance(), impl);
     // The registration and the singleton made before are still there.
     EXPECT_EQ(facade->GetService<IEcho>("Facade.Echo"), echo);
     EXPECT_EQ(facade->GetService<IEcho>("Facade.Other"), nullptr);
-    EXPECT_EQ(Count(echo), 5u);  // four handed out, one in the table
-    for (int i = 0; i < 4; ++i) {
-        echo->Release();
-    }
+    EXPECT_EQ(Count(echo), 3u);  // two handed out, one in the table
+    echo->Release();
+    echo->Release();
 }
 
 // The facade holds its mutex across the creator, so two threads asking for

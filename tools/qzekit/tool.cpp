@@ -59,6 +59,8 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     app.footer("Run 'qzekit COMMAND --help' for a command's options and an example.");
     Session session{out, err};
     AddHashCommand(app, session);
+    AddInspectCommand(app, session);
+    AddLintCommand(app, session);
     AddSignCommand(app, session);
     AddVerifyCommand(app, session);
     AddConfigCommand(app, session);

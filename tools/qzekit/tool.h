@@ -35,6 +35,8 @@ std::string Utf8Path(const std::wstring& path);
 std::string JsonQuote(const std::string& text);
 
 void AddHashCommand(CLI::App& app, Session& session);
+void AddInspectCommand(CLI::App& app, Session& session);
+void AddLintCommand(CLI::App& app, Session& session);
 void AddSignCommand(CLI::App& app, Session& session);
 void AddVerifyCommand(CLI::App& app, Session& session);
 void AddConfigCommand(CLI::App& app, Session& session);

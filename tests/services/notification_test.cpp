@@ -1,0 +1,374 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/capture_logger.h"
+#include "kit/qzextensionkit.h"
+#include "services/notification_registrar.h"
+#include "services/notification_service.h"
+
+namespace qzextensionkit {
+
+// Slots of the list at (type, key), null ones included; -1 when absent.
+class QZNotificationServiceTestPeer {
+public:
+    static int Slots(const QZNotificationService* s, int type, unsigned int key) {
+        auto outer = s->lists_.find(type);
+        if (outer == s->lists_.end()) {
+            return -1;
+        }
+        auto inner = outer->second.find(key);
+        return inner == outer->second.end() ? -1 : static_cast<int>(inner->second->SlotCount());
+    }
+};
+
+namespace {
+
+using Calls = std::vector<std::string>;
+
+const int kDocA = 1;
+const int kDocB = 2;
+const Source<int> kA(&kDocA);
+const Source<int> kB(&kDocB);
+const QZNotificationSource kAll = IQZNotificationService::AllSources();
+
+// Appends its name to a shared call log, then runs its action.
+class Named : public QZNotificationObserver {
+public:
+    Named(std::string name, Calls* calls) : name(std::move(name)), calls(calls) {}
+    void Observe(int type, const QZNotificationSource& source,
+                 const QZNotificationParameters& params) override {
+        calls->push_back(name);
+        last = {static_cast<unsigned int>(type), source.map_key(), params.map_key()};
+        ++count;
+        if (action) {
+            action();
+        }
+    }
+    std::string name;
+    Calls* calls;
+    std::function<void()> action;
+    int count = 0;
+    std::vector<unsigned int> last;
+};
+
+// Observers by name, made on first use, and the service under test: a
+// fresh object, or with `global` the one InitSDK registers (which lives on
+// between tests, so those tests use event types of their own).
+class NotificationTest : public ::testing::Test {
+protected:
+    Named* Obs(const std::string& name) {
+        auto& slot = observers_[name];
+        if (!slot) {
+            slot = std::make_unique<Named>(name, &calls);
+        }
+        return slot.get();
+    }
+    void Reset() {
+        QZNotificationService* s = nullptr;
+        by::CComObject<QZNotificationService>::CreateInstance(&s);
+        service = by::ComPtr<QZNotificationService>::Adopt(s);
+        observers_.clear();
+    }
+    void Add(const char* name, int type, const QZNotificationSource& source) {
+        service->AddObserver(Obs(name), type, source);
+    }
+    void Remove(const char* name, int type, const QZNotificationSource& source) {
+        service->RemoveObserver(Obs(name), type, source);
+    }
+    void On7A(std::initializer_list<const char*> names) {
+        for (const char* name : names) {
+            Add(name, 7, kA);
+        }
+    }
+    int Slots(int type, const QZNotificationSource& source) {
+        return QZNotificationServiceTestPeer::Slots(service.Get(), type, source.map_key());
+    }
+    Calls Notify(int type, const QZNotificationSource& source, bool global = false) {
+        calls.clear();
+        IQZNotificationService* target = service.Get();
+        if (global) {
+            target = QZServiceManager::GetInstance()->GetService<IQZNotificationService>(
+                kNotificationServiceName);
+        }
+        target->Notify(type, source, IQZNotificationService::NoParams());
+        return calls;
+    }
+
+    Calls calls;
+    by::ComPtr<QZNotificationService> service;
+    std::map<std::string, std::unique_ptr<Named>> observers_;
+};
+
+TEST_F(NotificationTest, DispatchWalksTheFourListsInOrder) {
+    struct Reg {
+        const char* name;
+        int type;
+        const QZNotificationSource* source;
+    };
+    // One observer on each of the four lists an event of type 7 from A reaches.
+    const std::vector<Reg> four = {
+        {"7A", 7, &kA}, {"7all", 7, &kAll}, {"0A", 0, &kA}, {"0all", 0, &kAll}};
+    const struct {
+        std::vector<Reg> regs;
+        int type;
+        const QZNotificationSource* source;
+        Calls expected;
+    } cases[] = {
+        {four, 7, &kA, {"0all", "0A", "7all", "7A"}},
+        {four, 7, &kAll, {"0all", "7all"}},
+        {four, 0, &kA, {"0all", "0A", "0all", "0A"}},
+        {four, 0, &kAll, {"0all", "0all"}},
+        {four, 8, &kB, {"0all"}},
+        {{{"x", 7, &kA}, {"y", 7, &kA}, {"z", 7, &kA}}, 7, &kA, {"x", "y", "z"}},
+        // Once per list; a second add of the same triple changes nothing.
+        {{{"x", 7, &kA}, {"x", 0, &kA}, {"x", 7, &kB}, {"x", 7, &kA}}, 7, &kA, {"x", "x"}},
+        {{{nullptr, 7, &kA}}, 7, &kA, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.expected));
+        Reset();
+        for (const Reg& r : c.regs) {
+            service->AddObserver(r.name ? Obs(r.name) : nullptr, r.type, *r.source);
+        }
+        EXPECT_EQ(Notify(c.type, *c.source), c.expected);
+    }
+}
+
+TEST_F(NotificationTest, ObserversGetTheWholeEventAndRemovalsKeepTheTables) {
+    Reset();
+    const struct Info { int code; } info{42};
+    Add("x", 0, kAll);
+    service->Notify(9, kB, Params<Info>(&info));
+    EXPECT_EQ(Obs("x")->last,
+              (std::vector<unsigned int>{9, kB.map_key(), Params<Info>(&info).map_key()}));
+    EXPECT_EQ(ParamsAs<Info>(Params<Info>(&info)), &info);
+    EXPECT_EQ(QZNotificationParameters(), IQZNotificationService::NoParams());
+    EXPECT_EQ(SourceAs<void>(kAll), nullptr);
+    if (sizeof(void*) > 4) {
+        // One key, two sources: the accessor still tells them apart.
+        const auto low = reinterpret_cast<const int*>(std::uintptr_t{0x40});
+        const auto high = reinterpret_cast<const int*>((std::uintptr_t{1} << 32) | 0x40);
+        EXPECT_EQ(Source<int>(low).map_key(), Source<int>(high).map_key());
+        EXPECT_NE(Source<int>(low), Source<int>(high));
+        EXPECT_EQ(SourceAs<int>(Source<int>(high)), high);
+    }
+
+    // Unknown, null and absent removals leave the list; the last one drops it.
+    On7A({"a", "b"});
+    Remove("stranger", 7, kA);
+    service->RemoveObserver(nullptr, 7, kA);
+    Remove("a", 11, kB);
+    EXPECT_EQ(Notify(7, kA), (Calls{"x", "a", "b"}));
+    Remove("a", 7, kA);
+    EXPECT_EQ(Slots(7, kA), 1);
+    Remove("b", 7, kA);
+    EXPECT_EQ(Slots(7, kA), -1);
+}
+
+// What an observer may do from within Observe: each row sets up (7, A) and
+// checks two Notify(7, A) and the slots left between them.
+TEST_F(NotificationTest, WhatAnObserverMayDoDuringObserve) {
+    const struct {
+        const char* what;
+        std::function<void()> setUp;
+        Calls first;
+        Calls second;
+        int slotsAfter;
+    } cases[] = {
+        {"removes itself",
+         [this] {
+             Obs("a")->action = [this] { Remove("a", 7, kA); };
+             On7A({"a", "b", "c"});
+         },
+         {"a", "b", "c"},
+         {"b", "c"},
+         2},
+        {"removes one not yet reached",
+         [this] {
+             Obs("a")->action = [this] { Remove("c", 7, kA); };
+             On7A({"a", "b", "c"});
+         },
+         {"a", "b"},
+         {"a", "b"},
+         2},
+        {"adds to the same list: reached by this walk",
+         [this] {
+             Obs("a")->action = [this] { Add("d", 7, kA); };
+             On7A({"a", "b"});
+         },
+         {"a", "b", "d"},
+         {"a", "b", "d"},
+         3},
+        {"adds to a list an earlier step walked: reached from the next Notify",
+         [this] {
+             Obs("a")->action = [this] { Add("d", 0, kAll); };
+             On7A({"a"});
+         },
+         {"a"},
+         {"d", "a"},
+         1},
+        {"removes the last observer: an empty list stays",
+         [this] {
+             Obs("a")->action = [this] { Remove("a", 7, kA); };
+             On7A({"a"});
+         },
+         {"a"},
+         {},
+         0},
+        {"nested Notify on the same list: a removal inside is kept by the outer walk",
+         [this] {
+             Named* a = Obs("a");
+             a->action = [this, a] {
+                 if (a->count % 2 == 1) {
+                     service->Notify(7, kA, IQZNotificationService::NoParams());
+                 }
+             };
+             Obs("b")->action = [this] { Remove("b", 7, kA); };
+             On7A({"a", "b", "c"});
+         },
+         {"a", "a", "b", "c", "c"},
+         {"a", "a", "c", "c"},
+         2},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Reset();
+        c.setUp();
+        EXPECT_EQ(Notify(7, kA), c.first);
+        EXPECT_EQ(Slots(7, kA), c.slotsAfter);
+        EXPECT_EQ(Notify(7, kA), c.second);
+        // Removing a stranger drops a list left empty.
+        Remove("stranger", 7, kA);
+        EXPECT_EQ(Slots(7, kA), c.slotsAfter == 0 ? -1 : c.slotsAfter);
+    }
+}
+
+TEST(NotificationObserverListTest, ANonZeroModeStopsAWalkAtItsStartingSize) {
+    Calls calls;
+    Named a("a", &calls), late("late", &calls);
+    for (int mode : {0, 1}) {
+        calls.clear();
+        QZNotificationObserverList list(mode);
+        a.action = [&list, &late] { list.Add(&late); };
+        list.Add(&a);
+        list.Walk(1, kA, IQZNotificationService::NoParams());
+        EXPECT_EQ(calls, mode == 0 ? Calls({"a", "late"}) : Calls({"a"}));
+        EXPECT_EQ(list.SlotCount(), 2u);
+        EXPECT_EQ(list.NotifyDepth(), 0);
+    }
+}
+
+TEST_F(NotificationTest, InitSdkRegistersTheServiceOnceAndKeepsItsObservers) {
+    QZExtensionKit::InitSDK();
+    QZNotificationRegistrar registrar;
+    registrar.Add(Obs("x"), 501, kA);
+    auto log = qzetest::CaptureLog();
+    QZExtensionKit::InitSDK();
+    EXPECT_TRUE(log->Contains(
+        "[QZExtensionKit] service manager impl - register failed, because of the service name "
+        "(NotificationService) is registered"));
+    EXPECT_EQ(Notify(501, kA, true), Calls{"x"});
+}
+
+// Two registrars on the process-wide service, each row on a type of its own.
+TEST_F(NotificationTest, RegistrarRecordsAndTheServiceStayInStep) {
+    QZExtensionKit::InitSDK();
+    // Shares kLow's key on 64-bit systems only.
+    const Source<int> kLow(reinterpret_cast<const int*>(std::uintptr_t{0x40}));
+    const Source<int> kHigh(reinterpret_cast<const int*>(
+        (sizeof(void*) > 4 ? (std::uintptr_t{1} << (sizeof(void*) * 4)) : 0) | 0x40));
+    using R = QZNotificationRegistrar;
+    const struct {
+        const char* what;
+        std::function<void(R*, int)> ops;
+        const QZNotificationSource* notified;
+        Calls reached;
+        bool empty[2];
+    } cases[] = {
+        {"a second Add of the same triple changes nothing; one Remove ends it",
+         [&](R* r, int t) {
+             r[0].Add(Obs("x"), t, kA), r[0].Add(Obs("x"), t, kA), r[0].Remove(Obs("x"), t, kA);
+         },
+         &kA,
+         {},
+         {true, true}},
+        {"Remove through another registrar, or of a triple never added, does nothing",
+         [&](R* r, int t) {
+             r[0].Add(Obs("x"), t, kA), r[1].Remove(Obs("x"), t, kA);
+             r[0].Remove(Obs("x"), t, kB), r[0].Remove(Obs("y"), t, kA);
+         },
+         &kA,
+         {"x"},
+         {false, true}},
+        {"RemoveAll removes every record of its registrar only",
+         [&](R* r, int t) {
+             r[0].Add(Obs("x"), t, kA), r[0].Add(Obs("y"), t, kAll), r[0].Add(Obs("x"), t, kB);
+             r[1].Add(Obs("z"), t, kA), r[0].RemoveAll();
+         },
+         &kA,
+         {"z"},
+         {true, false}},
+        {"one triple in two registrars: the service holds it once",
+         [&](R* r, int t) {
+             r[0].Add(Obs("x"), t, kA), r[1].Add(Obs("x"), t, kA), r[0].Remove(Obs("x"), t, kA);
+         },
+         &kA,
+         {},
+         {true, false}},
+        {"RemoveAll finds a source by its key",
+         [&](R* r, int t) { r[0].Add(Obs("x"), t, kHigh), r[0].RemoveAll(); },
+         &kLow,
+         {},
+         {true, true}},
+    };
+    int type = 600;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        R registrars[2];
+        c.ops(registrars, ++type);
+        EXPECT_EQ(Notify(type, *c.notified, true), c.reached);
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(registrars[i].IsEmpty(), c.empty[i]) << i;
+            // An empty registrar holds nothing the service still has.
+            if (c.empty[i]) {
+                registrars[i].RemoveAll();
+            }
+        }
+        EXPECT_EQ(Notify(type, *c.notified, true), c.reached);
+    }
+
+    {
+        R registrar;
+        registrar.Add(Obs("x"), 701, kA);
+        registrar.Add(Obs("y"), 701, kAll);
+        ASSERT_EQ(Notify(701, kA, true), (Calls{"y", "x"}));
+    }
+    EXPECT_EQ(Notify(701, kA, true), Calls{}) << "a destroyed registrar removes its observers";
+}
+
+TEST_F(NotificationTest, WithoutAServiceOnlyTheRegistrarsRecordsChange) {
+    QZServiceManager::GetInstance()->UnInitialize();
+    {
+        QZNotificationRegistrar registrar;
+        registrar.Add(Obs("x"), 801, kA);
+        EXPECT_TRUE(registrar.IsRegistered(Obs("x"), 801, kA));
+        EXPECT_FALSE(registrar.IsRegistered(Obs("x"), 802, kA));
+        registrar.Remove(Obs("x"), 801, kA);
+        EXPECT_TRUE(registrar.IsEmpty());
+        registrar.Add(Obs("x"), 801, kA);
+        registrar.RemoveAll();
+        EXPECT_TRUE(registrar.IsEmpty());
+        registrar.Add(Obs("x"), 801, kA);
+    }
+    QZExtensionKit::InitSDK();
+    EXPECT_EQ(Notify(801, kA, true), Calls{});
+}
+
+}  // namespace
+}  // namespace qzextensionkit

@@ -1,0 +1,232 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/json/json_reader.h"
+#include "base/values.h"
+#include "bundle/support/bundle_dirs.h"
+#include "config/support/installation.h"
+#include "plugins/test_interfaces.h"
+#include "tools/support/run_tool.h"
+
+namespace qzetest {
+namespace {
+
+// A file for the bundle's "bin" folder: a copy of a built test plug-in, or
+// the bytes given.
+struct BinFile {
+    std::string name;
+    std::string plugin;
+    std::string bytes;
+};
+
+std::string Lib(const std::string& name) {
+    return name + kLibrarySuffix;
+}
+
+// The first bytes of a library for RISC-V, in this system's own format.
+std::string ForeignHeader() {
+#if defined(_WIN32)
+    std::string image(0x100, '\0');
+    image.replace(0, 2, "MZ");
+    image[0x3c] = '\x80';
+    image.replace(0x80, 4, std::string("PE\0\0", 4));
+    image[0x84] = '\x64';  // Machine 0x5064
+    image[0x85] = '\x50';
+#else
+    std::string image(64, '\0');
+    image.replace(0, 4,
+                  "\x7f"
+                  "ELF");
+    image[4] = 2;        // 64-bit
+    image[5] = 1;        // little-endian
+    image[6] = 1;        // version
+    image[16] = 3;       // shared object
+    image[18] = '\xf3';  // e_machine 243
+#endif
+    return image;
+}
+
+// One bundle "b" whose manifest names bin/main.<suffix> and `classId`, and a
+// config.json that switches "core" and one feature on.
+void WriteInstallation(const Installation& install, const std::vector<BinFile>& bin,
+                       const std::string& classId, const std::string& foundation = "") {
+    install.WriteMapping("{}");
+    install.WriteConfig(R"({"artifacts": ["b"], "modules": [{"id": "core", "configurations": [
+        {"key": "im_enable_burn_chat", "value": "true"}]}]})");
+    install.WriteManifest(
+        "b", R"({"id": "bundle.b", "version": "1.0.0", "foundationVersion": ")" + foundation +
+                 R"(", "mainEntry": "bin/)" + Lib("main") + R"(", "BundleClassId": ")" + classId +
+                 R"(", "extensionPoints": [{"id": "host.toolbar", "iid": "{IID-T}",
+                 "extensions": [{"id": "hello.button", "clsid": "{CLS-H}", "isSingleton": true}]}]})");
+    std::filesystem::create_directories(install.root() / "extensions" / "b" / "bin");
+    for (const BinFile& file : bin) {
+        auto target = install.root() / "extensions" / "b" / "bin" / file.name;
+        if (!file.plugin.empty()) {
+            std::filesystem::copy_file(BuiltPlugin(file.plugin), target);
+        } else {
+            install.Write("extensions/b/bin/" + file.name, file.bytes);
+        }
+    }
+}
+
+TEST(QzekitInspect, SaysWhyEachBundleDoesOrDoesNotLoad) {
+    const std::string unserved = "{0BADC1A5-0000-4000-8000-000000000001}";
+    struct Case {
+        const char* name;
+        std::vector<std::string> options;
+        std::vector<BinFile> bin;
+        std::string classId;
+        int status;
+        std::vector<std::string> expected;
+    } cases[] = {
+        {"good bundle",
+         {},
+         {{Lib("main"), "qzekit_plugin_bundle", ""}},
+         kBundleClass,
+         0,
+         {"Load: succeeded", "host.toolbar  iid {IID-T}",
+          "hello.button  clsid {CLS-H}  library bin/" + Lib("main") + "  singleton",
+          "foundation -: fits", std::string("loaded; entry object ") + kBundleClass + " is live",
+          "Modules on: core\n", "Features on: im_enable_burn_chat\n",
+          "  [QZExtensionKit] Bundle Loader - initialze bundle entry success\n"}},
+        {"library missing",
+         {},
+         {},
+         kBundleClass,
+         1,
+         {"FAILED: the library file does not exist", "library: ", Lib("main")}},
+        {"dependency missing",
+         {},
+         {{Lib("main"), "dep_bundle/qzekit_plugin_dependent", ""}},
+         kDependentClass,
+         1,
+         {"FAILED: a library it depends on is missing",
+          "system loader: ", "missing dependency: " + Lib("qzekit_plugin_dep_helper")}},
+        {"symbol missing from a dependency",
+         {},
+         {{Lib("main"), "qzekit_plugin_symbol_user", ""},
+          {Lib("qzekit_plugin_symbol_dep"), "symbol_short/qzekit_plugin_symbol_dep", ""}},
+         kBundleClass,
+         1,
+         {"FAILED: a function or symbol it needs is missing",
+          "missing symbol: ", "SymbolDepExtra"}},
+        {"export missing",
+         {},
+         {{Lib("main"), "qzekit_plugin_no_unregister_server", ""}},
+         kBundleClass,
+         1,
+         {"FAILED: the library lacks an export", "missing export: DllUnregisterServer\n"}},
+        {"text file",
+         {},
+         {{Lib("main"), "", "this is not a library\n"}},
+         kBundleClass,
+         1,
+         {"FAILED: the file is not a library"}},
+        {"class id not served",
+         {},
+         {{Lib("main"), "qzekit_plugin_bundle", ""}},
+         unserved,
+         1,
+         {"FAILED: the library does not serve the entry class id " + unserved,
+          "reports this as E_FAIL", "class id " + unserved + ": DllGetClassObject answered 0x"}},
+        {"another machine",
+         {},
+         {{Lib("main"), "", ForeignHeader()}},
+         kBundleClass,
+         1,
+         {"FAILED: the library is built for another machine", "built for RISC-V 64 (",
+          ", this host is "}},
+        {"file check on, no libFileMD5",
+         {"--lib-file-verify"},
+         {{Lib("main"), "qzekit_plugin_bundle", ""}},
+         kBundleClass,
+         1,
+         {"lib file verify on", "FAILED: the file check refused the library: its MD5 is ",
+          "manifest.json says libFileMD5 \"\""}},
+    };
+    for (const Case& c : cases) {
+        Installation install;
+        WriteInstallation(install, c.bin, c.classId);
+        std::vector<std::string> arguments{"inspect"};
+        arguments.insert(arguments.end(), c.options.begin(), c.options.end());
+        arguments.push_back(install.RootText());
+        ToolRun run = RunTool(arguments);
+        EXPECT_EQ(run.status, c.status) << c.name << "\n" << run.out << run.err;
+        for (const std::string& text : c.expected) {
+            EXPECT_NE(run.out.find(text), std::string::npos)
+                << c.name << ": no \"" << text << "\" in\n"
+                << run.out;
+        }
+    }
+}
+
+TEST(QzekitInspect, JsonSettingsAndUsage) {
+    Installation install;
+    WriteInstallation(install, {{Lib("main"), "qzekit_plugin_bundle", ""}}, kBundleClass, "2.0");
+    // The same configuration, encrypted with a key the tool reads from a file.
+    const std::string key = "0123456789abcdef0123456789ABCDEF";
+    std::string plain = R"({"artifacts": ["b"]})";
+    plain.resize((plain.size() + 15) / 16 * 16, ' ');
+    install.WriteConfig(EncryptForConfig(plain, key));
+    install.Write("key.txt", key + "\n");
+    const std::string keyFile = install.RootText() + "/key.txt";
+
+    ToolRun run = RunTool(
+        {"inspect", "--json", "--foundation", "1.5", "--key-file", keyFile, install.RootText()});
+    EXPECT_EQ(run.status, 0) << run.out << run.err;
+    std::unique_ptr<base::Value> root = base::JSONReader::Read(run.out.data(), run.out.size());
+    const base::DictionaryValue* document = nullptr;
+    ASSERT_TRUE(root && root->GetAsDictionary(&document)) << run.out;
+    const base::ListValue* bundles = nullptr;
+    const base::DictionaryValue* bundle = nullptr;
+    const base::ListValue* points = nullptr;
+    const base::ListValue* log = nullptr;
+    ASSERT_TRUE(document->GetList("bundles", &bundles) && bundles->GetDictionary(0, &bundle));
+    ASSERT_TRUE(document->GetList("extensionPoints", &points));
+    ASSERT_TRUE(document->GetList("log", &log));
+    bool loaded = false, fits = true, secKey = false;
+    std::string foundation;
+    EXPECT_TRUE(document->GetBoolean("loaded", &loaded) && loaded);
+    EXPECT_TRUE(document->GetBoolean("settings.secKey", &secKey) && secKey);
+    EXPECT_TRUE(document->GetString("settings.foundationVersion", &foundation));
+    EXPECT_EQ(foundation, "1.5");
+    // The bundle wants foundation 2.0: it loads, but nothing of it is in force.
+    EXPECT_TRUE(bundle->GetBoolean("loaded", &loaded) && loaded);
+    EXPECT_TRUE(bundle->GetBoolean("foundationFits", &fits));
+    EXPECT_FALSE(fits);
+    EXPECT_EQ(points->GetSize(), 0u);
+    EXPECT_GT(log->GetSize(), 0u);
+
+    struct Usage {
+        std::vector<std::string> arguments;
+        int status;
+        std::string error;
+    } usages[] = {
+        {{"inspect"}, 2, "HOST_DIR"},
+        {{"inspect", install.RootText() + "/none"}, 1, "qzekit inspect: no such folder"},
+        {{"inspect", "--key-file", install.RootText() + "/extensions/config.json",
+          install.RootText()},
+         2,
+         "qzekit inspect: the key file must hold the 32-byte sec key"},
+    };
+    for (const Usage& usage : usages) {
+        ToolRun failed = RunTool(usage.arguments);
+        EXPECT_EQ(failed.status, usage.status) << ::testing::PrintToString(usage.arguments);
+        EXPECT_NE(failed.err.find(usage.error), std::string::npos) << failed.err;
+    }
+    EXPECT_NE(RunTool({"inspect", "--help"}).out.find("Example:"), std::string::npos);
+    // A folder that is no installation: the kit's log says only that the load
+    // failed.
+    ToolRun bare = RunTool({"inspect", install.RootText() + "/extensions"});
+    EXPECT_EQ(bare.status, 1);
+    EXPECT_NE(bare.out.find("Load: failed: extension_adapter_mapping.json is missing"),
+              std::string::npos)
+        << bare.out;
+}
+
+}  // namespace
+}  // namespace qzetest
