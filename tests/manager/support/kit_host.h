@@ -74,6 +74,11 @@ inline std::string SeenField(void* object, const std::string& name) {
     return seen.substr(at, seen.find(';', at) - at);
 }
 
+// Gives back a reference on an object the kit handed out as `object`.
+inline void ReleaseObject(void* object) {
+    static_cast<by::IBaseUnknown*>(object)->Release();
+}
+
 // The count of references on an object, read by taking one and giving it back.
 inline uint32_t RefCount(by::IBaseUnknown* object) {
     object->AddRef();
