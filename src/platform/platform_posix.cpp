@@ -154,6 +154,59 @@ std::vector<std::string> NeededLibraries(const std::string& path) {
 // The loader's text of the last failure on this thread, for LoaderMessage.
 thread_local std::string t_loaderMessage;
 
+// True unless the file is an ELF image whose program headers or loaded
+// segments reach past its end. glibc maps such a file all the same, and the
+// first touch of a page past the end kills the process with SIGBUS; Windows
+// refuses a truncated image, and so must this loader. Anything that isn't
+// ELF is left to dlopen, which names its fault.
+template <typename Ehdr, typename Phdr>
+bool SegmentsWithin(int fd, uint64_t size) {
+    Ehdr eh;
+    if (::pread(fd, &eh, sizeof eh, 0) != static_cast<ssize_t>(sizeof eh)) {
+        return false;
+    }
+    if (eh.e_phnum == 0) {
+        return true;
+    }
+    if (eh.e_phentsize != sizeof(Phdr) || eh.e_phoff > size ||
+        static_cast<uint64_t>(eh.e_phnum) * sizeof(Phdr) > size - eh.e_phoff) {
+        return false;
+    }
+    for (uint64_t i = 0; i < eh.e_phnum; ++i) {
+        Phdr ph;
+        const off_t at = static_cast<off_t>(eh.e_phoff + i * sizeof(Phdr));
+        if (::pread(fd, &ph, sizeof ph, at) != static_cast<ssize_t>(sizeof ph)) {
+            return false;
+        }
+        if (ph.p_type == PT_LOAD && (ph.p_offset > size || ph.p_filesz > size - ph.p_offset)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool WholeImage(const std::string& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return true;
+    }
+    bool whole = true;
+    struct stat st;
+    unsigned char ident[EI_NIDENT];
+    if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
+        ::pread(fd, ident, sizeof ident, 0) == static_cast<ssize_t>(sizeof ident) &&
+        std::memcmp(ident, ELFMAG, SELFMAG) == 0) {
+        const uint64_t size = static_cast<uint64_t>(st.st_size);
+        if (ident[EI_CLASS] == ELFCLASS64) {
+            whole = SegmentsWithin<Elf64_Ehdr, Elf64_Phdr>(fd, size);
+        } else if (ident[EI_CLASS] == ELFCLASS32) {
+            whole = SegmentsWithin<Elf32_Ehdr, Elf32_Phdr>(fd, size);
+        }
+    }
+    ::close(fd);
+    return whole;
+}
+
 // dlerror's text in the C locale. glibc translates the message and the errno
 // text when dlerror runs, so a host that set its own locale would otherwise
 // get words this file can't read.
@@ -242,7 +295,9 @@ void PreloadFromDirectory(const std::string& library, const std::string& directo
             continue;
         }
         PreloadFromDirectory(candidate, directory, held, failures, depth + 1);
-        if (void* h = ::dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+        if (!WholeImage(candidate)) {
+            failures->push_back({name, candidate, candidate + ": file too short"});
+        } else if (void* h = ::dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL)) {
             held->push_back(h);
         } else {
             failures->push_back({name, candidate, DlErrorText()});
@@ -261,6 +316,11 @@ LibraryHandle OpenLibrary(const wchar_t* path) {
         return nullptr;
     }
     std::string file = ToSystemPath(path);
+    if (!WholeImage(file)) {
+        SetLastErrorCode(kErrorBadExeFormat);
+        t_loaderMessage = file + ": file too short";
+        return nullptr;
+    }
     std::wstring extra;
     {
         std::lock_guard<std::mutex> hold(DirectoryMutex());

@@ -42,10 +42,15 @@ std::atomic<bool> g_release{false};
 
 TEST(Singleton, RacingThreadsGetOneObjectAndTheLosersWait) {
     const int before = Counted::built;
-    std::thread checker([] {
+    std::thread checker([before] {
         // The builder holds the marker until released: the others must wait.
+        // Waits for the marker first, as threads start late under valgrind.
+        while (g_word.load() != 1u) {
+            std::this_thread::yield();
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         EXPECT_EQ(g_word.load(), 1u);
+        EXPECT_EQ(Counted::built - before, 0);
         g_release = true;
     });
     auto seen = OnThreads<Counted*>(8, [] {

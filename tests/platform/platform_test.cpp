@@ -326,6 +326,16 @@ const OpenFailure kOpenFailures[] = {
     {"ElfForAnotherMachine",
      [](const TempDir& d) { return d.Write("elf.so", ElfHeader(sizeof(void*) == 8 ? 2 : 1, 43)); },
      kBadExeFormat, nullptr},
+    // Cut inside its loaded segments, a library would still be mapped by
+    // glibc and end the process on the first touch past the end.
+    {"TruncatedLibrary",
+     [](const TempDir& d) {
+         fs::path copy = d.path() / ("cut" + std::string(kLibrarySuffix));
+         fs::copy_file(Library(TestPlugins(), "qzekit_plugin_complete"), copy);
+         fs::resize_file(copy, 1024);
+         return copy;
+     },
+     kBadExeFormat, nullptr},
     {"DependencyMissing",
      [](const TempDir&) {
          return Library(TestPlugins() / "dep_bundle", "qzekit_plugin_dependent");

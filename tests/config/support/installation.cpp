@@ -14,10 +14,13 @@
 
 namespace qzetest {
 
-Installation::Installation() {
-    root_ = std::filesystem::temp_directory_path() / ("qzekit-config-" + base::GenerateGUID());
+Installation::Installation(const std::string& namePart) {
+    root_ = std::filesystem::temp_directory_path() /
+            std::filesystem::u8path("qzekit-" + namePart + "-" + base::GenerateGUID());
     std::filesystem::create_directories(root_);
-    qzextensionkit::platform::testing::SetExecutablePathOverride((root_ / "host.exe").wstring());
+    // Through UTF-8: the C locale can't widen a non-ASCII name.
+    qzextensionkit::platform::testing::SetExecutablePathOverride(
+        base::UTF8ToWide((root_ / "host.exe").u8string()));
 }
 
 Installation::~Installation() {

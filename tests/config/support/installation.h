@@ -15,17 +15,18 @@
 namespace qzetest {
 
 // A host installation in a fresh temporary folder: the kit sees it as the
-// directory of the running executable. Removed again when destroyed.
+// directory of the running executable. Removed again when destroyed. The
+// folder's name holds `namePart`, UTF-8.
 class Installation {
 public:
-    Installation();
+    explicit Installation(const std::string& namePart = "config");
     ~Installation();
     Installation(const Installation&) = delete;
     Installation& operator=(const Installation&) = delete;
 
     const std::filesystem::path& root() const { return root_; }
     // The executable's directory as the kit's paths begin it.
-    std::string RootText() const { return base::WideToUTF8(root_.wstring()); }
+    std::string RootText() const { return root_.u8string(); }
     // Writes `bytes` to a file below the root, creating folders on the way.
     void Write(const std::string& relative, const std::string& bytes) const;
     void WriteMapping(const std::string& json) const {

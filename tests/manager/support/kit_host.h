@@ -63,6 +63,22 @@ inline ITestExtensionProbe* Probe(void* object) {
     return static_cast<ITestExtensionProbe*>(object);
 }
 
+// One "name=value" field of what a probe object saw; "?" when it has none.
+inline std::string SeenField(void* object, const std::string& name) {
+    const std::string seen = ";" + std::string(Probe(object)->Seen());
+    size_t at = seen.find(";" + name + "=");
+    if (at == std::string::npos) {
+        return "?";
+    }
+    at += name.size() + 2;
+    return seen.substr(at, seen.find(';', at) - at);
+}
+
+// Gives back a reference on an object the kit handed out as `object`.
+inline void ReleaseObject(void* object) {
+    static_cast<by::IBaseUnknown*>(object)->Release();
+}
+
 // The count of references on an object, read by taking one and giving it back.
 inline uint32_t RefCount(by::IBaseUnknown* object) {
     object->AddRef();

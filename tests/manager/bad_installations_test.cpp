@@ -1,0 +1,293 @@
+// Broken installations, each with a bad part beside a good bundle built on
+// the real extension test library. Loading must not crash, the good
+// bundle's extension must still be served and the bad one's never, and the
+// log must hold the lines that name what was passed over. The small cases
+// are data under tests/data/bad_installations; the huge ones are made here.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kit/configuration_manager.h"
+#include "manager/support/kit_host.h"
+
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
+namespace qzetest {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kGoodPoint[] = "good.point";
+constexpr char kMissingLibrary[] = "bin/missing.dll";
+
+// What a case expects, from its expect.txt: "artifacts <folders...>" for
+// config.json (default "bad good"; a case may bring its own config.json),
+// "load false" when the load as a whole fails, and "log <text>" for each
+// text that some log line must hold, "{root}" standing for the root.
+struct Expectation {
+    std::vector<std::string> artifacts{"bad", "good"};
+    bool loads = true;
+    std::vector<std::string> lines;
+};
+
+Expectation ReadExpectation(const fs::path& file) {
+    Expectation expect;
+    std::ifstream in(file);
+    std::string line;
+    while (std::getline(in, line)) {
+        std::istringstream words(line);
+        std::string word;
+        words >> word;
+        if (word == "artifacts") {
+            expect.artifacts.clear();
+            while (words >> word) {
+                expect.artifacts.push_back(word);
+            }
+        } else if (word == "load") {
+            expect.loads = !(words >> word && word == "false");
+        } else if (word == "log") {
+            expect.lines.push_back(line.substr(4));
+        }
+    }
+    return expect;
+}
+
+// Under Wine, making and removing files is slow enough that 10,000 bundles
+// take minutes; on Windows itself and elsewhere they run.
+bool UnderWine() {
+#if defined(_WIN32)
+    HMODULE ntdll = GetModuleHandleA("ntdll.dll");
+    return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+#else
+    return false;
+#endif
+}
+
+std::string BadManifest(const std::string& id, const std::string& mainEntry,
+                        const std::string& point = "bad.point", const std::vector<Ext>& more = {}) {
+    std::vector<Ext> exts{{"bad.ext", kProbeClass}};
+    exts.insert(exts.end(), more.begin(), more.end());
+    return R"({"id": ")" + id + R"(", "mainEntry": ")" + mainEntry + R"(", "extensionPoints": [)" +
+           Point(point, kProbeIid, exts) + "]}";
+}
+
+class BadInstallationsTest : public ::testing::Test {
+protected:
+    void SetUp() override { qzextensionkit::QZExtensionKit::InitSDK(); }
+    void TearDown() override { kit()->Unload(); }
+
+    static qzextensionkit::QZExtensionManager* kit() {
+        return qzextensionkit::QZExtensionManager::GetInstance();
+    }
+
+    // The good bundle, its library under `library` (UTF-8, relative to the
+    // bundle's root).
+    static void AddGoodBundle(const Installation& install, const std::string& folder = "good",
+                              const std::string& library = kExtensionLibrary) {
+        install.WriteManifest(
+            folder, R"({"id": "good", "mainEntry": ")" + library + R"(", "extensionPoints": [)" +
+                        Point(kGoodPoint, kProbeIid, {{"good.ext", kProbeClass}}) + "]}");
+        const fs::path target = install.root() / "extensions" / folder / fs::u8path(library);
+        fs::create_directories(target.parent_path());
+        fs::copy_file(BuiltPlugin("qzekit_plugin_extension"), target);
+    }
+
+    // Writes what the case left out, loads, checks the outcome and runs
+    // `more` before the unload. Returns the log's lines.
+    static std::vector<std::string> LoadAndCheck(const Installation& install,
+                                                 const Expectation& expect,
+                                                 const std::function<void()>& more = {}) {
+        std::shared_ptr<CapturedLines> log = CaptureLog();
+        if (!fs::exists(install.root() / "extension_adapter_mapping.json")) {
+            install.WriteMapping("{}");
+        }
+        if (!fs::exists(install.root() / "extensions" / "config.json")) {
+            std::vector<std::string> escaped = expect.artifacts;
+            for (std::string& text : escaped) {
+                for (size_t at = 0; (at = text.find('\\', at)) != std::string::npos; at += 2) {
+                    text.insert(at, "\\");
+                }
+            }
+            install.WriteConfig(ConfigWithArtifacts(escaped));
+        }
+        EXPECT_EQ(kit()->Load(), expect.loads);
+        void* good = nullptr;
+        EXPECT_EQ(kit()->GetExtension(kGoodPoint, &good), expect.loads);
+        if (good != nullptr) {
+            EXPECT_EQ(SeenField(good, "ext"), "good.ext");
+            ReleaseObject(good);
+        }
+        void* bad = nullptr;
+        EXPECT_FALSE(kit()->GetExtensionById("bad.ext", &bad));
+        EXPECT_EQ(bad, nullptr);
+
+        std::vector<std::string> lines = log->Texts();
+        for (std::string wanted : expect.lines) {
+            const std::string root = "{root}";
+            const size_t at = wanted.find(root);
+            if (at != std::string::npos) {
+                wanted.replace(at, root.size(), install.RootText());
+            }
+            EXPECT_TRUE(std::any_of(
+                lines.begin(), lines.end(),
+                [&](const std::string& line) { return line.find(wanted) != std::string::npos; }))
+                << "no log line holds: " << wanted;
+        }
+        if (more) {
+            more();
+        }
+        kit()->Unload();
+        return lines;
+    }
+};
+
+TEST_F(BadInstallationsTest, EveryCaseOfTheCorpusLoadsAroundItsBadPart) {
+    std::vector<fs::path> cases;
+    for (const auto& entry :
+         fs::directory_iterator(fs::path(QZEKIT_TEST_DATA_DIR) / "bad_installations")) {
+        cases.push_back(entry.path());
+    }
+    std::sort(cases.begin(), cases.end());
+    ASSERT_GE(cases.size(), 10u);
+    for (const fs::path& dir : cases) {
+        SCOPED_TRACE(dir.filename().string());
+        Installation install;
+        fs::copy(dir, install.root(), fs::copy_options::recursive);
+        fs::remove(install.root() / "expect.txt");
+        AddGoodBundle(install);
+        LoadAndCheck(install, ReadExpectation(dir / "expect.txt"));
+    }
+}
+
+// Cases whose data is better made than stored: built libraries, deep
+// nesting, long and non-ASCII paths.
+TEST_F(BadInstallationsTest, MadeCasesLoadAroundTheirBadPart) {
+    const std::string library = "bin/plugin.dll";
+    const std::string deep = "deep\\" + std::string(150, 'd') + "\\" + std::string(150, 'e') +
+                             "\\" + std::string(150, 'f') + "\\" + std::string(150, 'g') + "\\bad";
+    struct Row {
+        const char* name;
+        std::string rootName;
+        std::function<void(const Installation&, Expectation&)> make;
+    } const rows[] = {
+        {"truncated library", "config",
+         [&](const Installation& install, Expectation& expect) {
+             install.WriteManifest("bad", BadManifest("bad", library));
+             const fs::path file = install.root() / "extensions" / "bad" / library;
+             fs::create_directories(file.parent_path());
+             fs::copy_file(BuiltPlugin("qzekit_plugin_extension"), file);
+             fs::resize_file(file, 1024);
+             expect.lines = {"Bundle Loader - load bundle failed, because of load com failed"};
+         }},
+        {"deeply nested manifest", "config",
+         [](const Installation& install, Expectation&) {
+             install.WriteManifest("bad", std::string(100000, '['));
+             install.WriteManifest("bad2", std::string(50000, '{') + R"("id": "x")");
+             install.WriteConfig(ConfigWithArtifacts({"bad", "bad2", "good"}));
+         }},
+        // A folder name longer than any system allows, and a path of over
+        // 600 characters, which Linux allows and Windows may refuse to make.
+        {"very long paths", "config",
+         [&](const Installation& install, Expectation& expect) {
+             std::string nested = deep;
+             std::replace(nested.begin(), nested.end(), '\\', '/');
+             const fs::path folder = install.root() / "extensions" / nested;
+             std::error_code error;
+             fs::create_directories(folder / "bin", error);
+             if (!error) {
+                 std::ofstream(folder / "manifest.json") << BadManifest("bad", library);
+                 std::ofstream(folder / library) << "not a library";
+                 expect.lines = {"Bundle Loader - key:{root}\\extensions\\" + deep + "\\" +
+                                 library};
+             }
+             expect.artifacts = {std::string(300, 'n'), deep, "good"};
+         }},
+        // The root and a library name in other scripts load; a folder named
+        // in config.json by UTF-8 bytes is not found, as the artifact text is
+        // widened byte by byte.
+        {"non-ASCII paths", "Gr\xC3\xBC\xC3\x9F\x65-\xE6\x97\xA5\xE6\x9C\xAC",
+         [](const Installation& install, Expectation&) {
+             install.Remove("extensions/good");
+             AddGoodBundle(install, "good", "bin/biblioth\xC3\xA8que-\xE6\x97\xA5.lib");
+             const std::string folder = "b\xC3\xBCndel";
+             install.WriteManifest(folder, BadManifest("bad", kExtensionLibrary));
+             fs::create_directories(install.root() / "extensions" / fs::u8path(folder) / "bin");
+             fs::copy_file(BuiltPlugin("qzekit_plugin_extension"),
+                           install.root() / "extensions" / fs::u8path(folder) / kExtensionLibrary);
+             install.WriteConfig(ConfigWithArtifacts({folder, "good"}));
+         }},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Installation install(row.rootName);
+        AddGoodBundle(install);
+        Expectation expect;
+        row.make(install, expect);
+        LoadAndCheck(install, expect);
+    }
+}
+
+// The two huge cases: a 50 MB manifest, and 10,000 bundles. The bad
+// bundles' library is missing, so their records are all read and none built.
+TEST_F(BadInstallationsTest, HugeManifestIsReadWhole) {
+    constexpr size_t kManifestBytes = 50u << 20;
+    const std::string filler(400, 'x');
+    auto config = qzextensionkit::QZEConfigurationManager::GetInstance();
+    {
+        Installation install;
+        AddGoodBundle(install);
+        std::vector<Ext> exts;
+        for (size_t bytes = 0; bytes < kManifestBytes; bytes += filler.size() + 90) {
+            exts.emplace_back("huge." + std::to_string(exts.size()), kProbeClass, false,
+                              R"("payloads": {"filler": ")" + filler + "\"}");
+        }
+        const std::string manifest = BadManifest("bad", kMissingLibrary, "huge.point", exts);
+        ASSERT_GE(manifest.size(), kManifestBytes);
+        install.WriteManifest("bad", manifest);
+        Expectation expect;
+        expect.lines = {"load bundle failed, because of library file path not exist or empty"};
+        LoadAndCheck(install, expect, [&] {
+            std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
+            ASSERT_TRUE(config->GetExtensionInfosByExntensionPointID("huge.point", records));
+            EXPECT_EQ(records.size(), exts.size() + 1);
+        });
+    }
+}
+
+TEST_F(BadInstallationsTest, HugeCountOfBundlesIsReadWhole) {
+    if (UnderWine()) {
+        GTEST_SKIP() << "10,000 bundle folders take about 150 s under Wine, all of it in "
+                        "making and removing files";
+    }
+    constexpr int kBundles = 10000;
+    {
+        Installation install;
+        AddGoodBundle(install);
+        Expectation expect;
+        expect.artifacts.clear();
+        for (int i = 0; i < kBundles; ++i) {
+            const std::string folder = "b" + std::to_string(i);
+            install.WriteManifest(folder, BadManifest("many", kMissingLibrary, "many." + folder));
+            expect.artifacts.push_back(folder);
+        }
+        expect.artifacts.push_back("good");
+        const std::vector<std::string> lines = LoadAndCheck(install, expect);
+        const long failed = std::count(
+            lines.begin(), lines.end(),
+            "[QZExtensionKit] Bundle Loader - load bundle failed, because of library file path not "
+            "exist or empty");
+        EXPECT_EQ(failed, kBundles);
+    }
+}
+
+}  // namespace
+}  // namespace qzetest

@@ -1,0 +1,420 @@
+// Many host threads on one loaded kit while remote configuration is merged
+// on other threads. The host keeps the rules for the unlocked operations:
+// GetExtensionById walks the records without the configuration lock, so it
+// never runs beside a merge; everything else runs freely. Built to run under
+// ThreadSanitizer in seconds.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <shared_mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "component/object_container.h"
+#include "config/module_codes.h"
+#include "config/support/remote_sample.h"
+#include "kit/configuration_manager.h"
+#include "kit/service_manager.h"
+#include "manager/support/kit_host.h"
+#include "services/notification_service.h"
+
+namespace qzetest {
+namespace {
+
+// Request threads per kind of request (seven kinds), and the requests each
+// makes. Each thread keeps to one kind, so that no other call of its own
+// orders it after a merge and hides a missing lock.
+constexpr int kThreadsPerKind = 2;
+constexpr int kRequestsPerThread = 150;
+// Fetches go on until every request thread is done, and at least this many.
+constexpr int kMinFetchRounds = 60;
+// Every fifth fetch fails, every fourth round also loads the cached data.
+constexpr int kFailEvery = 5;
+constexpr int kCachedLoadEvery = 4;
+// Threads that race for one singleton of the object container, and rounds.
+constexpr int kRacers = 8;
+constexpr int kRaceRounds = 25;
+
+const char kTitles[][2] = {"A", "B"};
+constexpr char kHostSingletonClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1F02}";
+constexpr char kH5Url[] = "https://h5.example.com/appName_web.app/index.html";
+
+bool IsTitle(const std::string& title) {
+    return title == kTitles[0] || title == kTitles[1];
+}
+
+// One pointer per object, whichever interface the kit handed out.
+by::IBaseUnknown* Identity(void* object) {
+    void* base = nullptr;
+    static_cast<by::IBaseUnknown*>(object)->QueryInterface(by::ParseGuid(kBaseExtensionIid, true),
+                                                           &base);
+    if (base == nullptr) {
+        return nullptr;
+    }
+    ReleaseObject(base);
+    return static_cast<qzextensionkit::IQZBaseExtension*>(base);
+}
+
+// A host's data source on a network thread of its own: FetchConfig queues
+// the completions and Deliver answers them one at a time. Each success
+// turns to the other round of data first.
+class StressSource : public qzextensionkit::IQZERemoteConfigDataSource {
+public:
+    explicit StressSource(std::shared_mutex& hostRules) : hostRules_(hostRules) {}
+
+    void FetchConfig(const std::function<void()>& onSuccess,
+                     const std::function<void(const std::string&)>& onFailure) override {
+        std::lock_guard<std::mutex> hold(mutex_);
+        pending_.push_back({onSuccess, onFailure});
+        changed_.notify_all();
+    }
+    // Called by the kit under its lock, on the thread that merges.
+    void GetConfig(RemoteExtensions& extensions, RemoteAuthInfos& authInfos) override {
+        const std::string tag = kTitles[round_.load() % 2];
+        extensions.clear();
+        for (const char* id : {"t1", "t2"}) {
+            extensions["remote.tools"].push_back(
+                RemoteRecord(id, "remote.tools", {{"title", tag}}));
+        }
+        extensions["web.panel"].push_back(RemoteRecord("w1", "web.panel", {{"title", tag}}));
+        authInfos = {RemoteAuth("", "tools", "n" + tag),
+                     RemoteAuth("https://h5.example.com", "web.app", "k" + tag)};
+    }
+    bool HasFetchedConfig() override { return true; }
+    bool HasCachedConfig() override { return true; }
+
+    // Answers queued fetches until `stop` is set and nothing is queued.
+    void Deliver(const std::atomic<bool>& stop) {
+        for (int n = 1;; ++n) {
+            Pending next;
+            {
+                std::unique_lock<std::mutex> hold(mutex_);
+                changed_.wait(hold, [&] { return !pending_.empty() || stop.load(); });
+                if (pending_.empty()) {
+                    return;
+                }
+                next = std::move(pending_.front());
+                pending_.pop_front();
+            }
+            if (n % kFailEvery == 0) {
+                next.failure("offline");
+                continue;
+            }
+            // The success merges: no unlocked walk may run meanwhile.
+            std::unique_lock<std::shared_mutex> exclusive(hostRules_);
+            ++round_;
+            next.success();
+        }
+    }
+    void Wake() {
+        std::lock_guard<std::mutex> hold(mutex_);
+        changed_.notify_all();
+    }
+    int round() const { return round_.load(); }
+
+private:
+    struct Pending {
+        std::function<void()> success;
+        std::function<void(const std::string&)> failure;
+    };
+    std::shared_mutex& hostRules_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Pending> pending_;
+    std::atomic<int> round_{0};
+};
+
+class CountingLogger : public qzextensionkit::IQZELogger {
+public:
+    explicit CountingLogger(std::atomic<long>* lines) : lines_(lines) {}
+    void Log(int, std::string) override { lines_->fetch_add(1, std::memory_order_relaxed); }
+
+private:
+    std::atomic<long>* lines_;
+};
+
+class ConcurrencyTest : public KitHost {
+protected:
+    static qzextensionkit::QZEConfigurationManager* config() {
+        return qzextensionkit::QZEConfigurationManager::GetInstance();
+    }
+    static qzextensionkit::QZServiceManager* services() {
+        return qzextensionkit::QZServiceManager::GetInstance();
+    }
+
+    // Native tools whose records the remote data takes over, the adapter
+    // bundle that hosts the web records, and a singleton nobody remote touches.
+    bool LoadStressInstallation() {
+        AddBundle("tools", Point("stress.tools", kProbeIid,
+                                 {{"t1", kProbeClass, false, R"("payloads": {"title": "local"})"},
+                                  {"t2", kProbeClass}}));
+        AddBundle("extension_adapter", Point("stress.panel", kProbeIid, {}));
+        // The host's own singleton class: the library's would outlive this
+        // test in the container and meet later tests of this program.
+        AddBundle("single", Point("stress.single", kProbeIid, {{"s1", kHostSingletonClass, true}}),
+                  "", nullptr);
+        kit()->RegisterExtension([](const std::string& iid, const std::string&,
+                                    void** out) { return HostProbe(iid, out); },
+                                 kHostSingletonClass, true);
+        install.WriteMapping(
+            std::string(R"({"remote": {"tools": {"extensionPointId": "stress.tools"}},
+            "web": {"panel": {"extensionPointId": "stress.panel", "clsid": ")") +
+            kProbeClass + R"(", "isSingleton": false}}})");
+        install.WriteConfig(R"({"artifacts": ["tools", "extension_adapter", "single"],
+            "modules": [{"id": "mail"}, {"id": "core", "configurations": [
+                {"key": "im_enable_parse_link", "value": "true"}]}],
+            "ExtensionAuthInfo": {
+                "H5": {"https://h5.example.com": [{"bundleId": "web.app", "accessKey": "k0"}]},
+                "Native": [{"bundleId": "tools", "accessKey": "n0"}]}})");
+        return kit()->Load();
+    }
+};
+
+TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
+    // A sink with no lock of its own, which would order every logging call.
+    static std::atomic<long> lines{0};
+    qzextensionkit::QZELogService::GetInstance()->RegisterLogger(new CountingLogger(&lines));
+    std::shared_mutex hostRules;
+    auto source = std::make_shared<StressSource>(hostRules);
+    ASSERT_TRUE(LoadStressInstallation());
+    config()->SetRemoteConfigDataSource(source);
+    // Merged once before the threads start, so every answer below comes from
+    // one of the two rounds of remote data.
+    ASSERT_TRUE(config()->LoadRemoteConfig());
+    qzextensionkit::QZServiceRegisterInfo echo;
+    echo.serviceName = "Stress.Probe";
+    echo.classId = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1F01}";
+    echo.interfaceId = kProbeIid;
+    echo.creator = [](void** out) { return HostProbe(kProbeIid, out); };
+    // A repeated run in one process finds it registered already.
+    services()->RegisterService(echo);
+
+    void* single = nullptr;
+    ASSERT_TRUE(kit()->GetExtension("stress.single", &single));
+    void* notification = services()->GetService(qzextensionkit::kNotificationServiceName);
+    ASSERT_NE(notification, nullptr);
+    ReleaseObject(notification);
+    struct Switch {
+        qzextensionkit::ModuleCode module;
+        qzextensionkit::FeatureCode feature;
+        bool moduleResult = false, moduleOn = false, featureResult = false, featureOn = false;
+    } baseline{qzextensionkit::kModuleMail, qzextensionkit::kFeatureImEnableParseLink};
+    baseline.moduleResult = config()->IsModuleEnabled(baseline.module, baseline.moduleOn);
+    baseline.featureResult = config()->IsFeatueEnabled(baseline.feature, baseline.featureOn);
+    ASSERT_TRUE(baseline.moduleOn);
+    ASSERT_TRUE(baseline.featureOn);
+
+    std::atomic<int> failures{0};
+    auto check = [&failures](bool ok, const char* what) {
+        if (!ok) {
+            ++failures;
+            ADD_FAILURE() << what;
+        }
+    };
+    const std::vector<std::function<void()>> kinds = {
+        // A list is copied under one hold of the lock: one round throughout.
+        [&] {
+            std::vector<void*> list;
+            check(kit()->GetExtensionList("stress.tools", list) && list.size() == 2, "tools list");
+            if (list.size() == 2) {
+                check(SeenField(list[0], "ext") == "t1" && SeenField(list[1], "ext") == "t2",
+                      "tools order");
+                check(IsTitle(SeenField(list[0], "title")) &&
+                          SeenField(list[0], "title") == SeenField(list[1], "title"),
+                      "tools round");
+            }
+            for (void* object : list) {
+                ReleaseObject(object);
+            }
+        },
+        // The adapter record is new at each merge; the singleton never is.
+        [&] {
+            void* panel = nullptr;
+            check(kit()->GetExtension("stress.panel", &panel) && panel != nullptr, "panel");
+            if (panel != nullptr) {
+                check(SeenField(panel, "ext").size() == 38 && IsTitle(SeenField(panel, "title")),
+                      "panel record");
+                ReleaseObject(panel);
+            }
+            // Each hit of a host-made singleton hands out one reference.
+            void* again = nullptr;
+            check(kit()->GetExtension("stress.single", &again) && again == single, "singleton");
+            if (again != nullptr) {
+                ReleaseObject(again);
+            }
+        },
+        [&] {
+            void* shared = services()->GetService(qzextensionkit::kNotificationServiceName);
+            check(shared == notification, "notification service");
+            void* fresh = services()->GetService("Stress.Probe");
+            check(fresh != nullptr && fresh != shared, "probe service");
+            for (void* object : {shared, fresh}) {
+                if (object != nullptr) {
+                    ReleaseObject(object);
+                }
+            }
+        },
+        [&] {
+            bool on = false;
+            check(config()->IsModuleEnabled(baseline.module, on) == baseline.moduleResult &&
+                      on == baseline.moduleOn,
+                  "module switch");
+            check(config()->IsFeatueEnabled(baseline.feature, on) == baseline.featureResult &&
+                      on == baseline.featureOn,
+                  "feature switch");
+        },
+        [&] {
+            const std::string key = config()->GetExtensionAccessKey("tools");
+            check(key == "nA" || key == "nB", "native access key");
+            const std::string web = config()->GetExtensionAccessKey("web.app");
+            check(web == "kA" || web == "kB", "web access key");
+        },
+        [&] { check(config()->GetH5ExtensionBundleId(kH5Url) == "web.app", "H5 bundle id"); },
+        // The unlocked walk, kept apart from merges by the host.
+        [&] {
+            std::shared_lock<std::shared_mutex> shared(hostRules);
+            void* tool = nullptr;
+            check(kit()->GetExtensionById("t2", &tool) && tool != nullptr, "by id");
+            if (tool != nullptr) {
+                check(IsTitle(SeenField(tool, "title")), "by id round");
+                ReleaseObject(tool);
+            }
+        },
+    };
+
+    std::atomic<int> started{0};
+    std::atomic<int> finished{0};
+    std::atomic<bool> stopDelivering{false};
+    std::atomic<int> successes{0};
+    std::atomic<int> failed{0};
+    const int requestThreads = static_cast<int>(kinds.size()) * kThreadsPerKind;
+    std::thread network([&] { source->Deliver(stopDelivering); });
+    int fetchRounds = 0;
+    std::thread fetcher([&] {
+        while (started.load() < requestThreads) {
+            std::this_thread::yield();
+        }
+        for (; fetchRounds < kMinFetchRounds || finished.load() < requestThreads; ++fetchRounds) {
+            config()->FetchRemoteConfig(
+                true, [&] { ++successes; },
+                [&](const std::string& reason) {
+                    check(reason == "offline", "failure text");
+                    ++failed;
+                });
+            if (fetchRounds % kCachedLoadEvery == 0) {
+                std::unique_lock<std::shared_mutex> exclusive(hostRules);
+                check(config()->LoadRemoteConfig(), "cached load");
+            }
+            std::this_thread::yield();
+        }
+        stopDelivering = true;
+        source->Wake();
+    });
+    std::vector<std::thread> requesters;
+    for (int t = 0; t < requestThreads; ++t) {
+        requesters.emplace_back([&, t] {
+            ++started;
+            while (started.load() < requestThreads) {
+                std::this_thread::yield();
+            }
+            for (int i = 0; i < kRequestsPerThread; ++i) {
+                kinds[static_cast<size_t>(t) % kinds.size()]();
+            }
+            ++finished;
+        });
+    }
+    for (auto& t : requesters) {
+        t.join();
+    }
+    fetcher.join();
+    network.join();
+
+    EXPECT_EQ(failures.load(), 0);
+    EXPECT_GT(lines.load(), 0);
+    EXPECT_GE(fetchRounds, kMinFetchRounds);
+    // Each fetch ended in exactly one of its two completions.
+    EXPECT_EQ(successes.load() + failed.load(), fetchRounds);
+    EXPECT_EQ(failed.load(), fetchRounds / kFailEvery);
+    EXPECT_EQ(source->round(), successes.load());
+    // The last merge decides what stays.
+    const std::string last = kTitles[source->round() % 2];
+    EXPECT_EQ(config()->GetExtensionAccessKey("tools"), "n" + last);
+    void* tool = nullptr;
+    ASSERT_TRUE(kit()->GetExtensionById("t1", &tool));
+    EXPECT_EQ(SeenField(tool, "title"), last);
+    ReleaseObject(tool);
+    // Every object the host released is gone. The singleton stays, unless an
+    // earlier test in this process built it already.
+    by::IBaseUnknown* kept = Identity(single);
+    EXPECT_THAT(NewObjects(), ::testing::AnyOf(::testing::IsEmpty(), ::testing::ElementsAre(kept)));
+    config()->SetRemoteConfigDataSource(nullptr);
+}
+
+// Callers that bypass the facade's mutex may each miss a singleton and each
+// build one. The container keeps the first object stored, each builder keeps
+// its own, and every other caller gets the kept one.
+TEST_F(ConcurrencyTest, RacingSingletonCreatorsMayEachBuildOneAndTheFirstStoredStays) {
+    auto* container = qzextensionkit::QZEObjectContainer::GetInstance();
+    int roundsWithTwoOrMore = 0;
+    for (int round = 0; round < kRaceRounds; ++round) {
+        SCOPED_TRACE(round);
+        char classId[39];
+        std::snprintf(classId, sizeof(classId), "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B%04X}", round);
+        std::mutex mutex;
+        std::set<by::IBaseUnknown*> built;
+        ASSERT_TRUE(container->Register(
+            [&](const std::string& iid, const std::string&, void** out) {
+                // Widen the window between the miss and the store.
+                std::this_thread::yield();
+                const bool made = HostProbe(iid, out);
+                std::lock_guard<std::mutex> hold(mutex);
+                built.insert(Identity(*out));
+                return made;
+            },
+            classId, true));
+        std::vector<by::IBaseUnknown*> got(kRacers, nullptr);
+        std::atomic<int> ready{0};
+        std::vector<std::thread> racers;
+        for (int r = 0; r < kRacers; ++r) {
+            racers.emplace_back([&, r] {
+                ++ready;
+                while (ready.load() < kRacers) {
+                    std::this_thread::yield();
+                }
+                void* object = nullptr;
+                EXPECT_TRUE(container->CreateObjectInstanceByCreator(kProbeIid, classId, &object));
+                got[static_cast<size_t>(r)] = Identity(object);
+            });
+        }
+        for (auto& t : racers) {
+            t.join();
+        }
+        void* kept = nullptr;
+        ASSERT_TRUE(container->CreateObjectInstanceByCreator(kProbeIid, classId, &kept));
+        // Every builder got its own object back, and the rest the kept one.
+        const std::set<by::IBaseUnknown*> handedOut(got.begin(), got.end());
+        EXPECT_EQ(handedOut, built);
+        EXPECT_EQ(built.count(Identity(kept)), 1u);
+        roundsWithTwoOrMore += built.size() > 1 ? 1 : 0;
+        // Each built object carries its builder's reference, the kept one
+        // also the container's: giving those back ends them all.
+        for (by::IBaseUnknown* object : built) {
+            object->Release();
+        }
+        ASSERT_TRUE(container->UnRegister(classId));
+        EXPECT_THAT(NewObjects(), ::testing::IsEmpty());
+    }
+    RecordProperty("RoundsWithTwoOrMoreSingletons", roundsWithTwoOrMore);
+}
+
+}  // namespace
+}  // namespace qzetest
