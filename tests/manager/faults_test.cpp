@@ -77,6 +77,14 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         {"config.json not found", Operation::kFileExists, 1, 1, false, false,
          config + "load local configurations failed, becuase of config.json is not exist", false,
          false, false, false, Dir::kUnchanged, true, ""},
+        // Existence tests: the mapping one, config.json two, the manifest
+        // two, then the bundle's root and library.
+        {"bundle root not found", Operation::kFileExists, 1, 5, false, false,
+         "Bundle Loader - load bundle failed, because of root path not exist", true, true, false,
+         false, Dir::kUnchanged, true, ""},
+        {"library not found", Operation::kFileExists, 1, 6, false, false,
+         "Bundle Loader - load bundle failed, because of library file path not exist or empty",
+         true, true, false, false, Dir::kUnchanged, true, ""},
         {"mapping not opened", Operation::kOpenFile, 1, 0, false, false, loadFailed, false, false,
          false, false, Dir::kUnchanged, true, ""},
         {"config.json not opened", Operation::kOpenFile, 1, 1, false, false, readConfigFailed,
