@@ -270,7 +270,7 @@ TEST(ConfigurationLifecycle, InitSdkPutsTheSharedImplementationBehindTheFacade) 
     QZEConfigurationManager::GetInstance()->UnInitialize();
     QZExtensionKit::InitSDK();
     auto log = qzetest::CaptureLog();
-    EXPECT_FALSE(QZEConfigurationManager::GetInstance()->SetSecKey("short"));
+    EXPECT_FALSE(QZEConfigurationManager::GetInstance()->SetSecKey(std::string(31, 'k')));
     EXPECT_EQ(qzetest::Joined(*log),
               "set sec key failed, becuase of the length of key is not equal to 32");
 }

@@ -77,76 +77,57 @@ TEST(QzekitInspect, SaysWhyEachBundleDoesOrDoesNotLoad) {
     const std::string unserved = "{0BADC1A5-0000-4000-8000-000000000001}";
     struct Case {
         const char* name;
-        std::vector<std::string> options;
         std::vector<BinFile> bin;
-        std::string classId;
-        int status;
         std::vector<std::string> expected;
+        int status = 1;
+        std::string classId = kBundleClass;
+        std::vector<std::string> options = {};
     } cases[] = {
         {"good bundle",
-         {},
          {{Lib("main"), "qzekit_plugin_bundle", ""}},
-         kBundleClass,
-         0,
          {"Load: succeeded", "host.toolbar  iid {IID-T}",
           "hello.button  clsid {CLS-H}  library bin/" + Lib("main") + "  singleton",
           "foundation -: fits", std::string("loaded; entry object ") + kBundleClass + " is live",
           "Modules on: core\n", "Features on: im_enable_burn_chat\n",
-          "  [QZExtensionKit] Bundle Loader - initialze bundle entry success\n"}},
+          "  [QZExtensionKit] Bundle Loader - initialze bundle entry success\n"},
+         0},
         {"library missing",
          {},
-         {},
-         kBundleClass,
-         1,
          {"FAILED: the library file does not exist", "library: ", Lib("main")}},
         {"dependency missing",
-         {},
          {{Lib("main"), "dep_bundle/qzekit_plugin_dependent", ""}},
-         kDependentClass,
-         1,
          {"FAILED: a library it depends on is missing",
-          "system loader: ", "missing dependency: " + Lib("qzekit_plugin_dep_helper")}},
+          "system loader: ", "missing dependency: " + Lib("qzekit_plugin_dep_helper")},
+         1,
+         kDependentClass},
         {"symbol missing from a dependency",
-         {},
          {{Lib("main"), "qzekit_plugin_symbol_user", ""},
           {Lib("qzekit_plugin_symbol_dep"), "symbol_short/qzekit_plugin_symbol_dep", ""}},
-         kBundleClass,
-         1,
          {"FAILED: a function or symbol it needs is missing",
           "missing symbol: ", "SymbolDepExtra"}},
         {"export missing",
-         {},
          {{Lib("main"), "qzekit_plugin_no_unregister_server", ""}},
-         kBundleClass,
-         1,
          {"FAILED: the library lacks an export", "missing export: DllUnregisterServer\n"}},
         {"text file",
-         {},
          {{Lib("main"), "", "this is not a library\n"}},
-         kBundleClass,
-         1,
          {"FAILED: the file is not a library"}},
         {"class id not served",
-         {},
          {{Lib("main"), "qzekit_plugin_bundle", ""}},
-         unserved,
-         1,
          {"FAILED: the library does not serve the entry class id " + unserved,
-          "reports this as E_FAIL", "class id " + unserved + ": DllGetClassObject answered 0x"}},
-        {"another machine",
-         {},
-         {{Lib("main"), "", ForeignHeader()}},
-         kBundleClass,
+          "reports this as E_FAIL", "class id " + unserved + ": DllGetClassObject answered 0x"},
          1,
+         unserved},
+        {"another machine",
+         {{Lib("main"), "", ForeignHeader()}},
          {"FAILED: the library is built for another machine", "built for RISC-V 64 (",
           ", this host is "}},
         {"file check on, no libFileMD5",
-         {"--lib-file-verify"},
          {{Lib("main"), "qzekit_plugin_bundle", ""}},
-         kBundleClass,
-         1,
          {"lib file verify on", "FAILED: the file check refused the library: its MD5 is ",
-          "manifest.json says libFileMD5 \"\""}},
+          "manifest.json says libFileMD5 \"\""},
+         1,
+         kBundleClass,
+         {"--lib-file-verify"}},
     };
     for (const Case& c : cases) {
         Installation install;
@@ -164,7 +145,7 @@ TEST(QzekitInspect, SaysWhyEachBundleDoesOrDoesNotLoad) {
     }
 }
 
-TEST(QzekitInspect, JsonSettingsAndUsage) {
+TEST(QzekitInspect, JsonAndSettings) {
     Installation install;
     WriteInstallation(install, {{Lib("main"), "qzekit_plugin_bundle", ""}}, kBundleClass, "2.0");
     // The same configuration, encrypted with a key the tool reads from a file.
@@ -178,47 +159,24 @@ TEST(QzekitInspect, JsonSettingsAndUsage) {
     ToolRun run = RunTool(
         {"inspect", "--json", "--foundation", "1.5", "--key-file", keyFile, install.RootText()});
     EXPECT_EQ(run.status, 0) << run.out << run.err;
-    std::unique_ptr<base::Value> root = base::JSONReader::Read(run.out.data(), run.out.size());
+    std::unique_ptr<base::Value> root = base::JSONReader::Read(run.out);
     const base::DictionaryValue* document = nullptr;
-    ASSERT_TRUE(root && root->GetAsDictionary(&document)) << run.out;
-    const base::ListValue* bundles = nullptr;
     const base::DictionaryValue* bundle = nullptr;
-    const base::ListValue* points = nullptr;
-    const base::ListValue* log = nullptr;
-    ASSERT_TRUE(document->GetList("bundles", &bundles) && bundles->GetDictionary(0, &bundle));
-    ASSERT_TRUE(document->GetList("extensionPoints", &points));
-    ASSERT_TRUE(document->GetList("log", &log));
+    const base::ListValue* list = nullptr;
+    ASSERT_TRUE(root && root->GetAsDictionary(&document)) << run.out;
     bool loaded = false, fits = true, secKey = false;
     std::string foundation;
     EXPECT_TRUE(document->GetBoolean("loaded", &loaded) && loaded);
     EXPECT_TRUE(document->GetBoolean("settings.secKey", &secKey) && secKey);
     EXPECT_TRUE(document->GetString("settings.foundationVersion", &foundation));
     EXPECT_EQ(foundation, "1.5");
+    EXPECT_TRUE(document->GetList("log", &list) && list->GetSize() > 0);
     // The bundle wants foundation 2.0: it loads, but nothing of it is in force.
+    EXPECT_TRUE(document->GetList("extensionPoints", &list) && list->GetSize() == 0);
+    ASSERT_TRUE(document->GetList("bundles", &list) && list->GetDictionary(0, &bundle));
     EXPECT_TRUE(bundle->GetBoolean("loaded", &loaded) && loaded);
-    EXPECT_TRUE(bundle->GetBoolean("foundationFits", &fits));
-    EXPECT_FALSE(fits);
-    EXPECT_EQ(points->GetSize(), 0u);
-    EXPECT_GT(log->GetSize(), 0u);
+    EXPECT_TRUE(bundle->GetBoolean("foundationFits", &fits) && !fits);
 
-    struct Usage {
-        std::vector<std::string> arguments;
-        int status;
-        std::string error;
-    } usages[] = {
-        {{"inspect"}, 2, "HOST_DIR"},
-        {{"inspect", install.RootText() + "/none"}, 1, "qzekit inspect: no such folder"},
-        {{"inspect", "--key-file", install.RootText() + "/extensions/config.json",
-          install.RootText()},
-         2,
-         "qzekit inspect: the key file must hold the 32-byte sec key"},
-    };
-    for (const Usage& usage : usages) {
-        ToolRun failed = RunTool(usage.arguments);
-        EXPECT_EQ(failed.status, usage.status) << ::testing::PrintToString(usage.arguments);
-        EXPECT_NE(failed.err.find(usage.error), std::string::npos) << failed.err;
-    }
-    EXPECT_NE(RunTool({"inspect", "--help"}).out.find("Example:"), std::string::npos);
     // A folder that is no installation: the kit's log says only that the load
     // failed.
     ToolRun bare = RunTool({"inspect", install.RootText() + "/extensions"});

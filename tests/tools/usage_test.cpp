@@ -1,0 +1,67 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "bundle/support/bundle_dirs.h"
+#include "bundle/support/verify_pki.h"
+#include "tools/support/run_tool.h"
+
+namespace qzetest {
+namespace {
+
+// Usage errors exit with 2 and print nothing to stdout; help exits with 0
+// and shows an example. `printed` is part of stdout, or of stderr when the
+// run fails.
+TEST(QzekitTool, HashUsageAndHelp) {
+    TempDir dir;
+    const std::string d = dir.path().u8string();
+    WriteBytes(dir.path() / "lib.bin", "abc");
+    WriteBytes(dir.path() / "short.key", "0123");
+    struct Row {
+        std::vector<std::string> arguments;
+        int status;
+        std::string printed;
+    } rows[] = {
+        // MD5("abc"), the kit's lower-case text.
+        {{"hash", d + "/lib.bin"}, 0, "900150983cd24fb0d6963f7d28e17f72\n"},
+        {{"hash", d + "/none.bin"}, 1, "cannot read the library"},
+        {{}, 2, ""},
+        {{"no-such-command"}, 2, ""},
+        {{"hash"}, 2, ""},
+        {{"hash", "a", "b"}, 2, ""},
+        {{"sign"}, 2, ""},
+        {{"verify", "a", "b"}, 2, ""},
+        {{"config"}, 2, ""},
+        {{"config", "encrypt", "in", "out"}, 2, ""},
+        {{"lint"}, 2, ""},
+        {{"lint", "--foundation", "1.+2", d}, 2, "qzekit lint: --foundation: \"1.+2\" is not a"},
+        {{"lint", "--key-file", d + "/short.key", d}, 2, "qzekit lint: "},
+        {{"lint", "--key-file", d + "/none.key", d}, 2, "qzekit lint: "},
+        {{"lint", d + "/none"}, 2, "qzekit lint: no folder"},
+        {{"inspect"}, 2, "HOST_DIR"},
+        {{"inspect", d + "/none"}, 1, "qzekit inspect: no such folder"},
+        {{"inspect", "--key-file", d + "/short.key", d},
+         2,
+         "qzekit inspect: the key file must hold the 32-byte sec key"},
+        {{"--help"}, 0, "Run 'qzekit COMMAND --help'"},
+        {{"hash", "--help"}, 0, "Example:\n  qzekit hash"},
+        {{"sign", "--help"}, 0, "Example:\n  qzekit sign"},
+        {{"verify", "--help"}, 0, "Example:\n  qzekit verify"},
+        {{"config", "decrypt", "--help"}, 0, "Example:\n  qzekit config"},
+        {{"lint", "--help"}, 0, "Example:\n  qzekit lint"},
+        {{"inspect", "--help"}, 0, "Example:\n  qzekit inspect"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(::testing::PrintToString(row.arguments));
+        ToolRun run = RunTool(row.arguments);
+        EXPECT_EQ(run.status, row.status) << run.err;
+        EXPECT_NE((row.status == 0 ? run.out : run.err).find(row.printed), std::string::npos)
+            << run.out << run.err;
+        EXPECT_EQ(run.out.empty(), row.status != 0) << run.out;
+    }
+    EXPECT_EQ(RunTool({"hash", d + "/lib.bin"}).out, "900150983cd24fb0d6963f7d28e17f72\n");
+}
+
+}  // namespace
+}  // namespace qzetest
