@@ -402,6 +402,10 @@ Value* Parser::ConsumeList() {
         --depth_;
         return nullptr;
     }
+    if (stack_.capacity() == 0) {
+        // Enough for most texts, so that the stack seldom grows.
+        stack_.reserve(64);
+    }
     const std::size_t first = stack_.size();
     const std::size_t borrowed_before = borrowed_count_;
     ++pos_;
