@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -385,6 +386,31 @@ TEST(JSONReaderErrors, LinesAfterANumberCountOnce) {
         EXPECT_EQ(f.code, c.code) << c.text;
         EXPECT_EQ(f.line, c.line) << c.text;
         EXPECT_EQ(f.column, c.column) << c.text;
+    }
+}
+
+// Plain strings are scanned several bytes at a time: every length around
+// that step, ending at the quote, at an escape or at the end of the text.
+TEST(JSONReaderStrings, ScanStopsAtTheRightByteForEveryLength) {
+    for (std::size_t length = 0; length <= 12; ++length) {
+        const std::string body(length, 'a');
+        EXPECT_EQ(ReadString("\"" + body + "\""), body) << length;
+        EXPECT_EQ(ReadString("\"" + body + "\\n\""), body + "\n") << length;
+        EXPECT_EQ(ReadString("\"" + body + "\xC3\xA9\""), body + "\xC3\xA9") << length;
+        Failure f = ReadFailure("\"" + body);
+        EXPECT_EQ(f.code, 2) << length;
+        EXPECT_EQ(f.column, static_cast<int32_t>(length) + 1) << length;
+        // Read in place from a buffer of exactly that size, so that a read
+        // past its end shows under AddressSanitizer.
+        const std::string text = "\"" + body;
+        std::unique_ptr<char[]> exact(new char[text.size()]);
+        std::memcpy(exact.get(), text.data(), text.size());
+        int32_t code = -1;
+        EXPECT_EQ(
+            JSONReader::ReadAndReturnError(exact.get(), text.size(),
+                                           JSONReader::JSON_DETACHABLE_CHILDREN, &code, nullptr),
+            nullptr);
+        EXPECT_EQ(code, 2) << length;
     }
 }
 

@@ -205,6 +205,9 @@ void Parser::SkipWhitespaceAndComments() {
         while (end_ - pos_ >= 8 && LoadWord(pos_) == kEightSpaces) {
             pos_ += 8;
         }
+        if (end_ - pos_ >= 4 && std::memcmp(pos_, "    ", 4) == 0) {
+            pos_ += 4;
+        }
         if (pos_ == end_) {
             return;
         }
@@ -448,7 +451,14 @@ bool Parser::ScanString(const char** view, std::size_t* view_length, std::string
                         bool* plain) {
     const char* begin = pos_ + 1;
     const char* p = begin;
-    while (p < end_ && !kStringStop.stop[static_cast<unsigned char>(*p)]) {
+    // Four bytes a round while there are: one bound test for four.
+    const auto stops = [](const char* q) {
+        return kStringStop.stop[static_cast<unsigned char>(*q)];
+    };
+    while (end_ - p >= 4 && !stops(p) && !stops(p + 1) && !stops(p + 2) && !stops(p + 3)) {
+        p += 4;
+    }
+    while (p < end_ && !stops(p)) {
         ++p;
     }
     if (p < end_ && *p == '"') {
