@@ -201,7 +201,7 @@ void Parser::SkipWhitespaceAndComments() {
     }
     while (pos_ < end_) {
         // Indentation comes in runs: pass them without the switch, eight
-        // spaces at a time while there are.
+        // spaces at a time while there are, then four.
         while (end_ - pos_ >= 8 && LoadWord(pos_) == kEightSpaces) {
             pos_ += 8;
         }
