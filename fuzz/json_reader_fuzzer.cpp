@@ -1,8 +1,9 @@
 // Feeds arbitrary bytes to the JSON reader with and without its options,
 // and checks what must hold for any input: a tree equals its deep copy, the
-// lenient options accept whatever the strict ones accept and read the same
-// tree, a failure names a known error and a position, and what leaves a
-// root stays readable after the root is gone.
+// borrowing and the plain (detachable) reads agree on the tree or on the
+// error and its position, the lenient options accept whatever the strict
+// ones accept and read the same tree, a failure names a known error and a
+// position, and what leaves a root stays readable after the root is gone.
 
 #include <cstddef>
 #include <cstdint>
@@ -26,11 +27,21 @@ void Check(bool ok) {
     }
 }
 
-std::unique_ptr<Value> ReadChecked(const char* text, std::size_t length, int32_t options) {
+struct Outcome {
+    int32_t code = -1;
+    int32_t line = -1;
+    int32_t column = -1;
+};
+
+std::unique_ptr<Value> ReadChecked(const char* text, std::size_t length, int32_t options,
+                                   Outcome* outcome = nullptr) {
     int32_t code = -1, line = -1, column = -1;
     std::string message;
     std::unique_ptr<Value> root =
         JSONReader::ReadAndReturnError(text, length, options, &code, &message, &line, &column);
+    if (outcome) {
+        *outcome = {code, line, column};
+    }
     if (!root) {
         Check(code >= JSONReader::JSON_INVALID_ESCAPE &&
               code <= JSONReader::JSON_UNQUOTED_DICTIONARY_KEY);
@@ -74,7 +85,21 @@ void CheckDetach(std::unique_ptr<Value> root) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const char* text = reinterpret_cast<const char*>(data);
-    std::unique_ptr<Value> strict = ReadChecked(text, size, JSONReader::JSON_PARSE_RFC);
+    Outcome borrowing_outcome, plain_outcome;
+    std::unique_ptr<Value> strict =
+        ReadChecked(text, size, JSONReader::JSON_PARSE_RFC, &borrowing_outcome);
+    // The same options without borrowing: the same tree, or the same error
+    // at the same place.
+    std::unique_ptr<Value> plain =
+        ReadChecked(text, size, JSONReader::JSON_DETACHABLE_CHILDREN, &plain_outcome);
+    Check((strict == nullptr) == (plain == nullptr));
+    if (strict) {
+        Check(strict->Equals(plain.get()) && plain->Equals(strict.get()));
+    } else {
+        Check(borrowing_outcome.code == plain_outcome.code &&
+              borrowing_outcome.line == plain_outcome.line &&
+              borrowing_outcome.column == plain_outcome.column);
+    }
     // Detachable reads the caller's bytes in place, so any read past the end
     // shows up here.
     std::unique_ptr<Value> lenient = ReadChecked(

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -342,6 +343,109 @@ TEST(JSONReaderTree, ByteOrderMarkAndEmptyContainers) {
     EXPECT_EQ(root->GetType(), Value::TYPE_LIST);
     EXPECT_EQ(JSONReader::Read("{\"a\":[{}]}")->GetType(), Value::TYPE_DICTIONARY);
     EXPECT_EQ(JSONReader::Read(nullptr, 0), nullptr);
+}
+
+// Runs of spaces are passed several at a time: positions after runs of every
+// length around that step, and runs that reach the end of the text, must
+// come out as after a run passed one space at a time.
+TEST(JSONReaderErrors, PositionsAfterRunsOfSpaces) {
+    for (std::size_t run = 0; run <= 25; ++run) {
+        const std::string spaces(run, ' ');
+        Failure f = ReadFailure("[\n" + spaces + "x]");
+        EXPECT_EQ(f.code, 3) << run;
+        EXPECT_EQ(f.line, 2) << run;
+        EXPECT_EQ(f.column, static_cast<int32_t>(run) + 2) << run;
+
+        f = ReadFailure("{}" + spaces + "\t" + spaces + "x");
+        EXPECT_EQ(f.code, 6) << run;
+        EXPECT_EQ(f.column, static_cast<int32_t>(2 * run) + 4) << run;
+
+        // Spaces up to the end: a value, then nothing.
+        EXPECT_NE(ReadOk(spaces + "[1," + spaces + "2]" + spaces), nullptr) << run;
+        f = ReadFailure("[" + spaces);
+        EXPECT_EQ(f.code, 3) << run;
+        EXPECT_EQ(f.column, static_cast<int32_t>(run) + 2) << run;
+    }
+}
+
+// The look-ahead after a number passes the same blanks, comments and line
+// ends as the skip that follows it: each line end counts once.
+TEST(JSONReaderErrors, LinesAfterANumberCountOnce) {
+    struct Case {
+        const char* text;
+        int32_t code;
+        int32_t line;
+        int32_t column;
+    } cases[] = {
+        {"[1 /*\n*/ \n , x]", 3, 2, 5},   {"{\"a\": 1\r\n,\r\n \"b\": 2\r\n, c}", 8, 4, 4},
+        {"[[1\n\n]\n x]", 2, 4, 2},       {"[1 // note\n\r\n]\n\nx", 6, 5, 2},
+        {"[-2.5e3\n,\n1\n\n,]", 4, 5, 3}, {"{\"a\": 7 \n\"b\": 1}", 2, 2, 2},
+    };
+    for (const Case& c : cases) {
+        Failure f = ReadFailure(c.text);
+        EXPECT_EQ(f.code, c.code) << c.text;
+        EXPECT_EQ(f.line, c.line) << c.text;
+        EXPECT_EQ(f.column, c.column) << c.text;
+    }
+}
+
+// Plain strings are scanned several bytes at a time: every length around
+// that step, ending at the quote, at an escape or at the end of the text.
+TEST(JSONReaderStrings, ScanStopsAtTheRightByteForEveryLength) {
+    for (std::size_t length = 0; length <= 12; ++length) {
+        const std::string body(length, 'a');
+        EXPECT_EQ(ReadString("\"" + body + "\""), body) << length;
+        EXPECT_EQ(ReadString("\"" + body + "\\n\""), body + "\n") << length;
+        EXPECT_EQ(ReadString("\"" + body + "\xC3\xA9\""), body + "\xC3\xA9") << length;
+        Failure f = ReadFailure("\"" + body);
+        EXPECT_EQ(f.code, 2) << length;
+        EXPECT_EQ(f.column, static_cast<int32_t>(length) + 1) << length;
+        // Read in place from a buffer of exactly that size, so that a read
+        // past its end shows under AddressSanitizer.
+        const std::string text = "\"" + body;
+        std::unique_ptr<char[]> exact(new char[text.size()]);
+        std::memcpy(exact.get(), text.data(), text.size());
+        int32_t code = -1;
+        EXPECT_EQ(
+            JSONReader::ReadAndReturnError(exact.get(), text.size(),
+                                           JSONReader::JSON_DETACHABLE_CHILDREN, &code, nullptr),
+            nullptr);
+        EXPECT_EQ(code, 2) << length;
+    }
+}
+
+// Strings that need decoding are built a run at a time between escapes.
+TEST(JSONReaderStrings, RunsBetweenEscapesKeepTheirOrder) {
+    const struct {
+        const char* json;
+        const char* value;
+    } cases[] = {
+        {"\"\\nab\"", "\nab"},
+        {"\"ab\\n\"", "ab\n"},
+        {"\"a\\n\\tb\"", "a\n\tb"},
+        {"\"\xC3\xA9x\\x41y\xE4\xB8\xAD\"", "\xC3\xA9xAy\xE4\xB8\xAD"},
+        {"\"\xE4\xB8\xAD\"", "\xE4\xB8\xAD"},
+        {"\"one\ttwo\\u0000three\\/\"", "one\ttwothree/"},
+        {"\"\\\"\\\"\"", "\"\""},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(ReadString(c.json), c.value) << c.json;
+    }
+    // A bad byte after a run and after an escape: the column is its own.
+    Failure f = ReadFailure("[\"abc\xFF\"]");
+    EXPECT_EQ(f.code, 7);
+    EXPECT_EQ(f.column, 6);
+    f = ReadFailure("[\"\\n\xC3\xA9\xFF\"]");
+    EXPECT_EQ(f.code, 7);
+    EXPECT_EQ(f.column, 7);
+    // A key spelled with an escape is the same key.
+    std::unique_ptr<Value> root = ReadOk("{\"ab\": 1, \"a\\u0062\": 2}");
+    const DictionaryValue* dict = nullptr;
+    ASSERT_TRUE(root->GetAsDictionary(&dict));
+    int32_t value = 0;
+    EXPECT_EQ(dict->size(), 1u);
+    EXPECT_TRUE(dict->GetInteger("ab", &value));
+    EXPECT_EQ(value, 2);
 }
 
 // Whatever leaves any level of a parsed tree must hold its own text. Each

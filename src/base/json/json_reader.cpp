@@ -110,6 +110,16 @@ std::size_t NonAsciiCharLength(const unsigned char* p, const unsigned char* end)
     return length;
 }
 
+// Eight bytes at a time. A word is loaded with memcpy, so neither alignment
+// nor aliasing matters, and it is only compared whole, so byte order doesn't.
+constexpr uint64_t kEightSpaces = 0x2020202020202020ull;
+
+uint64_t LoadWord(const char* p) {
+    uint64_t word;
+    std::memcpy(&word, p, sizeof word);
+    return word;
+}
+
 bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
@@ -150,7 +160,6 @@ private:
     Value* ConsumeDictionary();
     Value* ConsumeList();
     Value* ConsumeString();
-    bool ConsumeKey(std::string* key);
     // Reads the string at pos_. Fills |view| and returns true when the text
     // can be used as it stands; otherwise builds |out|. False on error.
     bool ScanString(const char** view, std::size_t* view_length, std::string* out, bool* plain);
@@ -168,6 +177,12 @@ private:
     int32_t error_code_ = JSONReader::JSON_NO_ERROR;
     int32_t error_line_ = 0;
     int32_t error_column_ = 0;
+    // The skip that the look-ahead after a number made: the skip that
+    // follows from the same place jumps to where it ended.
+    const char* skipped_from_ = nullptr;
+    const char* skipped_to_ = nullptr;
+    int32_t skipped_line_ = 0;
+    std::size_t skipped_line_start_ = 0;
     // String nodes made so far that point into the text. A level whose
     // count moved while it was read holds one of them somewhere below.
     std::size_t borrowed_count_ = 0;
@@ -177,8 +192,25 @@ private:
 };
 
 void Parser::SkipWhitespaceAndComments() {
+    if (pos_ == skipped_from_) {
+        pos_ = skipped_to_;
+        line_ = skipped_line_;
+        line_start_ = skipped_line_start_;
+        skipped_from_ = nullptr;
+        return;
+    }
     while (pos_ < end_) {
-        // Indentation comes in runs: pass them without the switch.
+        // Indentation comes in runs: pass them without the switch, eight
+        // spaces at a time while there are, then four.
+        while (end_ - pos_ >= 8 && LoadWord(pos_) == kEightSpaces) {
+            pos_ += 8;
+        }
+        if (end_ - pos_ >= 4 && std::memcmp(pos_, "    ", 4) == 0) {
+            pos_ += 4;
+        }
+        if (pos_ == end_) {
+            return;
+        }
         while (*pos_ == ' ' || *pos_ == '\t') {
             if (++pos_ == end_) {
                 return;
@@ -324,10 +356,15 @@ Value* Parser::ConsumeDictionary() {
             ReportError(JSONReader::JSON_UNQUOTED_DICTIONARY_KEY, 1);
             return nullptr;
         }
-        std::string key;
-        if (!ConsumeKey(&key)) {
+        // A key is always a copy, built in place.
+        const char* view = nullptr;
+        std::size_t view_length = 0;
+        bool plain = false;
+        std::string decoded;
+        if (!ScanString(&view, &view_length, &decoded, &plain)) {
             return nullptr;
         }
+        std::string key = plain ? std::string(view, view_length) : std::move(decoded);
         ++pos_;
         if (NextToken() != T_OBJECT_PAIR_SEPARATOR) {
             ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
@@ -367,6 +404,10 @@ Value* Parser::ConsumeList() {
         ReportError(JSONReader::JSON_TOO_MUCH_NESTING, 1);
         --depth_;
         return nullptr;
+    }
+    if (stack_.capacity() == 0) {
+        // Enough for most texts, so that the stack seldom grows.
+        stack_.reserve(64);
     }
     const std::size_t first = stack_.size();
     const std::size_t borrowed_before = borrowed_count_;
@@ -410,7 +451,14 @@ bool Parser::ScanString(const char** view, std::size_t* view_length, std::string
                         bool* plain) {
     const char* begin = pos_ + 1;
     const char* p = begin;
-    while (p < end_ && !kStringStop.stop[static_cast<unsigned char>(*p)]) {
+    // Four bytes a round while there are: one bound test for four.
+    const auto stops = [](const char* q) {
+        return kStringStop.stop[static_cast<unsigned char>(*q)];
+    };
+    while (end_ - p >= 4 && !stops(p) && !stops(p + 1) && !stops(p + 2) && !stops(p + 3)) {
+        p += 4;
+    }
+    while (p < end_ && !stops(p)) {
         ++p;
     }
     if (p < end_ && *p == '"') {
@@ -427,13 +475,15 @@ bool Parser::ScanString(const char** view, std::size_t* view_length, std::string
 // Continues a string from |p|, where the quick scan stopped, building the
 // value in |out|. Leaves pos_ on the closing quote.
 bool Parser::DecodeEscapes(const char* begin, const char* p, std::string* out) {
-    out->assign(begin, static_cast<std::size_t>(p - begin));
     const auto* uend = reinterpret_cast<const unsigned char*>(end_);
+    // Characters that go in as they stand are appended a run at a time:
+    // control characters and line ends are kept too.
+    const char* run = begin;
     while (p < end_) {
         unsigned char c = static_cast<unsigned char>(*p);
-        if (c == '"') {
-            pos_ = p;
-            return true;
+        if (c < 0x80 && c != '"' && c != '\\') {
+            ++p;
+            continue;
         }
         if (c >= 0x80) {
             std::size_t length =
@@ -443,15 +493,13 @@ bool Parser::DecodeEscapes(const char* begin, const char* p, std::string* out) {
                 ReportError(JSONReader::JSON_UNSUPPORTED_ENCODING, 1);
                 return false;
             }
-            out->append(p, length);
             p += length;
             continue;
         }
-        if (c != '\\') {
-            // Control characters and line ends are kept as they stand.
-            out->push_back(static_cast<char>(c));
-            ++p;
-            continue;
+        out->append(run, static_cast<std::size_t>(p - run));
+        if (c == '"') {
+            pos_ = p;
+            return true;
         }
         // An escape. pos_ goes to the character after the backslash.
         pos_ = p + 1;
@@ -532,6 +580,7 @@ bool Parser::DecodeEscapes(const char* begin, const char* p, std::string* out) {
                 return false;
         }
         p = pos_ + 1;
+        run = p;
     }
     pos_ = end_;
     ReportError(JSONReader::JSON_SYNTAX_ERROR, 0);
@@ -555,19 +604,6 @@ Value* Parser::ConsumeString() {
     }
     ++borrowed_count_;
     return new internal::JSONStringValue(view, static_cast<uint32_t>(view_length));
-}
-
-bool Parser::ConsumeKey(std::string* key) {
-    const char* view = nullptr;
-    std::size_t view_length = 0;
-    bool plain = false;
-    if (!ScanString(&view, &view_length, key, &plain)) {
-        return false;
-    }
-    if (plain) {
-        key->assign(view, view_length);
-    }
-    return true;
 }
 
 Value* Parser::ConsumeNumber() {
@@ -618,8 +654,9 @@ Value* Parser::ConsumeNumber() {
     }
     const char* number_end = p;
 
-    // Only a delimiter or the end may follow. The look-ahead must not count
-    // the lines it passes: the caller will pass them again.
+    // Only a delimiter or the end may follow. The look-ahead leaves the line
+    // count as it was; the skip after the number takes over where it ended,
+    // lines included, instead of passing the same text again.
     pos_ = number_end;
     const int32_t line = line_;
     const std::size_t line_start = line_start_;
@@ -629,6 +666,10 @@ Value* Parser::ConsumeNumber() {
         ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
         return nullptr;
     }
+    skipped_from_ = number_end;
+    skipped_to_ = pos_;
+    skipped_line_ = line_;
+    skipped_line_start_ = line_start_;
     line_ = line;
     line_start_ = line_start;
     pos_ = number_end - 1;
