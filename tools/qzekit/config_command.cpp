@@ -17,7 +17,6 @@
 namespace qzekit {
 namespace {
 
-constexpr std::size_t kKeySize = 32;
 constexpr std::size_t kBlockSize = 16;
 
 struct ConfigArguments {
@@ -43,25 +42,8 @@ private:
     std::string bytes_;
 };
 
-// The key file holds the 32 bytes of the key, with one line end allowed
-// after them since editors add one.
 bool ReadKey(const std::string& path, Key* key, std::string* error) {
-    std::string& bytes = key->bytes();
-    if (!ReadFileBytes(path, &bytes)) {
-        *error = "cannot read the key file " + path;
-        return false;
-    }
-    if (bytes.size() >= 2 && bytes.compare(bytes.size() - 2, 2, "\r\n") == 0) {
-        bytes.resize(bytes.size() - 2);
-    } else if (!bytes.empty() && bytes.back() == '\n') {
-        bytes.pop_back();
-    }
-    if (bytes.size() != kKeySize) {
-        *error = "the key in " + path + " is " + std::to_string(bytes.size()) +
-                 " bytes long (one line end after it not counted); a key is exactly 32 bytes";
-        return false;
-    }
-    return true;
+    return ReadKeyFile(path, &key->bytes(), error);
 }
 
 // The kit's reader decides what counts as JSON; empty when it reads.

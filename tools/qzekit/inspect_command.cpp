@@ -486,27 +486,6 @@ void PrintJson(const Report& report, const Options& options, std::ostream& out) 
     out << "  \"log\": " << JsonList(report.log) << "\n}\n";
 }
 
-// The sec key from a key file: its bytes, less one line end that an editor
-// or echo may have added.
-bool ReadKey(const std::string& file, std::string* key, std::string* error) {
-    if (!base::ReadFileToString(base::FilePath(WidePath(file)), key)) {
-        *error = "cannot read the key file " + file;
-        return false;
-    }
-    if (key->size() > 32 && key->back() == '\n') {
-        key->pop_back();
-        if (key->size() > 32 && key->back() == '\r') {
-            key->pop_back();
-        }
-    }
-    if (key->size() != 32) {
-        *error = "the key file must hold the 32-byte sec key; " + file + " holds " +
-                 std::to_string(key->size()) + " bytes";
-        return false;
-    }
-    return true;
-}
-
 // The folder as the kit's paths begin it: absolute, without a trailing
 // separator.
 std::wstring HostFolder(const std::string& argument) {
@@ -540,7 +519,7 @@ void RunInspect(const Options& options, Session& session) {
     }
     std::string key;
     std::string error;
-    if (!options.keyFile.empty() && !ReadKey(options.keyFile, &key, &error)) {
+    if (!options.keyFile.empty() && !ReadKeyFile(options.keyFile, &key, &error)) {
         session.err << "qzekit inspect: " << error << "\n";
         session.status = kExitUsage;
         return;

@@ -1,6 +1,4 @@
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 
@@ -40,29 +38,6 @@ void PrintJson(const std::vector<LintFinding>& findings, std::ostream& out) {
         separator = ",\n";
     }
     out << (findings.empty() ? "]}\n" : "\n]}\n");
-}
-
-// The host's sec key from a file. A text editor's line end after the 32
-// bytes is not part of the key.
-bool ReadKeyFile(const std::string& path, std::string* key, std::string* error) {
-    std::ifstream in(std::filesystem::u8path(path), std::ios::binary);
-    if (!in) {
-        *error = "cannot read the key file " + path;
-        return false;
-    }
-    key->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    for (const char* lineEnd : {"\r\n", "\n"}) {
-        std::size_t length = std::char_traits<char>::length(lineEnd);
-        if (key->size() == 32 + length && key->compare(32, length, lineEnd) == 0) {
-            key->resize(32);
-        }
-    }
-    if (key->size() != 32) {
-        *error = "the key file " + path + " holds " + std::to_string(key->size()) +
-                 " bytes; the kit takes a sec key of exactly 32";
-        return false;
-    }
-    return true;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "base/utf_string_conversions.h"
+#include "qzekit/signer.h"
 
 namespace qzekit {
 
@@ -13,6 +14,29 @@ std::wstring WidePath(const std::string& path) {
 
 std::string Utf8Path(const std::wstring& path) {
     return base::WideToUTF8(path);
+}
+
+bool ReadKeyFile(const std::string& path, std::string* key, std::string* error) {
+    constexpr std::size_t kKeySize = 32;
+    if (!ReadFileBytes(path, key)) {
+        *error = "cannot read the key file " + path;
+        return false;
+    }
+    std::size_t lineEnd = 0;
+    if (key->size() >= 2 && key->compare(key->size() - 2, 2, "\r\n") == 0) {
+        lineEnd = 2;
+    } else if (!key->empty() && key->back() == '\n') {
+        lineEnd = 1;
+    }
+    if (lineEnd && key->size() == kKeySize + lineEnd) {
+        key->resize(kKeySize);
+    }
+    if (key->size() != kKeySize) {
+        *error = "the key in " + path + " is " + std::to_string(key->size() - lineEnd) +
+                 " bytes long (one line end after it not counted); a key is exactly 32 bytes";
+        return false;
+    }
+    return true;
 }
 
 std::string JsonQuote(const std::string& text) {

@@ -31,6 +31,11 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
 std::wstring WidePath(const std::string& path);
 std::string Utf8Path(const std::wstring& path);
 
+// The host's 32-byte sec key from a file. One line end after the 32 bytes
+// is dropped, since editors add one; a key's own last byte is never taken
+// for a line end.
+bool ReadKeyFile(const std::string& path, std::string* key, std::string* error);
+
 // Text quoted for a JSON document.
 std::string JsonQuote(const std::string& text);
 
