@@ -1,3 +1,6 @@
+// The inspect command: loads an installation with the kit and reports what
+// is in force and why any bundle failed to load.
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
