@@ -184,6 +184,11 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     static std::atomic<long> lines{0};
     qzextensionkit::QZELogService::GetInstance()->RegisterLogger(new CountingLogger(&lines));
     std::shared_mutex hostRules;
+    // Taken once before the threads start: MinGW's std::shared_mutex sets
+    // itself up on first use, and two threads that first use it together can
+    // both get in (seen under Wine as lookups beside a merge, and crashes).
+    hostRules.lock();
+    hostRules.unlock();
     auto source = std::make_shared<StressSource>(hostRules);
     ASSERT_TRUE(LoadStressInstallation());
     config()->SetRemoteConfigDataSource(source);
