@@ -14,6 +14,7 @@
 #include <memory>
 #include <vector>
 
+#include "base/files/file_util.h"
 #include "base/utf_string_conversions.h"
 #include "bundle/verify_digest.h"
 #include "platform/appended_signature.h"
@@ -39,10 +40,6 @@ using CmsPtr = std::unique_ptr<CMS_ContentInfo, OpenSslFree<&CMS_ContentInfo_fre
 using ObjectPtr = std::unique_ptr<ASN1_OBJECT, OpenSslFree<&ASN1_OBJECT_free>>;
 using OpenSslBytes = std::unique_ptr<unsigned char, OpenSslBytesFree>;
 
-struct FileCloser {
-    void operator()(void* file) const { platform::CloseFile(file); }
-};
-
 bool Fail(std::string* error, const std::string& text) {
     if (error) {
         *error = text;
@@ -57,25 +54,6 @@ std::string CryptoReason() {
     std::string text = reason ? std::string(" (") + reason + ")" : std::string();
     ERR_clear_error();
     return text;
-}
-
-bool ReadWholeFile(const std::wstring& path, std::string* out) {
-    std::unique_ptr<void, FileCloser> file(platform::OpenFileForRead(path));
-    if (!file) {
-        return false;
-    }
-    out->clear();
-    char block[65536];
-    for (;;) {
-        long long got = platform::ReadFromFile(file.get(), block, sizeof block);
-        if (got < 0) {
-            return false;
-        }
-        if (got == 0) {
-            return true;
-        }
-        out->append(block, static_cast<std::size_t>(got));
-    }
 }
 
 BioPtr MemoryBio(const std::string& bytes) {
@@ -136,7 +114,7 @@ std::string ProgramNameAttribute(const std::string& programName, const std::stri
 bool LoadCertificates(const std::wstring& path, const char* what, std::vector<X509Ptr>* out,
                       std::string* error) {
     std::string pem;
-    if (!ReadWholeFile(path, &pem)) {
+    if (!base::ReadFileBytes(base::FilePath(path), &pem)) {
         return Fail(error,
                     std::string("cannot read the ") + what + " file " + base::WideToUTF8(path));
     }
@@ -163,7 +141,7 @@ bool SignBytes(const std::string& content, const LibrarySigningInput& input, std
         return false;
     }
     std::string keyPem;
-    if (!ReadWholeFile(input.keyPath, &keyPem)) {
+    if (!base::ReadFileBytes(base::FilePath(input.keyPath), &keyPem)) {
         return Fail(error, "cannot read the key file " + base::WideToUTF8(input.keyPath));
     }
     BioPtr keyBio = MemoryBio(keyPem);
@@ -246,7 +224,7 @@ bool StripSignature(std::string* bytes, std::string* error) {
 
 bool Sign(const std::wstring& libraryPath, const LibrarySigningInput& input, std::string* error) {
     std::string library;
-    if (!ReadWholeFile(libraryPath, &library)) {
+    if (!base::ReadFileBytes(base::FilePath(libraryPath), &library)) {
         return Fail(error, "cannot read the library " + base::WideToUTF8(libraryPath));
     }
     if (!StripSignature(&library, error)) {

@@ -9,7 +9,8 @@
 
 #include <cstdint>
 
-#include "platform/platform.h"
+#include "base/files/file_path.h"
+#include "base/files/file_util.h"
 #include "qzekit/tool.h"
 
 #if !defined(QZEKIT_SIGN_SALT_BYTES)
@@ -19,13 +20,8 @@
 namespace qzekit {
 namespace {
 
-namespace platform = qzextensionkit::platform;
-
 constexpr unsigned char kSaltBytes[] = {QZEKIT_SIGN_SALT_BYTES};
 
-struct FileCloser {
-    void operator()(void* file) const { platform::CloseFile(file); }
-};
 struct BioFree {
     void operator()(BIO* bio) const { BIO_free_all(bio); }
 };
@@ -100,22 +96,7 @@ PeSignature SignerOf(const std::string& der, X509Ptr* signer, std::string* error
 }  // namespace
 
 bool ReadFileBytes(const std::string& path, std::string* bytes) {
-    std::unique_ptr<void, FileCloser> file(platform::OpenFileForRead(WidePath(path)));
-    if (!file) {
-        return false;
-    }
-    bytes->clear();
-    char block[65536];
-    for (;;) {
-        long long got = platform::ReadFromFile(file.get(), block, sizeof block);
-        if (got < 0) {
-            return false;
-        }
-        if (got == 0) {
-            return true;
-        }
-        bytes->append(block, static_cast<std::size_t>(got));
-    }
+    return base::ReadFileBytes(base::FilePath(WidePath(path)), bytes);
 }
 
 X509Ptr LoadFirstCertificate(const std::string& path, std::string* error) {

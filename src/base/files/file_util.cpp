@@ -16,15 +16,10 @@ bool PathExists(const FilePath& path) {
     return qzextensionkit::platform::FileExists(path.value());
 }
 
-bool ReadFileToString(const FilePath& path, std::string* contents) {
+bool ReadFileBytes(const FilePath& path, std::string* contents) {
     namespace platform = qzextensionkit::platform;
     if (contents) {
         contents->clear();
-    }
-    // Bundle roots and configuration paths come from files we do not
-    // control; a ".." must not let them reach outside their directory.
-    if (path.ReferencesParent()) {
-        return false;
     }
     platform::FileHandle file = platform::OpenFileForRead(path.value());
     if (!file) {
@@ -47,6 +42,18 @@ bool ReadFileToString(const FilePath& path, std::string* contents) {
     }
     platform::CloseFile(file);
     return ok;
+}
+
+bool ReadFileToString(const FilePath& path, std::string* contents) {
+    // Bundle roots and configuration paths come from files we do not
+    // control; a ".." must not let them reach outside their directory.
+    if (path.ReferencesParent()) {
+        if (contents) {
+            contents->clear();
+        }
+        return false;
+    }
+    return ReadFileBytes(path, contents);
 }
 
 }  // namespace base

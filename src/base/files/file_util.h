@@ -11,9 +11,12 @@ namespace base {
 QZEKIT_EXPORT bool PathExists(const FilePath& path);
 
 // Reads the whole file as bytes into `*contents` (which may be null when only
-// readability matters). `*contents` is cleared first. A path with a ".."
-// component is refused before anything is opened. On a read error the result
-// is false and what was read so far stays in `*contents`.
+// readability matters). `*contents` is cleared first. On a read error the
+// result is false and what was read so far stays in `*contents`.
+QZEKIT_EXPORT bool ReadFileBytes(const FilePath& path, std::string* contents);
+
+// ReadFileBytes for paths built from files we do not control: a path with a
+// ".." component is refused before anything is opened.
 QZEKIT_EXPORT bool ReadFileToString(const FilePath& path, std::string* contents);
 
 }  // namespace base
