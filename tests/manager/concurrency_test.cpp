@@ -208,23 +208,12 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     void* notification = services()->GetService(qzextensionkit::kNotificationServiceName);
     ASSERT_NE(notification, nullptr);
     ReleaseObject(notification);
-    struct Switch {
-        qzextensionkit::ModuleCode module;
-        qzextensionkit::FeatureCode feature;
-        bool moduleResult = false, moduleOn = false, featureResult = false, featureOn = false;
-    } baseline{qzextensionkit::kModuleMail, qzextensionkit::kFeatureImEnableParseLink};
-    baseline.moduleResult = config()->IsModuleEnabled(baseline.module, baseline.moduleOn);
-    baseline.featureResult = config()->IsFeatueEnabled(baseline.feature, baseline.featureOn);
-    ASSERT_TRUE(baseline.moduleOn);
-    ASSERT_TRUE(baseline.featureOn);
+    // Merges never touch the switches.
+    bool on = false;
+    ASSERT_TRUE(config()->IsModuleEnabled(qzextensionkit::kModuleMail, on) && on);
+    ASSERT_TRUE(config()->IsFeatueEnabled(qzextensionkit::kFeatureImEnableParseLink, on) && on);
 
-    std::atomic<int> failures{0};
-    auto check = [&failures](bool ok, const char* what) {
-        if (!ok) {
-            ++failures;
-            ADD_FAILURE() << what;
-        }
-    };
+    auto check = [](bool ok, const char* what) { EXPECT_TRUE(ok) << what; };
     const std::vector<std::function<void()>> kinds = {
         // A list is copied under one hold of the lock: one round throughout.
         [&] {
@@ -269,12 +258,11 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
             }
         },
         [&] {
-            bool on = false;
-            check(config()->IsModuleEnabled(baseline.module, on) == baseline.moduleResult &&
-                      on == baseline.moduleOn,
+            bool mail = false, parse = false;
+            check(config()->IsModuleEnabled(qzextensionkit::kModuleMail, mail) && mail,
                   "module switch");
-            check(config()->IsFeatueEnabled(baseline.feature, on) == baseline.featureResult &&
-                      on == baseline.featureOn,
+            check(config()->IsFeatueEnabled(qzextensionkit::kFeatureImEnableParseLink, parse) &&
+                      parse,
                   "feature switch");
         },
         [&] {
@@ -296,11 +284,8 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
         },
     };
 
-    std::atomic<int> started{0};
-    std::atomic<int> finished{0};
+    std::atomic<int> started{0}, finished{0}, successes{0}, failed{0};
     std::atomic<bool> stopDelivering{false};
-    std::atomic<int> successes{0};
-    std::atomic<int> failed{0};
     const int requestThreads = static_cast<int>(kinds.size()) * kThreadsPerKind;
     std::thread network([&] { source->Deliver(stopDelivering); });
     int fetchRounds = 0;
@@ -343,7 +328,6 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     fetcher.join();
     network.join();
 
-    EXPECT_EQ(failures.load(), 0);
     EXPECT_GT(lines.load(), 0);
     EXPECT_GE(fetchRounds, kMinFetchRounds);
     // Each fetch ended in exactly one of its two completions.

@@ -14,16 +14,10 @@ using ::testing::ElementsAre;
 
 class LookupsTest : public KitHost {};
 
-std::string Field(void* object, const std::string& name) {
-    std::string seen = ";" + std::string(Probe(object)->Seen());
-    size_t at = seen.find(";" + name + "=") + name.size() + 2;
-    return seen.substr(at, seen.find(';', at) - at);
-}
-
 std::vector<std::string> ExtIds(const std::vector<void*>& objects) {
     std::vector<std::string> ids;
     for (void* object : objects) {
-        ids.push_back(Field(object, "ext"));
+        ids.push_back(SeenField(object, "ext"));
     }
     return ids;
 }
@@ -73,15 +67,15 @@ TEST_F(LookupsTest, ASingletonIsOneObjectRefilledAndInitialisedOnEveryRequest) {
         EXPECT_EQ(list[0], list[1]);
         ITestExtensionProbe* probe = Probe(list[0]);
         EXPECT_EQ(probe->Initializations(), 2);
-        EXPECT_EQ(Field(probe, "title"), "second");
+        EXPECT_EQ(SeenField(probe, "title"), "second");
         EXPECT_EQ(RefCount(probe), row.afterList);
 
         void* again = nullptr;
         ASSERT_TRUE(kit()->GetExtensionById(std::string(row.route) + "2", &again));
         EXPECT_EQ(again, list[0]);
         EXPECT_EQ(probe->Initializations(), 3);
-        EXPECT_EQ(Field(probe, "title"), "second");
-        EXPECT_EQ(Field(probe, "ext"), row.extAtEnd);
+        EXPECT_EQ(SeenField(probe, "title"), "second");
+        EXPECT_EQ(SeenField(probe, "ext"), row.extAtEnd);
         EXPECT_EQ(RefCount(probe), row.afterThird);
         for (uint32_t i = 0; i < row.hostOwns; ++i) {
             probe->Release();
@@ -144,7 +138,7 @@ TEST_F(LookupsTest, ListsKeepRecordOrderSkipFailuresAndCountWhatTheCallerHeld) {
     const long initializations = QzeTestCounter(kInitializationsCounter);
     void* first = nullptr;
     ASSERT_TRUE(kit()->GetExtension("p.crowd", &first));
-    EXPECT_EQ(Field(first, "ext"), "e1");
+    EXPECT_EQ(SeenField(first, "ext"), "e1");
     EXPECT_EQ(QzeTestCounter(kInitializationsCounter), initializations + 3);
     EXPECT_EQ(Probe(first)->Release(), 0u);
     std::vector<by::IBaseUnknown*> dropped = NewObjects();
@@ -177,7 +171,7 @@ TEST_F(LookupsTest, ByIdTheLastPointInKeyOrderWins) {
     ASSERT_TRUE(Load());
     void* object = nullptr;
     ASSERT_TRUE(kit()->GetExtensionById("dup", &object));
-    EXPECT_EQ(Field(object, "title"), "b");
+    EXPECT_EQ(SeenField(object, "title"), "b");
     EXPECT_EQ(Probe(object)->Release(), 0u);
     for (const char* id : {"nothing", ""}) {
         SCOPED_TRACE(id);
@@ -192,34 +186,18 @@ TEST_F(LookupsTest, ByIdTheLastPointInKeyOrderWins) {
     }
 }
 
-TEST_F(LookupsTest, AfterUnloadLookupsFailButObjectsAndLibrariesStay) {
+// The reload that finds the library open is the fault table's matter.
+TEST_F(LookupsTest, AfterUnloadLookupsFailButObjectsHandedOutStay) {
     AddBundle("b", Point("p", kProbeIid, {{"e", kProbeClass}}));
-    const long loads = QzeTestCounter(kLoadsCounter);
     ASSERT_TRUE(Load());
     void* kept = nullptr;
     ASSERT_TRUE(kit()->GetExtensionById("e", &kept));
-
     ASSERT_TRUE(kit()->Unload());
-    log->Clear();
     void* object = &object;
-    EXPECT_FALSE(kit()->GetExtensionById("e", &object));
-    EXPECT_EQ(object, nullptr);
-    EXPECT_EQ(ManagerLines().back(),
-              "get extension by extension id failed, because of extension info is not founded");
-    object = &object;
     EXPECT_FALSE(kit()->GetExtension("p", &object));
     EXPECT_EQ(object, nullptr);
     // The object handed out before still runs code of its library.
     EXPECT_EQ(Probe(kept)->Initializations(), 1);
-
-    // A second load reads the records again and finds the library open.
-    log->Clear();
-    ASSERT_TRUE(kit()->Load());
-    EXPECT_TRUE(log->Contains("[QZExtensionKit] Bundle Loader - bundle has been loaded"));
-    EXPECT_EQ(QzeTestCounter(kLoadsCounter), loads + 1);
-    ASSERT_TRUE(kit()->GetExtensionById("e", &object));
-    EXPECT_NE(object, kept);
-    EXPECT_EQ(Probe(object)->Release(), 0u);
     EXPECT_EQ(Probe(kept)->Release(), 0u);
 }
 
