@@ -152,8 +152,6 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
                           Point("p.noiid", "", {{"noiid", regFails}, {"noiidcls", ""}}) + ", " +
                           Point("p.nocls", kProbeIid, {{"nocls", ""}}) + ", " +
                           Point("p.plain", kProbeIid, {{"notarget", kPlainExtensionClass}}));
-    AddBundle("gone", Point("p.gone", kProbeIid, {{"noroot", cls}}), "", "");
-    AddBundle("nofile", Point("p.nofile", kProbeIid, {{"nofile", cls}}), "", "");
     AddBundle("late", Point("p.late", kProbeIid, {{"unloaded", cls}}), "", "");
     AddBundle("greeter", Point("p.greeter", kGreeterIid, {{"nobase", kGreeterClass}}), "",
               "qzekit_plugin_complete");
@@ -169,8 +167,7 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
     ASSERT_TRUE(kit()->RegisterExtension(BareCreator<HostGreeter>(), regNoBase, false));
     ASSERT_TRUE(kit()->RegisterExtension(BareCreator<PlainExtension>(), regNoTarget, false));
     ASSERT_TRUE(Load());
-    // After the load: one root goes, one library arrives too late.
-    std::filesystem::remove_all(install.root() / "extensions" / "gone");
+    // A library that arrives after the load.
     std::filesystem::copy_file(BuiltPlugin("qzekit_plugin_extension"), LibraryFile("late"));
 
     const std::string lib = "create extension instance from dynamic library";
@@ -191,8 +188,6 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
         {"noiid", {"create extension instance failed, because of iid empty"}},
         {"noiidcls", {"create extension instance failed, because of iid empty"}},
         {"nocls", {"create extension instance failed, because of class Id empty"}},
-        {"noroot", {lib + " failed, because of root path not exist"}},
-        {"nofile", {lib + " failed, because of library file path not exist or empty"}},
         // The file is there but its bundle was never loaded.
         {"unloaded",
          {libLine(cls, kProbeIid), lib + " failed, because of create object instance failed"}},

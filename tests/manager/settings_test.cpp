@@ -4,7 +4,6 @@
 #include "config/configuration_manager_impl.h"
 #include "kit/bundle_manager.h"
 #include "kit/qzextensionkit.h"
-#include "manager/support/kit_host.h"
 #include "model/artifact.h"
 
 namespace qzextensionkit {
@@ -136,33 +135,3 @@ TEST(ManagerFacade, AfterUnInitializeCallsFailAndInitSdkBringsTheSameImplementat
 
 }  // namespace
 }  // namespace qzextensionkit
-
-namespace qzetest {
-namespace {
-
-class LoadTest : public KitHost {};
-
-TEST_F(LoadTest, EveryBundleIsTriedAndNoneDecidesTheResult) {
-    // A bundle without its library, one whose manifest is a list (no
-    // artifact), and one that loads.
-    AddBundle("nolib", Point("p.nolib", kProbeIid, {{"a", kProbeClass}}), "", "");
-    install.WriteManifest("list", "[]");
-    bundles.push_back("list");
-    AddBundle("good", Point("p.good", kProbeIid, {{"b", kProbeClass}}));
-    const long loads = QzeTestCounter(kLoadsCounter);
-    EXPECT_TRUE(Load());
-    EXPECT_EQ(QzeTestCounter(kLoadsCounter), loads + 1);
-    const std::vector<std::string> lines = Lines();
-    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                            [](const std::string& line) {
-                                return line.rfind("Bundle Loader - load bundle failed", 0) == 0;
-                            }),
-              1);
-    kit()->Unload();
-    // Without the mapping file the records fail, and so does Load.
-    install.Remove("extension_adapter_mapping.json");
-    EXPECT_FALSE(kit()->Load());
-}
-
-}  // namespace
-}  // namespace qzetest

@@ -162,14 +162,6 @@ TEST_F(NotificationTest, WhatAnObserverMayDoDuringObserve) {
          {"a", "b", "c"},
          {"b", "c"},
          2},
-        {"removes one not yet reached",
-         [this] {
-             Obs("a")->action = [this] { Remove("c", 7, kA); };
-             On7A({"a", "b", "c"});
-         },
-         {"a", "b"},
-         {"a", "b"},
-         2},
         {"adds to the same list: reached by this walk",
          [this] {
              Obs("a")->action = [this] { Add("d", 7, kA); };
