@@ -142,42 +142,7 @@ private:
     std::atomic<long>* lines_;
 };
 
-class ConcurrencyTest : public KitHost {
-protected:
-    static qzextensionkit::QZEConfigurationManager* config() {
-        return qzextensionkit::QZEConfigurationManager::GetInstance();
-    }
-    static qzextensionkit::QZServiceManager* services() {
-        return qzextensionkit::QZServiceManager::GetInstance();
-    }
-
-    // Native tools whose records the remote data takes over, the adapter
-    // bundle that hosts the web records, and a singleton nobody remote touches.
-    bool LoadStressInstallation() {
-        AddBundle("tools", Point("stress.tools", kProbeIid,
-                                 {{"t1", kProbeClass, false, R"("payloads": {"title": "local"})"},
-                                  {"t2", kProbeClass}}));
-        AddBundle("extension_adapter", Point("stress.panel", kProbeIid, {}));
-        // The host's own singleton class: the library's would outlive this
-        // test in the container and meet later tests of this program.
-        AddBundle("single", Point("stress.single", kProbeIid, {{"s1", kHostSingletonClass, true}}),
-                  "", nullptr);
-        kit()->RegisterExtension([](const std::string& iid, const std::string&,
-                                    void** out) { return HostProbe(iid, out); },
-                                 kHostSingletonClass, true);
-        install.WriteMapping(
-            std::string(R"({"remote": {"tools": {"extensionPointId": "stress.tools"}},
-            "web": {"panel": {"extensionPointId": "stress.panel", "clsid": ")") +
-            kProbeClass + R"(", "isSingleton": false}}})");
-        install.WriteConfig(R"({"artifacts": ["tools", "extension_adapter", "single"],
-            "modules": [{"id": "mail"}, {"id": "core", "configurations": [
-                {"key": "im_enable_parse_link", "value": "true"}]}],
-            "ExtensionAuthInfo": {
-                "H5": {"https://h5.example.com": [{"bundleId": "web.app", "accessKey": "k0"}]},
-                "Native": [{"bundleId": "tools", "accessKey": "n0"}]}})");
-        return kit()->Load();
-    }
-};
+class ConcurrencyTest : public KitHost {};
 
 TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     // A sink with no lock of its own, which would order every logging call.
@@ -190,28 +155,52 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     hostRules.lock();
     hostRules.unlock();
     auto source = std::make_shared<StressSource>(hostRules);
-    ASSERT_TRUE(LoadStressInstallation());
-    config()->SetRemoteConfigDataSource(source);
+    // Native tools whose records the remote data takes over, the adapter
+    // bundle that hosts the web records, and a singleton nobody remote touches.
+    AddBundle("tools", Point("stress.tools", kProbeIid,
+                             {{"t1", kProbeClass, false, R"("payloads": {"title": "local"})"},
+                              {"t2", kProbeClass}}));
+    AddBundle("extension_adapter", Point("stress.panel", kProbeIid, {}));
+    // The host's own singleton class: the library's would outlive this
+    // test in the container and meet later tests of this program.
+    AddBundle("single", Point("stress.single", kProbeIid, {{"s1", kHostSingletonClass, true}}), "",
+              nullptr);
+    kit()->RegisterExtension(
+        [](const std::string& iid, const std::string&, void** out) { return HostProbe(iid, out); },
+        kHostSingletonClass, true);
+    install.WriteMapping(std::string(R"({"remote": {"tools": {"extensionPointId": "stress.tools"}},
+        "web": {"panel": {"extensionPointId": "stress.panel", "clsid": ")") +
+                         kProbeClass + R"(", "isSingleton": false}}})");
+    install.WriteConfig(R"({"artifacts": ["tools", "extension_adapter", "single"],
+        "modules": [{"id": "mail"}, {"id": "core", "configurations": [
+            {"key": "im_enable_parse_link", "value": "true"}]}],
+        "ExtensionAuthInfo": {
+            "H5": {"https://h5.example.com": [{"bundleId": "web.app", "accessKey": "k0"}]},
+            "Native": [{"bundleId": "tools", "accessKey": "n0"}]}})");
+    ASSERT_TRUE(kit()->Load());
+    auto* config = qzextensionkit::QZEConfigurationManager::GetInstance();
+    auto* services = qzextensionkit::QZServiceManager::GetInstance();
+    config->SetRemoteConfigDataSource(source);
     // Merged once before the threads start, so every answer below comes from
     // one of the two rounds of remote data.
-    ASSERT_TRUE(config()->LoadRemoteConfig());
+    ASSERT_TRUE(config->LoadRemoteConfig());
     qzextensionkit::QZServiceRegisterInfo echo;
     echo.serviceName = "Stress.Probe";
     echo.classId = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1F01}";
     echo.interfaceId = kProbeIid;
     echo.creator = [](void** out) { return HostProbe(kProbeIid, out); };
     // A repeated run in one process finds it registered already.
-    services()->RegisterService(echo);
+    services->RegisterService(echo);
 
     void* single = nullptr;
     ASSERT_TRUE(kit()->GetExtension("stress.single", &single));
-    void* notification = services()->GetService(qzextensionkit::kNotificationServiceName);
+    void* notification = services->GetService(qzextensionkit::kNotificationServiceName);
     ASSERT_NE(notification, nullptr);
     ReleaseObject(notification);
     // Merges never touch the switches.
     bool on = false;
-    ASSERT_TRUE(config()->IsModuleEnabled(qzextensionkit::kModuleMail, on) && on);
-    ASSERT_TRUE(config()->IsFeatueEnabled(qzextensionkit::kFeatureImEnableParseLink, on) && on);
+    ASSERT_TRUE(config->IsModuleEnabled(qzextensionkit::kModuleMail, on) && on);
+    ASSERT_TRUE(config->IsFeatueEnabled(qzextensionkit::kFeatureImEnableParseLink, on) && on);
 
     auto check = [](bool ok, const char* what) { EXPECT_TRUE(ok) << what; };
     const std::vector<std::function<void()>> kinds = {
@@ -247,9 +236,9 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
             }
         },
         [&] {
-            void* shared = services()->GetService(qzextensionkit::kNotificationServiceName);
+            void* shared = services->GetService(qzextensionkit::kNotificationServiceName);
             check(shared == notification, "notification service");
-            void* fresh = services()->GetService("Stress.Probe");
+            void* fresh = services->GetService("Stress.Probe");
             check(fresh != nullptr && fresh != shared, "probe service");
             for (void* object : {shared, fresh}) {
                 if (object != nullptr) {
@@ -259,19 +248,19 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
         },
         [&] {
             bool mail = false, parse = false;
-            check(config()->IsModuleEnabled(qzextensionkit::kModuleMail, mail) && mail,
+            check(config->IsModuleEnabled(qzextensionkit::kModuleMail, mail) && mail,
                   "module switch");
-            check(config()->IsFeatueEnabled(qzextensionkit::kFeatureImEnableParseLink, parse) &&
-                      parse,
-                  "feature switch");
+            check(
+                config->IsFeatueEnabled(qzextensionkit::kFeatureImEnableParseLink, parse) && parse,
+                "feature switch");
         },
         [&] {
-            const std::string key = config()->GetExtensionAccessKey("tools");
+            const std::string key = config->GetExtensionAccessKey("tools");
             check(key == "nA" || key == "nB", "native access key");
-            const std::string web = config()->GetExtensionAccessKey("web.app");
+            const std::string web = config->GetExtensionAccessKey("web.app");
             check(web == "kA" || web == "kB", "web access key");
         },
-        [&] { check(config()->GetH5ExtensionBundleId(kH5Url) == "web.app", "H5 bundle id"); },
+        [&] { check(config->GetH5ExtensionBundleId(kH5Url) == "web.app", "H5 bundle id"); },
         // The unlocked walk, kept apart from merges by the host.
         [&] {
             std::shared_lock<std::shared_mutex> shared(hostRules);
@@ -294,7 +283,7 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
             std::this_thread::yield();
         }
         for (; fetchRounds < kMinFetchRounds || finished.load() < requestThreads; ++fetchRounds) {
-            config()->FetchRemoteConfig(
+            config->FetchRemoteConfig(
                 true, [&] { ++successes; },
                 [&](const std::string& reason) {
                     check(reason == "offline", "failure text");
@@ -302,7 +291,7 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
                 });
             if (fetchRounds % kCachedLoadEvery == 0) {
                 std::unique_lock<std::shared_mutex> exclusive(hostRules);
-                check(config()->LoadRemoteConfig(), "cached load");
+                check(config->LoadRemoteConfig(), "cached load");
             }
             std::this_thread::yield();
         }
@@ -336,7 +325,7 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     EXPECT_EQ(source->round(), successes.load());
     // The last merge decides what stays.
     const std::string last = kTitles[source->round() % 2];
-    EXPECT_EQ(config()->GetExtensionAccessKey("tools"), "n" + last);
+    EXPECT_EQ(config->GetExtensionAccessKey("tools"), "n" + last);
     void* tool = nullptr;
     ASSERT_TRUE(kit()->GetExtensionById("t1", &tool));
     EXPECT_EQ(SeenField(tool, "title"), last);
@@ -345,7 +334,7 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     // earlier test in this process built it already.
     by::IBaseUnknown* kept = Identity(single);
     EXPECT_THAT(NewObjects(), ::testing::AnyOf(::testing::IsEmpty(), ::testing::ElementsAre(kept)));
-    config()->SetRemoteConfigDataSource(nullptr);
+    config->SetRemoteConfigDataSource(nullptr);
 }
 
 // Callers that bypass the facade's mutex may each miss a singleton and each

@@ -112,13 +112,6 @@ TEST_F(ManagerWithFakes, SettingsReachTheConfigurationAndTheirResultsComeBack) {
         configuration->callback({"bundle"}, nullptr, nullptr);
         EXPECT_EQ(asked, std::vector<std::string>{"bundle"});
     }
-    // The switches are the manager's own and touch nothing else.
-    configuration->calls.clear();
-    kit->SetSignVerifyEnable(true);
-    EXPECT_FALSE(kit->GetLibFileVerifyEnable());
-    EXPECT_TRUE(kit->GetSignVerifyEnable());
-    kit->SetSignVerifyEnable(false);
-    EXPECT_TRUE(configuration->calls.empty());
 }
 
 // The implementation goes and comes back with its state.

@@ -208,7 +208,7 @@ TEST_F(ServiceManagerImpl, AKeptSingletonThatDoesNotAnswerTheQueryIsNotHandedOut
 
 TEST_F(ServiceManagerImpl, LookupsWithEmptyOrUnknownKeysLogAndFail) {
     ASSERT_TRUE(manager->RegisterService(Record("Known", "{c}", false)));
-    // Non-null to start with, so that a row sees the out-pointer nulled.
+    // One line of each kind; non-null outputs, so that a row sees them nulled.
     QZServiceRegisterInfo sentinel;
     QZServiceRegisterInfo* info = &sentinel;
     int dummy = 0;
@@ -221,18 +221,8 @@ TEST_F(ServiceManagerImpl, LookupsWithEmptyOrUnknownKeysLogAndFail) {
          "impl - get service failed, because of service name is empty"},
         {[&] { return manager->GetService("Other") != nullptr; },
          "impl - get service failed, because of service is not registered"},
-        {[&] { return manager->IsServiceRegistered(""); },
-         "impl - query service is registered failed, because of service name is empty"},
-        {[&] { return manager->IsClassRegistered(""); },
-         "impl - query class is registered failed, because of class id is empty"},
-        {[&] { return !manager->GetServiceClassId("").empty(); },
-         "impl - get service class id failed, because of service name is empty"},
-        {[&] { return manager->GetServiceRegisterInfo("", &info); },
-         "impl - get service register info failed, because of class id is empty"},
         {[&] { return manager->GetServiceRegisterInfo("{d}", &info) || info != nullptr; },
          "impl - get service register info failed, because of class is not registered"},
-        {[&] { return manager->GetSingletonObject("", &object); },
-         "imp - get singleton object failed, because of class id is empty"},
         {[&] { return manager->GetSingletonObject("{d}", &object) || object != nullptr; },
          "imp - class id:{d}, get singleton object failed, because of object didn't founded"},
         {[&] { return manager->SetSingletonObject("", reinterpret_cast<by::IBaseUnknown*>(1)); },
@@ -261,13 +251,9 @@ TEST(ServiceManagerFacade, HandsOutInterfacesAcrossInitSdkAndUnInitialize) {
     const int liveBefore = EchoService::live.load();
     QZServiceManager* facade = QZServiceManager::GetInstance();
     ASSERT_TRUE(facade->RegisterService<EchoService>("Facade.Echo", "{f1}", IEcho::kId, true));
-    ASSERT_TRUE(facade->RegisterService<EchoService>("Facade.Bad", "{f2}", "{bad}", true));
     IEcho* echo = facade->GetService<IEcho>("Facade.Echo");
     ASSERT_NE(echo, nullptr);
     EXPECT_EQ(echo->Echo(41), 42);
-    // The class does not answer the malformed id: its creator fails and
-    // leaves nothing behind.
-    EXPECT_EQ(facade->GetService<IEcho>("Facade.Bad"), nullptr);
     EXPECT_EQ(EchoService::live.load(), liveBefore + 1);
 
     facade->UnInitialize();
