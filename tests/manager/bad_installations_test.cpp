@@ -1,8 +1,6 @@
-// Broken installations, each with a bad part beside a good bundle built on
-// the real extension test library. Loading must not crash, the good
-// bundle's extension must still be served and the bad one's never, and the
-// log must hold the lines that name what was passed over. The small cases
-// are data under tests/data/bad_installations; the huge ones are made here.
+// Broken installations, each a bad part beside a good bundle: the load must
+// not crash, the good extension is served and the bad one never, and the log
+// names what was passed over. Small cases are data in tests/data.
 
 #include <gtest/gtest.h>
 

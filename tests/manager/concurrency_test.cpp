@@ -1,8 +1,6 @@
-// Many host threads on one loaded kit while remote configuration is merged
-// on other threads. The host keeps the rules for the unlocked operations:
-// GetExtensionById walks the records without the configuration lock, so it
-// never runs beside a merge; everything else runs freely. Built to run under
-// ThreadSanitizer in seconds.
+// Host threads on one loaded kit while remote configuration merges. The
+// host keeps GetExtensionById, which walks the records unlocked, apart from
+// merges; everything else runs freely. Sized for ThreadSanitizer.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -14,14 +14,6 @@ using ::testing::ElementsAre;
 
 class LookupsTest : public KitHost {};
 
-std::vector<std::string> ExtIds(const std::vector<void*>& objects) {
-    std::vector<std::string> ids;
-    for (void* object : objects) {
-        ids.push_back(SeenField(object, "ext"));
-    }
-    return ids;
-}
-
 TEST_F(LookupsTest, ASingletonIsOneObjectRefilledAndInitialisedOnEveryRequest) {
     // Three records of one singleton class per route; the third has no
     // payloads, so its refill keeps the second's.
@@ -123,12 +115,13 @@ TEST_F(LookupsTest, ListsKeepRecordOrderSkipFailuresAndCountWhatTheCallerHeld) {
         EXPECT_EQ(kit()->GetExtensionList(row.point, objects), row.result);
         ASSERT_EQ(objects.size(), row.built.size() + (row.prefilled ? 1 : 0));
         EXPECT_EQ(!objects.empty() && objects[0] == &sentinel, row.prefilled);
-        std::vector<void*> built(objects.begin() + (row.prefilled ? 1 : 0), objects.end());
-        EXPECT_EQ(ExtIds(built), row.built);
         EXPECT_EQ(ManagerLines().back(), row.lastLine);
-        for (void* object : built) {
-            EXPECT_EQ(Probe(object)->Release(), 0u);
+        std::vector<std::string> built;
+        for (size_t i = row.prefilled ? 1 : 0; i < objects.size(); ++i) {
+            built.push_back(SeenField(objects[i], "ext"));
+            EXPECT_EQ(Probe(objects[i])->Release(), 0u);
         }
+        EXPECT_EQ(built, row.built);
     }
     EXPECT_TRUE(NewObjects().empty());
 
