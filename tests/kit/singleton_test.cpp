@@ -3,14 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <thread>
 #include <vector>
-
-#include "component/object_container.h"
-#include "kit/qzextensionkit.h"
 
 namespace {
 
@@ -82,18 +78,6 @@ TEST(Singleton, SharedImplementationIsBuiltOnceAcrossThreads) {
     EXPECT_EQ(Counted::built - before, 1);
     ASSERT_NE(got[0], nullptr);
     EXPECT_EQ(std::count(got.begin(), got.end(), got[0]), 6);
-}
-
-TEST(Singleton, KitSingletonsAreOnePerProcessFromAnyThread) {
-    using namespace qzextensionkit;
-    using Set = std::array<const void*, 6>;
-    auto seen = OnThreads<Set>(4, [] {
-        return Set{QZExtensionManager::GetInstance(), QZServiceManager::GetInstance(),
-                   QZEBundleManager::GetInstance(),   QZEConfigurationManager::GetInstance(),
-                   QZEObjectContainer::GetInstance(), QZELogService::GetInstance()};
-    });
-    EXPECT_EQ(std::count(seen[0].begin(), seen[0].end(), nullptr), 0);
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), seen[0]), 4);
 }
 
 }  // namespace

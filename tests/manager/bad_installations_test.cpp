@@ -1,8 +1,6 @@
-// Broken installations, each with a bad part beside a good bundle built on
-// the real extension test library. Loading must not crash, the good
-// bundle's extension must still be served and the bad one's never, and the
-// log must hold the lines that name what was passed over. The small cases
-// are data under tests/data/bad_installations; the huge ones are made here.
+// Broken installations, each a bad part beside a good bundle: the load must
+// not crash, the good extension is served and the bad one never, and the log
+// names what was passed over. Small cases are data in tests/data.
 
 #include <gtest/gtest.h>
 
@@ -241,26 +239,24 @@ TEST_F(BadInstallationsTest, MadeCasesLoadAroundTheirBadPart) {
 TEST_F(BadInstallationsTest, HugeManifestIsReadWhole) {
     constexpr size_t kManifestBytes = 50u << 20;
     const std::string filler(400, 'x');
-    auto config = qzextensionkit::QZEConfigurationManager::GetInstance();
-    {
-        Installation install;
-        AddGoodBundle(install);
-        std::vector<Ext> exts;
-        for (size_t bytes = 0; bytes < kManifestBytes; bytes += filler.size() + 90) {
-            exts.emplace_back("huge." + std::to_string(exts.size()), kProbeClass, false,
-                              R"("payloads": {"filler": ")" + filler + "\"}");
-        }
-        const std::string manifest = BadManifest("bad", kMissingLibrary, "huge.point", exts);
-        ASSERT_GE(manifest.size(), kManifestBytes);
-        install.WriteManifest("bad", manifest);
-        Expectation expect;
-        expect.lines = {"load bundle failed, because of library file path not exist or empty"};
-        LoadAndCheck(install, expect, [&] {
-            std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
-            ASSERT_TRUE(config->GetExtensionInfosByExntensionPointID("huge.point", records));
-            EXPECT_EQ(records.size(), exts.size() + 1);
-        });
+    Installation install;
+    AddGoodBundle(install);
+    std::vector<Ext> exts;
+    for (size_t bytes = 0; bytes < kManifestBytes; bytes += filler.size() + 90) {
+        exts.emplace_back("huge." + std::to_string(exts.size()), kProbeClass, false,
+                          R"("payloads": {"filler": ")" + filler + "\"}");
     }
+    const std::string manifest = BadManifest("bad", kMissingLibrary, "huge.point", exts);
+    ASSERT_GE(manifest.size(), kManifestBytes);
+    install.WriteManifest("bad", manifest);
+    Expectation expect;
+    expect.lines = {"load bundle failed, because of library file path not exist or empty"};
+    LoadAndCheck(install, expect, [&] {
+        std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
+        ASSERT_TRUE(qzextensionkit::QZEConfigurationManager::GetInstance()
+                        ->GetExtensionInfosByExntensionPointID("huge.point", records));
+        EXPECT_EQ(records.size(), exts.size() + 1);
+    });
 }
 
 TEST_F(BadInstallationsTest, HugeCountOfBundlesIsReadWhole) {
@@ -269,24 +265,21 @@ TEST_F(BadInstallationsTest, HugeCountOfBundlesIsReadWhole) {
                         "making and removing files";
     }
     constexpr int kBundles = 10000;
-    {
-        Installation install;
-        AddGoodBundle(install);
-        Expectation expect;
-        expect.artifacts.clear();
-        for (int i = 0; i < kBundles; ++i) {
-            const std::string folder = "b" + std::to_string(i);
-            install.WriteManifest(folder, BadManifest("many", kMissingLibrary, "many." + folder));
-            expect.artifacts.push_back(folder);
-        }
-        expect.artifacts.push_back("good");
-        const std::vector<std::string> lines = LoadAndCheck(install, expect);
-        const long failed = std::count(
-            lines.begin(), lines.end(),
-            "[QZExtensionKit] Bundle Loader - load bundle failed, because of library file path not "
-            "exist or empty");
-        EXPECT_EQ(failed, kBundles);
+    Installation install;
+    AddGoodBundle(install);
+    Expectation expect;
+    expect.artifacts.clear();
+    for (int i = 0; i < kBundles; ++i) {
+        const std::string folder = "b" + std::to_string(i);
+        install.WriteManifest(folder, BadManifest("many", kMissingLibrary, "many." + folder));
+        expect.artifacts.push_back(folder);
     }
+    expect.artifacts.push_back("good");
+    const std::vector<std::string> lines = LoadAndCheck(install, expect);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                         "[QZExtensionKit] Bundle Loader - load bundle failed, because of library "
+                         "file path not exist or empty"),
+              kBundles);
 }
 
 }  // namespace

@@ -38,87 +38,85 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
     const std::string loaded = config + "load all extension infos success";
     const std::string readConfigFailed =
         config + "load local configurations failed, becuase of load config.json failed";
-    const std::string loadCom = "Bundle Loader - load bundle failed, because of load com failed";
+    const std::string bundleFailed = "Bundle Loader - load bundle failed, because of ";
+    const std::string loadCom = bundleFailed + "load com failed";
     const std::string setDirectory = "Bundle Loader - Failed to set DLL directory, code:0x57";
     const std::string route =
         "extension manager impl - create extension instance from dynamic "
         "library failed, because of ";
-    enum class Dir { kUnchanged, kAtBin };
+    // When the failure strikes: during Load (with the file check on), or
+    // at the request after a clean Load.
+    enum Mode { kLoad, kVerified, kRequest };
+    // What Load gave: false with no records, true without the bundle's
+    // records, or true with them.
+    enum Outcome { kFailed, kNoRecords, kLoaded };
+    // Left behind: a loader in the pool, its library opened, the search
+    // directory at the bundle's "bin".
+    struct Left {
+        bool inPool, opened, atBin;
+    };
+    const Left kNone{false, false, false}, kUnopened{true, false, false},
+        kUnopenedAtBin{true, false, true}, kOpen{true, true, false}, kOpenAtBin{true, true, true};
     struct Row {
         const char* name;
         Operation op;
         int times, skip;
-        // The failure hits the request after a clean Load instead.
-        bool duringRequest;
-        bool verify;
+        Mode mode;
         std::string line;
-        bool loadResult;
-        // The bundle's records came in.
-        bool recordsIn;
-        // Left behind: a loader in the pool, the library opened, the search
-        // directory.
-        bool inPool, opened;
-        Dir dir;
+        Outcome outcome;
+        Left left;
         // The request once the failure is gone and the kit has loaded again.
         bool laterRequest;
-        // The id of the record derived through the adapter mapping; empty
-        // for a fresh braced one.
-        std::string derivedId;
     } const rows[] = {
-        {"executable path empty", Operation::kExecutablePath, 1, 0, false, false,
+        {"executable path empty", Operation::kExecutablePath, 1, 0, kLoad,
          config + "get extension adapter mapping file path failed, becuase of "
                   "extension_adapter_mapping.json is not exist",
-         false, false, false, false, Dir::kUnchanged, true, ""},
-        {"executable path empty for config.json", Operation::kExecutablePath, 1, 1, false, false,
-         config + "load local configurations failed, because of get extensions dir failed", false,
-         false, false, false, Dir::kUnchanged, true, ""},
-        {"mapping not found", Operation::kFileExists, 1, 0, false, false, loadFailed, false, false,
-         false, false, Dir::kUnchanged, true, ""},
-        {"config.json not found", Operation::kFileExists, 1, 1, false, false,
-         config + "load local configurations failed, becuase of config.json is not exist", false,
-         false, false, false, Dir::kUnchanged, true, ""},
+         kFailed, kNone, true},
+        {"executable path empty for config.json", Operation::kExecutablePath, 1, 1, kLoad,
+         config + "load local configurations failed, because of get extensions dir failed", kFailed,
+         kNone, true},
+        {"mapping not found", Operation::kFileExists, 1, 0, kLoad, loadFailed, kFailed, kNone,
+         true},
+        {"config.json not found", Operation::kFileExists, 1, 1, kLoad,
+         config + "load local configurations failed, becuase of config.json is not exist", kFailed,
+         kNone, true},
         // Existence tests: the mapping one, config.json two, the manifest
         // two, then the bundle's root and library.
-        {"bundle root not found", Operation::kFileExists, 1, 5, false, false,
-         "Bundle Loader - load bundle failed, because of root path not exist", true, true, false,
-         false, Dir::kUnchanged, true, ""},
-        {"library not found", Operation::kFileExists, 1, 6, false, false,
-         "Bundle Loader - load bundle failed, because of library file path not exist or empty",
-         true, true, false, false, Dir::kUnchanged, true, ""},
-        {"mapping not opened", Operation::kOpenFile, 1, 0, false, false, loadFailed, false, false,
-         false, false, Dir::kUnchanged, true, ""},
-        {"config.json not opened", Operation::kOpenFile, 1, 1, false, false, readConfigFailed,
-         false, false, false, false, Dir::kUnchanged, true, ""},
-        {"manifest not opened", Operation::kOpenFile, 1, 2, false, false, loaded, true, false,
-         false, false, Dir::kUnchanged, true, ""},
+        {"bundle root not found", Operation::kFileExists, 1, 5, kLoad,
+         bundleFailed + "root path not exist", kLoaded, kNone, true},
+        {"library not found", Operation::kFileExists, 1, 6, kLoad,
+         bundleFailed + "library file path not exist or empty", kLoaded, kNone, true},
+        {"mapping not opened", Operation::kOpenFile, 1, 0, kLoad, loadFailed, kFailed, kNone, true},
+        {"config.json not opened", Operation::kOpenFile, 1, 1, kLoad, readConfigFailed, kFailed,
+         kNone, true},
+        {"manifest not opened", Operation::kOpenFile, 1, 2, kLoad, loaded, kNoRecords, kNone, true},
         // Reads: the mapping takes two, config.json (over 64 KiB) three, the
         // manifest two, and the library's digest one per KiB.
-        {"mapping read part way", Operation::kReadFile, 1, 1, false, false, loadFailed, false,
-         false, false, false, Dir::kUnchanged, true, ""},
-        {"config.json read part way", Operation::kReadFile, 1, 3, false, false, readConfigFailed,
-         false, false, false, false, Dir::kUnchanged, true, ""},
-        {"manifest read part way", Operation::kReadFile, 1, 6, false, false, loaded, true, false,
-         false, false, Dir::kUnchanged, true, ""},
-        {"library read part way for its digest", Operation::kReadFile, 1, 17, false, true,
-         "Bundle Loader - load bundle failed, because of lib file verify failed", true, true, false,
-         false, Dir::kUnchanged, true, ""},
-        {"library not opened", Operation::kOpenLibrary, 1, 0, false, false, loadCom, true, true,
-         true, false, Dir::kAtBin, false, ""},
-        {"class getter not exported", Operation::kFindExport, 1, 0, false, false, loadCom, true,
-         true, true, true, Dir::kAtBin, false, ""},
-        {"last export missing: the getter is there", Operation::kFindExport, 1, 3, false, false,
-         loadCom, true, true, true, true, Dir::kAtBin, true, ""},
-        {"search directory not set", Operation::kSetLibraryDirectory, 1, 0, false, false,
-         setDirectory, true, true, true, false, Dir::kUnchanged, false, ""},
-        {"search directory not put back", Operation::kSetLibraryDirectory, 1, 1, false, false,
-         setDirectory, true, true, true, true, Dir::kAtBin, true, ""},
-        {"no identifier for the derived record", Operation::kCreateGuid, -1, 0, false, false,
-         loaded, true, true, true, true, Dir::kUnchanged, true, "{}"},
-        {"root gone at the request", Operation::kFileExists, 1, 0, true, false,
-         route + "root path not exist", true, true, true, true, Dir::kUnchanged, true, ""},
-        {"library gone at the request", Operation::kFileExists, 1, 1, true, false,
-         route + "library file path not exist or empty", true, true, true, true, Dir::kUnchanged,
-         true, ""},
+        {"mapping read part way", Operation::kReadFile, 1, 1, kLoad, loadFailed, kFailed, kNone,
+         true},
+        {"config.json read part way", Operation::kReadFile, 1, 3, kLoad, readConfigFailed, kFailed,
+         kNone, true},
+        {"manifest read part way", Operation::kReadFile, 1, 6, kLoad, loaded, kNoRecords, kNone,
+         true},
+        {"library read part way for its digest", Operation::kReadFile, 1, 17, kVerified,
+         bundleFailed + "lib file verify failed", kLoaded, kNone, true},
+        {"library not opened", Operation::kOpenLibrary, 1, 0, kLoad, loadCom, kLoaded,
+         kUnopenedAtBin, false},
+        {"class getter not exported", Operation::kFindExport, 1, 0, kLoad, loadCom, kLoaded,
+         kOpenAtBin, false},
+        {"last export missing: the getter is there", Operation::kFindExport, 1, 3, kLoad, loadCom,
+         kLoaded, kOpenAtBin, true},
+        {"search directory not set", Operation::kSetLibraryDirectory, 1, 0, kLoad, setDirectory,
+         kLoaded, kUnopened, false},
+        {"search directory not put back", Operation::kSetLibraryDirectory, 1, 1, kLoad,
+         setDirectory, kLoaded, kOpenAtBin, true},
+        // The derived record then has an empty braced id.
+        {"no identifier for the derived record", Operation::kCreateGuid, -1, 0, kLoad, loaded,
+         kLoaded, kOpen, true},
+        {"root gone at the request", Operation::kFileExists, 1, 0, kRequest,
+         route + "root path not exist", kLoaded, kOpen, true},
+        {"library gone at the request", Operation::kFileExists, 1, 1, kRequest,
+         route + "library file path not exist or empty", kLoaded, kOpen, true},
     };
     // Beyond one read block, so that config.json takes two.
     const std::string padding(70000, ' ');
@@ -145,16 +143,16 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
                              R"(", "clsid": ")" + kProbeClass + R"(", "iid": ")" + kProbeIid +
                              "\"}}");
         install.WriteConfig(ConfigWithArtifacts(bundles) + padding);
-        kit()->SetLibFileVerifyEnable(row.verify);
+        kit()->SetLibFileVerifyEnable(row.mode == kVerified);
         pf::SetLibraryDirectory(marker.c_str());
         const long loads = QzeTestCounter(kLoadsCounter);
         log->Clear();
 
-        if (!row.duringRequest) {
+        if (row.mode != kRequest) {
             pf::testing::InjectFailure(row.op, row.times, 0x57, row.skip);
         }
-        EXPECT_EQ(kit()->Load(), row.loadResult);
-        if (row.duringRequest) {
+        EXPECT_EQ(kit()->Load(), row.outcome != kFailed);
+        if (row.mode == kRequest) {
             pf::testing::InjectFailure(row.op, row.times, 0x57, row.skip);
             void* object = nullptr;
             EXPECT_FALSE(kit()->GetExtensionById(id, &object));
@@ -165,22 +163,23 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         EXPECT_NE(std::find(lines.begin(), lines.end(), row.line), lines.end());
         std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
         EXPECT_EQ(configuration->GetExtensionInfosByExntensionPointID(source, records),
-                  row.recordsIn);
+                  row.outcome == kLoaded);
         records.clear();
         configuration->GetExtensionInfosByExntensionPointID(target, records);
-        if (row.recordsIn) {
+        if (row.outcome == kLoaded) {
             ASSERT_EQ(records.size(), 1u);
             const std::string derived = records[0]->GetId();
-            EXPECT_TRUE(row.derivedId.empty() ? derived.size() == 38 && derived[0] == '{'
-                                              : derived == row.derivedId)
+            EXPECT_TRUE(row.op == Operation::kCreateGuid
+                            ? derived == "{}"
+                            : derived.size() == 38 && derived[0] == '{')
                 << derived;
         }
-        EXPECT_EQ(SearchDirectory(), row.dir == Dir::kAtBin
+        EXPECT_EQ(SearchDirectory(), row.left.atBin
                                          ? Backslashed(base::UTF8ToWide(RootText(folder) + "\\bin"))
                                          : marker);
         EXPECT_EQ(bundleManager->ComLoaderIsExist(RootText(folder) + "\\" + kExtensionLibrary),
-                  row.inPool);
-        EXPECT_EQ(QzeTestCounter(kLoadsCounter) - loads, row.opened ? 1 : 0);
+                  row.left.inPool);
+        EXPECT_EQ(QzeTestCounter(kLoadsCounter) - loads, row.left.opened ? 1 : 0);
 
         // Again without the failure, with a second bundle beside it.
         kit()->Unload();
@@ -193,7 +192,7 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         EXPECT_TRUE(kit()->Load());
         lines = Lines();
         EXPECT_EQ(std::count(lines.begin(), lines.end(), "Bundle Loader - bundle has been loaded"),
-                  row.inPool ? 1 : 0);
+                  row.left.inPool ? 1 : 0);
         for (const std::string& asked : {id, next}) {
             void* object = nullptr;
             EXPECT_EQ(kit()->GetExtensionById(asked, &object), asked == next || row.laterRequest)

@@ -18,6 +18,8 @@ namespace {
 
 using Lines = std::vector<std::string>;
 constexpr char kPrefix[] = "[QZExtensionKit] service manager ";
+const std::string kNotFound =
+    "imp - class id:{c}, get singleton object failed, because of object didn't founded";
 
 class IEcho : public by::IBaseUnknown {
 public:
@@ -37,7 +39,6 @@ public:
 };
 std::atomic<int> EchoService::live{0};
 
-// A component object's count, unchanged.
 uint32_t Count(by::IBaseUnknown* object) {
     object->AddRef();
     return object->Release();
@@ -76,6 +77,7 @@ protected:
         log->Clear();
         return out;
     }
+    IEcho* Get(const std::string& name) { return static_cast<IEcho*>(manager->GetService(name)); }
 
     std::shared_ptr<qzetest::CapturedLines> log = qzetest::CaptureLog();
     std::shared_ptr<QZServiceManagerImpl> manager = std::make_shared<QZServiceManagerImpl>();
@@ -84,21 +86,18 @@ protected:
 TEST_F(ServiceManagerImpl, RefusedRegistrationsLogTheirLineAndChangeNothing) {
     auto firstCalls = std::make_shared<int>(0);
     ASSERT_TRUE(manager->RegisterService(Record("Taken", "{first}", false, firstCalls)));
+    const std::string failed = "impl - register failed, because of ";
     const struct {
         std::function<void(QZServiceRegisterInfo&)> change;
-        const char* line;
+        std::string line;
     } rows[] = {
-        {[](auto& r) { r.classId.clear(); },
-         "impl - register failed, because of class id is empty"},
-        {[](auto& r) { r.interfaceId.clear(); },
-         "impl - register failed, because of interface id is empty"},
-        {[](auto& r) { r.serviceName.clear(); },
-         "impl - register failed, because of service name is empty"},
-        // The class id is tested first, then the interface id, then the name.
-        {[](auto& r) { r = QZServiceRegisterInfo(); },
-         "impl - register failed, because of class id is empty"},
+        {[](auto& r) { r.classId.clear(); }, failed + "class id is empty"},
+        {[](auto& r) { r.interfaceId.clear(); }, failed + "interface id is empty"},
+        {[](auto& r) { r.serviceName.clear(); }, failed + "service name is empty"},
+        // The class id is tested first.
+        {[](auto& r) { r = QZServiceRegisterInfo(); }, failed + "class id is empty"},
         {[](auto& r) { r.serviceName = "Taken"; },
-         "impl - register failed, because of the service name (Taken) is registered"},
+         failed + "the service name (Taken) is registered"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
@@ -109,33 +108,27 @@ TEST_F(ServiceManagerImpl, RefusedRegistrationsLogTheirLineAndChangeNothing) {
         EXPECT_FALSE(manager->IsServiceRegistered("New"));
         EXPECT_FALSE(manager->IsClassRegistered("{second}"));
     }
-    // "Taken" still serves its first record.
-    auto* a = static_cast<IEcho*>(manager->GetService("Taken"));
-    ASSERT_NE(a, nullptr);
-    EXPECT_EQ(a->Release(), 0u);
+    EXPECT_EQ(Get("Taken")->Release(), 0u);
     EXPECT_EQ(*firstCalls, 1);
 }
 
 TEST_F(ServiceManagerImpl, ASecondNameServesTheFirstRecordOfItsClass) {
     auto firstCalls = std::make_shared<int>(0);
-    auto secondCalls = std::make_shared<int>(0);
     ASSERT_TRUE(manager->RegisterService(Record("One", "{c}", false, firstCalls)));
-    QZServiceRegisterInfo second = Record("Two", "{c}", true, secondCalls);
+    QZServiceRegisterInfo second = Record("Two", "{c}", true);
     second.interfaceId = "{other}";
     EXPECT_TRUE(manager->RegisterService(second));
-
     QZServiceRegisterInfo* stored = nullptr;
     ASSERT_TRUE(manager->GetServiceRegisterInfo("{c}", &stored));
-    EXPECT_EQ(stored->serviceName + "|" + stored->classId + "|" + stored->interfaceId,
-              std::string("|{c}|") + IEcho::kId);  // the name is only a key
+    // The name is only a key: the stored record carries none.
+    EXPECT_EQ(stored->serviceName + "|" + stored->interfaceId, std::string("|") + IEcho::kId);
     EXPECT_EQ(manager->GetServiceClassId("Two"), "{c}");
-
     // Not a singleton: a new object per call, carrying the caller's reference only.
-    auto* a = static_cast<IEcho*>(manager->GetService("Two"));
-    auto* b = static_cast<IEcho*>(manager->GetService("Two"));
+    IEcho* a = Get("Two");
+    IEcho* b = Get("Two");
     ASSERT_TRUE(a && b);
     EXPECT_NE(a, b);
-    EXPECT_EQ(*firstCalls + 10 * *secondCalls, 2);
+    EXPECT_EQ(*firstCalls, 2);
     EXPECT_EQ(Take(), Lines{});
     EXPECT_EQ(a->Release(), 0u);
     EXPECT_EQ(b->Release(), 0u);
@@ -144,16 +137,13 @@ TEST_F(ServiceManagerImpl, ASecondNameServesTheFirstRecordOfItsClass) {
 TEST_F(ServiceManagerImpl, ASingletonIsMadeOnceAndEachPointerCarriesAReference) {
     auto calls = std::make_shared<int>(0);
     ASSERT_TRUE(manager->RegisterService(Record("Echo", "{c}", true, calls)));
-    auto* first = static_cast<IEcho*>(manager->GetService("Echo"));
+    IEcho* first = Get("Echo");
     ASSERT_NE(first, nullptr);
-    EXPECT_EQ(Take(), Lines{"imp - class id:{c}, get singleton object failed, because of object "
-                            "didn't founded"});
+    EXPECT_EQ(Take(), Lines{kNotFound});
     EXPECT_EQ(Count(first), 2u);  // the caller's and the table's
-    EXPECT_EQ(manager->GetService("Echo"), static_cast<void*>(first));
+    EXPECT_EQ(Get("Echo"), first);
     EXPECT_EQ(Count(first), 3u);
     EXPECT_EQ(*calls, 1);
-    EXPECT_EQ(Take(), Lines{});
-
     by::IBaseUnknown* kept = nullptr;
     ASSERT_TRUE(manager->GetSingletonObject("{c}", &kept));
     EXPECT_EQ(kept, static_cast<by::IBaseUnknown*>(first));
@@ -162,18 +152,14 @@ TEST_F(ServiceManagerImpl, ASingletonIsMadeOnceAndEachPointerCarriesAReference) 
     EchoService* other = nullptr;
     by::CComObject<EchoService>::CreateInstance(&other);
     EXPECT_TRUE(manager->SetSingletonObject("{c}", static_cast<IEcho*>(other)));
-    EXPECT_EQ(Count(static_cast<IEcho*>(other)), 1u);
-    static_cast<IEcho*>(other)->Release();
-
+    EXPECT_EQ(static_cast<IEcho*>(other)->Release(), 0u);
     first->Release();
     first->Release();
     EXPECT_EQ(EchoService::live.load(), 1);  // the table's, until TearDown
-    EXPECT_EQ(first->Echo(1), 2);
+    EXPECT_EQ(Take(), Lines{});
 }
 
 TEST_F(ServiceManagerImpl, FailingCreatorsGiveNullAndRunAgainNextTime) {
-    const std::string notFound =
-        "imp - class id:{c}, get singleton object failed, because of object didn't founded";
     const struct {
         bool singleton;
         bool result;  // what the creator returns; it never stores a pointer
@@ -183,10 +169,10 @@ TEST_F(ServiceManagerImpl, FailingCreatorsGiveNullAndRunAgainNextTime) {
         {false, true, {}},
         {true,
          false,
-         {notFound, "impl - get service failed(singleton), because of construct service failed"}},
+         {kNotFound, "impl - get service failed(singleton), because of construct service failed"}},
         {true,
          true,
-         {notFound,
+         {kNotFound,
           "impl - class id:{c}, set singleton object failed, because of object pointer is "
           "nullptr"}},
     };
@@ -202,63 +188,31 @@ TEST_F(ServiceManagerImpl, FailingCreatorsGiveNullAndRunAgainNextTime) {
             EXPECT_EQ(Take(), row.lines);
         }
         EXPECT_EQ(calls, 2);
-        by::IBaseUnknown* kept = nullptr;
-        EXPECT_FALSE(manager->GetSingletonObject("{c}", &kept));
-        log->Clear();
     }
 }
 
-// Answers QueryInterface for nothing, not even the root.
-class Refusing : public by::IBaseUnknown {
-public:
-    int count = 1;
-    by::Result QueryInterface(const by::GUID&, void**) override { return by::kNoInterface; }
-    uint32_t AddRef() override { return static_cast<uint32_t>(++count); }
-    uint32_t Release() override { return static_cast<uint32_t>(--count); }
-};
-
-TEST_F(ServiceManagerImpl, KeptSingletonsThatDoNotAnswerTheQuery) {
+TEST_F(ServiceManagerImpl, AKeptSingletonThatDoesNotAnswerTheQueryIsNotHandedOut) {
     // Hexadecimal that stops part way parses to a partial id, not IEcho's:
     // the creator asks for IEcho itself, the kept object is queried later.
     QZServiceRegisterInfo info = Record("S", "{c}", true);
     info.interfaceId = "{0F7C2A52-1B7B-4E0C-9A57-5D3B1B6AZZZZ}";
     ASSERT_TRUE(manager->RegisterService(info));
-    auto* made = static_cast<IEcho*>(manager->GetService("S"));
+    IEcho* made = Get("S");
     ASSERT_NE(made, nullptr);
     log->Clear();
     EXPECT_EQ(manager->GetService("S"), nullptr);
     EXPECT_EQ(Take(), Lines{"impl - get service failed(singleton), because of query target "
                             "service interface failed"});
-    EXPECT_EQ(Count(made), 2u);  // the failed query left the count alone
-    made->Release();
-
-    // An object that refuses the root query is kept as a null entry, which
-    // a request treats as no object: the creator runs each time.
-    Refusing refusing;
-    int made2 = 0;
-    info = Record("R", "{r}", true);
-    info.creator = [&](void** out) {
-        ++made2;
-        *out = &refusing;
-        return true;
-    };
-    ASSERT_TRUE(manager->RegisterService(info));
-    EXPECT_EQ(manager->GetService("R"), &refusing);
-    EXPECT_EQ(manager->GetService("R"), &refusing);
-    EXPECT_EQ(made2, 2);
-    by::IBaseUnknown* kept = &refusing;
-    EXPECT_TRUE(manager->GetSingletonObject("{r}", &kept));
-    EXPECT_EQ(kept, nullptr);
-    EXPECT_EQ(refusing.count, 1);
+    EXPECT_EQ(made->Release(), 1u);  // the failed query left the count alone
 }
 
 TEST_F(ServiceManagerImpl, LookupsWithEmptyOrUnknownKeysLogAndFail) {
     ASSERT_TRUE(manager->RegisterService(Record("Known", "{c}", false)));
-    // Non-null to start with, so that a row sees the out-pointer nulled.
+    // One line of each kind; non-null outputs, so that a row sees them nulled.
     QZServiceRegisterInfo sentinel;
     QZServiceRegisterInfo* info = &sentinel;
-    Refusing dummy;
-    by::IBaseUnknown* object = &dummy;
+    int dummy = 0;
+    by::IBaseUnknown* object = reinterpret_cast<by::IBaseUnknown*>(&dummy);
     const struct {
         std::function<bool()> call;
         const char* line;
@@ -267,18 +221,8 @@ TEST_F(ServiceManagerImpl, LookupsWithEmptyOrUnknownKeysLogAndFail) {
          "impl - get service failed, because of service name is empty"},
         {[&] { return manager->GetService("Other") != nullptr; },
          "impl - get service failed, because of service is not registered"},
-        {[&] { return manager->IsServiceRegistered(""); },
-         "impl - query service is registered failed, because of service name is empty"},
-        {[&] { return manager->IsClassRegistered(""); },
-         "impl - query class is registered failed, because of class id is empty"},
-        {[&] { return !manager->GetServiceClassId("").empty(); },
-         "impl - get service class id failed, because of service name is empty"},
-        {[&] { return manager->GetServiceRegisterInfo("", &info); },
-         "impl - get service register info failed, because of class id is empty"},
         {[&] { return manager->GetServiceRegisterInfo("{d}", &info) || info != nullptr; },
          "impl - get service register info failed, because of class is not registered"},
-        {[&] { return manager->GetSingletonObject("", &object); },
-         "imp - get singleton object failed, because of class id is empty"},
         {[&] { return manager->GetSingletonObject("{d}", &object) || object != nullptr; },
          "imp - class id:{d}, get singleton object failed, because of object didn't founded"},
         {[&] { return manager->SetSingletonObject("", reinterpret_cast<by::IBaseUnknown*>(1)); },
@@ -290,7 +234,6 @@ TEST_F(ServiceManagerImpl, LookupsWithEmptyOrUnknownKeysLogAndFail) {
         EXPECT_EQ(Take(), Lines{row.line});
     }
     EXPECT_TRUE(manager->IsServiceRegistered("Known"));
-    EXPECT_FALSE(manager->IsServiceRegistered("Other"));
     try {
         manager->GetServiceClassId("Other");
         ADD_FAILURE() << "no exception";
@@ -308,17 +251,10 @@ TEST(ServiceManagerFacade, HandsOutInterfacesAcrossInitSdkAndUnInitialize) {
     const int liveBefore = EchoService::live.load();
     QZServiceManager* facade = QZServiceManager::GetInstance();
     ASSERT_TRUE(facade->RegisterService<EchoService>("Facade.Echo", "{f1}", IEcho::kId, true));
-    ASSERT_TRUE(facade->RegisterService<EchoService>("Facade.Bad", "{f2}", "{bad}", true));
     IEcho* echo = facade->GetService<IEcho>("Facade.Echo");
     ASSERT_NE(echo, nullptr);
     EXPECT_EQ(echo->Echo(41), 42);
-    // The class does not answer the malformed id: its creator fails and
-    // leaves nothing behind.
-    EXPECT_EQ(facade->GetService<IEcho>("Facade.Bad"), nullptr);
     EXPECT_EQ(EchoService::live.load(), liveBefore + 1);
-    EXPECT_TRUE(log->Contains(std::string(kPrefix) +
-                              "impl - get service failed(singleton), because of construct service "
-                              "failed"));
 
     facade->UnInitialize();
     log->Clear();
@@ -330,7 +266,6 @@ TEST(ServiceManagerFacade, HandsOutInterfacesAcrossInitSdkAndUnInitialize) {
     EXPECT_EQ(QZServiceManagerImpl::GetInstance(), impl);
     // The registration and the singleton made before are still there.
     EXPECT_EQ(facade->GetService<IEcho>("Facade.Echo"), echo);
-    EXPECT_EQ(facade->GetService<IEcho>("Facade.Other"), nullptr);
     EXPECT_EQ(Count(echo), 3u);  // two handed out, one in the table
     echo->Release();
     echo->Release();
@@ -351,9 +286,8 @@ TEST(ServiceManagerFacade, ConcurrentFirstRequestsBuildOneSingleton) {
     ASSERT_TRUE(facade->RegisterService(info));
     IEcho* got[2] = {nullptr, nullptr};
     std::thread first([&] { got[0] = facade->GetService<IEcho>("Race.Echo"); });
-    std::thread second([&] { got[1] = facade->GetService<IEcho>("Race.Echo"); });
+    got[1] = facade->GetService<IEcho>("Race.Echo");
     first.join();
-    second.join();
     ASSERT_NE(got[0], nullptr);
     EXPECT_EQ(got[0], got[1]);
     EXPECT_EQ(calls.load(), 1);

@@ -30,8 +30,7 @@ constexpr const char kExtensionLibrary[] = "bin/ext.dll";
 constexpr const char kExtensionLibrary[] = "bin/ext.so";
 #endif
 
-// One extension of a manifest. `more` holds further JSON members, e.g.
-// R"("payloads": {"title": "t"})".
+// One extension of a manifest; `more` holds further JSON members.
 struct Ext {
     Ext(std::string id, std::string clsid, bool singleton = false, std::string more = "")
         : id(std::move(id)), clsid(std::move(clsid)), singleton(singleton), more(std::move(more)) {}
@@ -45,9 +44,9 @@ inline std::string Point(const std::string& id, const std::string& iid,
                          const std::vector<Ext>& exts) {
     std::string list;
     for (const Ext& e : exts) {
-        list += list.empty() ? "" : ", ";
-        list += R"({"id": ")" + e.id + R"(", "clsid": ")" + e.clsid + R"(", "isSingleton": )" +
-                (e.singleton ? "true" : "false") + (e.more.empty() ? "" : ", " + e.more) + "}";
+        list += (list.empty() ? R"({"id": ")" : R"(, {"id": ")") + e.id + R"(", "clsid": ")" +
+                e.clsid + R"(", "isSingleton": )" + (e.singleton ? "true" : "false") +
+                (e.more.empty() ? "" : ", " + e.more) + "}";
     }
     return R"({"id": ")" + id + R"(", "iid": ")" + iid + R"(", "extensions": [)" + list + "]}";
 }
@@ -58,7 +57,6 @@ inline bool HostProbe(const std::string& iid, void** out) {
                by::ParseGuid(iid.c_str(), true), out) == 0;
 }
 
-// The probe interface of an object the kit handed out as `object`.
 inline ITestExtensionProbe* Probe(void* object) {
     return static_cast<ITestExtensionProbe*>(object);
 }
@@ -74,12 +72,10 @@ inline std::string SeenField(void* object, const std::string& name) {
     return seen.substr(at, seen.find(';', at) - at);
 }
 
-// Gives back a reference on an object the kit handed out as `object`.
 inline void ReleaseObject(void* object) {
     static_cast<by::IBaseUnknown*>(object)->Release();
 }
 
-// The count of references on an object, read by taking one and giving it back.
 inline uint32_t RefCount(by::IBaseUnknown* object) {
     object->AddRef();
     return object->Release();
@@ -88,8 +84,8 @@ inline uint32_t RefCount(by::IBaseUnknown* object) {
 // Objects of the extension test classes now alive.
 inline std::vector<by::IBaseUnknown*> LiveObjects() {
     std::vector<by::IBaseUnknown*> objects(256);
-    int n = QzeTestTrackedObjects(objects.data(), static_cast<int>(objects.size()));
-    objects.resize(static_cast<size_t>(n));
+    objects.resize(static_cast<size_t>(
+        QzeTestTrackedObjects(objects.data(), static_cast<int>(objects.size()))));
     return objects;
 }
 
@@ -110,18 +106,15 @@ protected:
 
     static std::string BundleManifest(const std::string& folder, const std::string& points,
                                       const std::string& extraMembers, bool namesLibrary) {
-        std::string manifest = R"({"id": ")" + folder + R"(", "version": "1.0.0")";
-        if (namesLibrary) {
-            manifest += R"(, "mainEntry": ")" + std::string(kExtensionLibrary) + "\"";
-        }
-        manifest += R"(, "extensionPoints": [)" + points + "]";
-        return manifest + (extraMembers.empty() ? "" : ", " + extraMembers) + "}";
+        return R"({"id": ")" + folder + R"(", "version": "1.0.0")" +
+               (namesLibrary ? R"(, "mainEntry": ")" + std::string(kExtensionLibrary) + "\"" : "") +
+               R"(, "extensionPoints": [)" + points + "]" +
+               (extraMembers.empty() ? "" : ", " + extraMembers) + "}";
     }
-    // A bundle folder below "extensions": its manifest, with the given
-    // points (JSON, the list without its brackets) and further members, and
-    // a copy of the built test library `library` at kExtensionLibrary. An
-    // empty `library` names that file without putting it there; null names
-    // no library at all.
+    // A bundle folder below "extensions" with the given points (the JSON
+    // list without its brackets) and members, and a copy of the built test
+    // library `library` at kExtensionLibrary. An empty `library` names that
+    // file without putting it there; null names no library at all.
     void AddBundle(const std::string& folder, const std::string& points,
                    const std::string& extraMembers = "",
                    const char* library = "qzekit_plugin_extension") {
@@ -133,8 +126,7 @@ protected:
         }
         bundles.push_back(folder);
     }
-    // Writes the mapping and the config naming every bundle added, then
-    // calls Load through the facade.
+    // Writes the mapping and the config naming every bundle added, and loads.
     bool Load() {
         install.WriteMapping("{}");
         install.WriteConfig(ConfigWithArtifacts(bundles));
@@ -173,9 +165,8 @@ protected:
         std::vector<by::IBaseUnknown*> objects = LiveObjects();
         objects.erase(std::remove_if(objects.begin(), objects.end(),
                                      [this](by::IBaseUnknown* o) {
-                                         return std::find(objectsBefore.begin(),
-                                                          objectsBefore.end(),
-                                                          o) != objectsBefore.end();
+                                         return std::count(objectsBefore.begin(),
+                                                           objectsBefore.end(), o) != 0;
                                      }),
                       objects.end());
         return objects;
