@@ -92,6 +92,11 @@ TEST(EncryptedConfiguration, PaddingAndBadFiles) {
         EXPECT_EQ(qzetest::Ids(qzetest::InForce(manager, "p")), std::vector<std::string>{"e"});
         ExpectKeyNeverLogged(*log);
     }
+    QZEConfigurationManagerImpl manager;
+    auto log = qzetest::CaptureLog();
+    EXPECT_FALSE(manager.SetSecKey(std::string(31, 'k')));
+    EXPECT_EQ(qzetest::Joined(*log),
+              "set sec key failed, becuase of the length of key is not equal to 32");
 }
 
 }  // namespace

@@ -13,7 +13,6 @@
 #include "config/configuration_manager_impl.h"
 #include "config/extension_auth_info.h"
 #include "config/support/installation.h"
-#include "kit/qzextensionkit.h"
 #include "model/extension.h"
 #include "platform/platform.h"
 
@@ -263,16 +262,6 @@ TEST_F(LoadedSample, DebugReaderStandsReadyButNothingCallsIt) {
                   "read debug_extension_configuration.json failed, Line: 1, column: 4, Trailing "
                   "comma not allowed.\n" +
                   failed + "debug_extension_configuration.json file path not exist");
-}
-
-TEST(ConfigurationLifecycle, InitSdkPutsTheSharedImplementationBehindTheFacade) {
-    QZExtensionKit::InitSDK();
-    QZEConfigurationManager::GetInstance()->UnInitialize();
-    QZExtensionKit::InitSDK();
-    auto log = qzetest::CaptureLog();
-    EXPECT_FALSE(QZEConfigurationManager::GetInstance()->SetSecKey(std::string(31, 'k')));
-    EXPECT_EQ(qzetest::Joined(*log),
-              "set sec key failed, becuase of the length of key is not equal to 32");
 }
 
 }  // namespace

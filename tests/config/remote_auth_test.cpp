@@ -26,22 +26,16 @@ TEST_F(RemoteSample, H5BundleLookup) {
         {"https://h5.example.com", "web.app"},
         {"https://h5.example.com:1234/a/b", "web.app"},  // no port on the record: any
         {"https://h5.example.com/appName_shop/index.html", "shop"},
-        {"https://h5.example.com/appName_web.app/", "web.app"},
         {"https://h5.example.com/appName_nope/index.html", ""},
         {"https://h5.example.com/appName_/index.html", "web.app"},  // prefix alone: no name
         {"https://h5.example.com/appName_shop", "web.app"},         // no second "/"
         {"https://h5.example.com/x/appName_shop/", "web.app"},      // only the first segment
         {"https://h5.example.com/AppName_shop/x", "web.app"},
-        {"https://a.example.com/appName_dup/x", "dup"},
-        {"https://b.example.com/", "dup"},
         {"https://port.example.com:8443/x", "portal"},
         {"https://port.example.com:9000/x", ""},
         {"https://port.example.com/x", ""},
-        {"https://port.example.com:8443/appName_portal/x", "portal"},
         {"http://h5.example.com/x", ""},
         {"https://H5.example.com/x", ""},
-        {"https://other.example.com/x", ""},
-        {"/appName_shop/x", ""},
         {"", ""},
     };
     for (auto& c : cases) {
@@ -106,86 +100,89 @@ TEST_F(RemoteSample, AccessKeysAfterARemoteMerge) {
     }
 }
 
+// The host is asked for the bundle ids without a key, in record order,
+// once per record; its answer may come after the check returned.
 TEST_F(RemoteSample, CheckAndFetchThroughTheHostCallback) {
     using Keys = std::map<std::string, std::string>;
     using Success = std::function<void(const Keys&)>;
-    using Failure = std::function<void(const std::string&)>;
-    // Three records without a key, one of them twice.
-    source->authInfos = {RemoteAuth("", "n1", ""), RemoteAuth("https://x.example.com", "n2", ""),
-                         RemoteAuth("https://y.example.com", "n1", "")};
-    manager.SetRemoteConfigDataSource(source);
-    ASSERT_TRUE(manager.LoadRemoteConfig());
-
+    enum Host { kNoCallback, kFails, kAnswers, kAnswersLater };
+    const std::string count = "total(3) bundleIds were found without access key";
+    const std::string answered = "fetch extension auth info success, total(3)";
+    const RemoteAuthInfos none;
+    // n1 twice, on two hosts.
+    const RemoteAuthInfos missing = {RemoteAuth("", "n1", ""),
+                                     RemoteAuth("https://x.example.com", "n2", ""),
+                                     RemoteAuth("https://y.example.com", "n1", "")};
     const struct {
         const char* name;
-        std::function<void(const Success&, const Failure&)> answer;
+        const RemoteAuthInfos& remote;
+        Host host;
         std::vector<std::string> log;
         Keys keys;
     } cases[] = {
+        {"every key present: no line and no call", none, kAnswers, {}, {{"shop", "sk"}}},
+        {"no callback: the count and nothing more", missing, kNoCallback, {count}, {{"n1", ""}}},
         {"failure is logged and changes nothing",
-         [](const Success&, const Failure& failure) { failure("offline"); },
-         {"total(3) bundleIds were found without access key",
-          "fetch extension auth info failed, becuase of offline"},
+         missing,
+         kFails,
+         {count, "fetch extension auth info failed, becuase of offline"},
          {{"n1", ""}, {"n2", ""}, {"shop", "sk"}}},
-        {"success sets every record of a bundle, keys present or not; unknown ids are ignored",
-         [](const Success& success, const Failure&) {
-             success({{"n1", "k1"}, {"shop", "sk2"}, {"ghost", "g"}});
-         },
-         {"total(3) bundleIds were found without access key",
-          "fetch extension auth info success, total(3)"},
+        // Every record of a bundle is set, keys present or not; unknown ids
+        // are ignored.
+        {"success",
+         missing,
+         kAnswers,
+         {count, answered},
+         {{"n1", "k1"}, {"n2", ""}, {"shop", "sk2"}}},
+        {"success after the check returned",
+         missing,
+         kAnswersLater,
+         {count, answered},
          {{"n1", "k1"}, {"n2", ""}, {"shop", "sk2"}}},
     };
     for (auto& c : cases) {
         SCOPED_TRACE(c.name);
+        qzextensionkit::QZEConfigurationManagerImpl fresh;
+        ASSERT_TRUE(fresh.LoadAllExtensionInfos());
+        source->authInfos = c.remote;
+        fresh.SetRemoteConfigDataSource(source);
+        ASSERT_TRUE(fresh.LoadRemoteConfig());
+        const Keys answer{{"n1", "k1"}, {"shop", "sk2"}, {"ghost", "g"}};
         std::vector<std::string> asked;
-        manager.SetFetchExtensionAuthInfoCallback(
-            [&](std::vector<std::string> ids, const Success& success, const Failure& failure) {
-                asked = ids;
-                c.answer(success, failure);
-            });
+        Success kept;
+        if (c.host != kNoCallback) {
+            fresh.SetFetchExtensionAuthInfoCallback(
+                [&](std::vector<std::string> ids, const Success& success,
+                    const std::function<void(const std::string&)>& failure) {
+                    asked = ids;
+                    if (c.host == kFails) {
+                        failure("offline");
+                    } else if (c.host == kAnswers) {
+                        success(answer);
+                    } else {
+                        kept = success;  // a copy, called once the check returned
+                    }
+                });
+        }
         log->Clear();
-        manager.CheckAndFetchExtensionAuthInfo();
-        EXPECT_EQ(asked, (std::vector<std::string>{"n1", "n2", "n1"}));
+        fresh.CheckAndFetchExtensionAuthInfo();
+        if (c.host == kAnswersLater) {
+            ASSERT_TRUE(kept);
+            EXPECT_EQ(fresh.GetExtensionAccessKey("n1"), "");
+            kept(answer);
+        }
+        const bool asks = !c.remote.empty() && c.host != kNoCallback;
+        EXPECT_EQ(asked,
+                  (asks ? std::vector<std::string>{"n1", "n2", "n1"} : std::vector<std::string>{}));
         std::vector<std::string> expected;
         for (auto& line : c.log) {
             expected.push_back(ConfigLine(line));
         }
         EXPECT_EQ(log->Texts(), expected);
         for (auto& key : c.keys) {
-            EXPECT_EQ(manager.GetExtensionAccessKey(key.first), key.second) << key.first;
+            EXPECT_EQ(fresh.GetExtensionAccessKey(key.first), key.second) << key.first;
         }
-        // Put n1 back without a key for the next case.
-        source->authInfos = {RemoteAuth("", "n1", ""),
-                             RemoteAuth("https://y.example.com", "n1", "")};
-        manager.LoadRemoteConfig();
     }
-}
-
-// Every key present: no line and no call. Keys missing but no callback: the
-// count and nothing more. A host that answers after the check returned, with
-// the copies it kept, still sets the key.
-TEST_F(RemoteSample, CheckAndFetchWithoutWorkWithoutCallbackOrAnsweredLater) {
-    EXPECT_EQ(MissingKeys(manager), std::vector<std::string>{"<no call>"});
-    EXPECT_TRUE(log->Texts().empty());
-
-    source->authInfos = {RemoteAuth("", "n1", ""), RemoteAuth("", "n2", "")};
-    manager.SetRemoteConfigDataSource(source);
-    ASSERT_TRUE(manager.LoadRemoteConfig());
-    log->Clear();
-    manager.CheckAndFetchExtensionAuthInfo();
-    EXPECT_EQ(log->Texts(), std::vector<std::string>{
-                                ConfigLine("total(2) bundleIds were found without access key")});
-
-    std::function<void(const std::map<std::string, std::string>&)> kept;
-    manager.SetFetchExtensionAuthInfoCallback(
-        [&](std::vector<std::string>,
-            const std::function<void(const std::map<std::string, std::string>&)>& success,
-            const std::function<void(const std::string&)>&) { kept = success; });
-    manager.CheckAndFetchExtensionAuthInfo();
-    ASSERT_TRUE(kept);
-    EXPECT_EQ(manager.GetExtensionAccessKey("n1"), "");
-    kept({{"n1", "late"}});
-    EXPECT_EQ(manager.GetExtensionAccessKey("n1"), "late");
 }
 
 }  // namespace
