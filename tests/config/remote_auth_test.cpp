@@ -100,89 +100,46 @@ TEST_F(RemoteSample, AccessKeysAfterARemoteMerge) {
     }
 }
 
-// The host is asked for the bundle ids without a key, in record order,
-// once per record; its answer may come after the check returned.
+// The host is asked for the bundle ids without a key, in record order and
+// once per record; a failure changes nothing, and an answer, also one that
+// comes after the check returned, sets every record of a bundle.
 TEST_F(RemoteSample, CheckAndFetchThroughTheHostCallback) {
     using Keys = std::map<std::string, std::string>;
     using Success = std::function<void(const Keys&)>;
-    enum Host { kNoCallback, kFails, kAnswers, kAnswersLater };
-    const std::string count = "total(3) bundleIds were found without access key";
-    const std::string answered = "fetch extension auth info success, total(3)";
-    const RemoteAuthInfos none;
-    // n1 twice, on two hosts.
-    const RemoteAuthInfos missing = {RemoteAuth("", "n1", ""),
-                                     RemoteAuth("https://x.example.com", "n2", ""),
-                                     RemoteAuth("https://y.example.com", "n1", "")};
-    const struct {
-        const char* name;
-        const RemoteAuthInfos& remote;
-        Host host;
-        std::vector<std::string> log;
-        Keys keys;
-    } cases[] = {
-        {"every key present: no line and no call", none, kAnswers, {}, {{"shop", "sk"}}},
-        {"no callback: the count and nothing more", missing, kNoCallback, {count}, {{"n1", ""}}},
-        {"failure is logged and changes nothing",
-         missing,
-         kFails,
-         {count, "fetch extension auth info failed, becuase of offline"},
-         {{"n1", ""}, {"n2", ""}, {"shop", "sk"}}},
-        // Every record of a bundle is set, keys present or not; unknown ids
-        // are ignored.
-        {"success",
-         missing,
-         kAnswers,
-         {count, answered},
-         {{"n1", "k1"}, {"n2", ""}, {"shop", "sk2"}}},
-        {"success after the check returned",
-         missing,
-         kAnswersLater,
-         {count, answered},
-         {{"n1", "k1"}, {"n2", ""}, {"shop", "sk2"}}},
-    };
-    for (auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        qzextensionkit::QZEConfigurationManagerImpl fresh;
-        ASSERT_TRUE(fresh.LoadAllExtensionInfos());
-        source->authInfos = c.remote;
-        fresh.SetRemoteConfigDataSource(source);
-        ASSERT_TRUE(fresh.LoadRemoteConfig());
-        const Keys answer{{"n1", "k1"}, {"shop", "sk2"}, {"ghost", "g"}};
-        std::vector<std::string> asked;
-        Success kept;
-        if (c.host != kNoCallback) {
-            fresh.SetFetchExtensionAuthInfoCallback(
-                [&](std::vector<std::string> ids, const Success& success,
-                    const std::function<void(const std::string&)>& failure) {
-                    asked = ids;
-                    if (c.host == kFails) {
-                        failure("offline");
-                    } else if (c.host == kAnswers) {
-                        success(answer);
-                    } else {
-                        kept = success;  // a copy, called once the check returned
-                    }
-                });
-        }
-        log->Clear();
-        fresh.CheckAndFetchExtensionAuthInfo();
-        if (c.host == kAnswersLater) {
-            ASSERT_TRUE(kept);
-            EXPECT_EQ(fresh.GetExtensionAccessKey("n1"), "");
-            kept(answer);
-        }
-        const bool asks = !c.remote.empty() && c.host != kNoCallback;
-        EXPECT_EQ(asked,
-                  (asks ? std::vector<std::string>{"n1", "n2", "n1"} : std::vector<std::string>{}));
-        std::vector<std::string> expected;
-        for (auto& line : c.log) {
-            expected.push_back(ConfigLine(line));
-        }
-        EXPECT_EQ(log->Texts(), expected);
-        for (auto& key : c.keys) {
-            EXPECT_EQ(fresh.GetExtensionAccessKey(key.first), key.second) << key.first;
-        }
+    manager.CheckAndFetchExtensionAuthInfo();  // every key present: no line
+    source->authInfos = {RemoteAuth("", "n1", ""), RemoteAuth("https://x.example.com", "n2", ""),
+                         RemoteAuth("https://y.example.com", "n1", "")};
+    manager.SetRemoteConfigDataSource(source);
+    ASSERT_TRUE(manager.LoadRemoteConfig());
+    manager.CheckAndFetchExtensionAuthInfo();  // no callback: the count alone
+    std::vector<std::vector<std::string>> asked;
+    Success kept;
+    manager.SetFetchExtensionAuthInfoCallback(
+        [&](std::vector<std::string> ids, const Success& success,
+            const std::function<void(const std::string&)>& failure) {
+            asked.push_back(ids);
+            if (asked.size() == 1) {
+                failure("offline");
+            } else {
+                kept = success;
+            }
+        });
+    manager.CheckAndFetchExtensionAuthInfo();
+    manager.CheckAndFetchExtensionAuthInfo();
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(manager.GetExtensionAccessKey("n1"), "");
+    kept({{"n1", "k1"}, {"shop", "sk2"}, {"ghost", "g"}});
+    for (auto& key : Keys{{"n1", "k1"}, {"n2", ""}, {"shop", "sk2"}}) {
+        EXPECT_EQ(manager.GetExtensionAccessKey(key.first), key.second) << key.first;
     }
+    manager.CheckAndFetchExtensionAuthInfo();
+    const std::vector<std::string> three{"n1", "n2", "n1"};
+    EXPECT_EQ(asked, (std::vector<std::vector<std::string>>{three, three, {"n2"}}));
+    const std::string count = "bundleIds were found without access key";
+    EXPECT_EQ(qzetest::Joined(*log),
+              "total(3) " + count + "\ntotal(3) " + count +
+                  "\nfetch extension auth info failed, becuase of offline\ntotal(3) " + count +
+                  "\nfetch extension auth info success, total(3)\ntotal(1) " + count);
 }
 
 }  // namespace
