@@ -61,7 +61,6 @@ protected:
     void TearDown() override {
         // Libraries close here, before their folders are removed.
         manager.reset();
-        pf::testing::ClearFailures();
         pf::SetLibraryDirectory(L"");
         Checks(false);
     }
@@ -178,7 +177,6 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
                   row.lines == kStored);
 
         // A second load repeats the checks, or finds the loader and stops.
-        pf::testing::ClearFailures();
         log->Clear();
         EXPECT_EQ(manager->LoadBundle(artifact.get()), row.left.inPool || row.result);
         const Lines again{"key:" + key + ", com loader is exist", "bundle has been loaded"};
