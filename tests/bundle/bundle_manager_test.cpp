@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "bundle/base_bundle.h"
-#include "bundle/library_signer.h"
 #include "bundle/support/bundle_dirs.h"
 #include "bundle/support/verify_pki.h"
 #include "common/capture_logger.h"
@@ -32,30 +31,11 @@ using Lines = std::vector<std::string>;
 const std::string kEntry = std::string("entry") + qzetest::kLibrarySuffix;
 const std::string kClass = qzetest::kBundleClass;
 
-// The host's two switches, as the extension manager answers them.
-class Switches : public IQZExtensionManager {
-public:
-    bool libFile = false;
-    bool sign = false;
-
-    bool GetLibFileVerifyEnable() override { return libFile; }
-    bool GetSignVerifyEnable() override { return sign; }
-    void SetFoundationVersion(const std::string&) override {}
-    bool Load() override { return false; }
-    bool Unload() override { return false; }
-    bool GetExtension(const std::string&, void**) override { return false; }
-    bool GetExtensionList(const std::string&, std::vector<void*>&) override { return false; }
-    bool GetExtensionById(const std::string&, void**) override { return false; }
-    bool RegisterExtension(const ExtensionCreator&, const std::string&, bool) override {
-        return false;
-    }
-    bool unRegisterExtension(const std::string&) override { return false; }
-    void SetLibFileVerifyEnable(bool) override {}
-    void SetSignVerifyEnable(bool) override {}
-    bool SetSecKey(const std::string&) override { return false; }
-    bool SetDebugModeEnable(bool) override { return false; }
-    void SetFetchExtensionAuthInfoCallback(const FetchExtensionAuthInfoCallback&) override {}
-};
+// The host's two switches, on the kit's own extension manager.
+void Checks(bool on) {
+    QZExtensionManager::GetInstance()->SetLibFileVerifyEnable(on);
+    QZExtensionManager::GetInstance()->SetSignVerifyEnable(on);
+}
 
 // What the bundle manager itself wrote, without the service's tag.
 Lines BundleLines(qzetest::CapturedLines& log) {
@@ -73,8 +53,7 @@ class BundleManagerTest : public ::testing::Test {
 protected:
     void SetUp() override {
         log = qzetest::CaptureLog();
-        switches = std::make_shared<Switches>();
-        QZExtensionManager::GetInstance()->Initialize(switches);
+        QZExtensionKit::InitSDK();
         manager = std::make_unique<QZEBundleManagerImpl>();
         marker = qzetest::Backslashed(qzetest::Wide(temp.path()));
         pf::SetLibraryDirectory(marker.c_str());
@@ -82,9 +61,8 @@ protected:
     void TearDown() override {
         // Libraries close here, before their folders are removed.
         manager.reset();
-        pf::testing::ClearFailures();
         pf::SetLibraryDirectory(L"");
-        QZExtensionManager::GetInstance()->UnInitialize();
+        Checks(false);
     }
 
     long Count(const BundleDir& dir, const std::string& entry, const char* name) {
@@ -95,76 +73,32 @@ protected:
 
     qzetest::TempDir temp;
     std::shared_ptr<qzetest::CapturedLines> log;
-    std::shared_ptr<Switches> switches;
     std::unique_ptr<QZEBundleManagerImpl> manager;
     std::wstring marker;
 };
 
 TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
     // How a row sets its bundle up; the root and its "bin" are there.
-    using Prepare = std::function<void(BundleDir&, Artifact&, Switches&)>;
-    const Prepare nothing = [](BundleDir&, Artifact&, Switches&) {};
-    const Prepare noRoot = [](BundleDir& d, Artifact&, Switches&) { fs::remove_all(d.root); };
-    const Prepare text = [](BundleDir& d, Artifact&, Switches&) {
+    using Prepare = std::function<void(BundleDir&, Artifact&)>;
+    const Prepare nothing = [](BundleDir&, Artifact&) {};
+    const Prepare noRoot = [](BundleDir& d, Artifact&) { fs::remove_all(d.root); };
+    const Prepare text = [](BundleDir& d, Artifact&) {
         qzetest::WriteBytes(d.root / kEntry, "no library");
     };
     auto library = [](const char* plugin) -> Prepare {
-        return [plugin](BundleDir& d, Artifact&, Switches&) { d.Library(plugin, kEntry); };
+        return [plugin](BundleDir& d, Artifact&) { d.Library(plugin, kEntry); };
     };
-    // The search directory can't be set (skip 0) or put back (skip 1).
-    auto failSet = [](int skip) -> Prepare {
-        return [skip](BundleDir& d, Artifact&, Switches&) {
-            d.Library("qzekit_plugin_bundle", kEntry);
-            pf::testing::InjectFailure(pf::testing::Operation::kSetLibraryDirectory, 1, 0x57, skip);
-        };
-    };
-    // The checks as switched, with the library's digest or a wrong one. The
-    // library is not signed.
-    auto checks = [](bool file, bool signature, bool rightDigest) -> Prepare {
-        return [=](BundleDir& d, Artifact& a, Switches& s) {
-            d.Library("qzekit_plugin_bundle", kEntry);
-            a.SetLibFileMD5(rightDigest ? qzetest::Md5Hex(qzetest::ReadBytes(d.root / kEntry))
-                                        : std::string(32, '0'));
-            s.libFile = file;
-            s.sign = signature;
-        };
-    };
-    // Its helper library is only in the bundle's "bin", and no run path
-    // leads there.
-    const std::string dependent = std::string("qzekit_plugin_dependent") + qzetest::kLibrarySuffix;
-    const Prepare withDependency = [dependent](BundleDir& d, Artifact&, Switches&) {
-        const fs::path built = fs::path(qzetest::TestPluginDir()) / "dep_bundle";
-        const std::string helper =
-            std::string("qzekit_plugin_dep_helper") + qzetest::kLibrarySuffix;
-        fs::copy_file(built / dependent, d.root / dependent);
-        fs::copy_file(built / "bin" / helper, d.root / "bin" / helper);
-    };
-#if !defined(_WIN32)
-    const Prepare signedBoth = [](BundleDir& d, Artifact& a, Switches& s) {
-        const qzetest::TestPki& pki = qzetest::VerifyPki();
+    // Both checks on and a wrong digest: the file check fails first.
+    const Prepare wrongDigest = [](BundleDir& d, Artifact& a) {
         d.Library("qzekit_plugin_bundle", kEntry);
-        const std::wstring path = qzetest::Wide(d.root / kEntry);
-        LibrarySigningInput input;
-        input.certificatePath = qzetest::Wide(pki.signer.certPath);
-        input.keyPath = qzetest::Wide(pki.signer.keyPath);
-        input.chainPath = qzetest::Wide(pki.intermediate.certPath);
-        ManifestDigests digests;
-        std::string error;
-        EXPECT_TRUE(SignLibraryFile(path, input, &error) &&
-                    ComputeManifestDigests(path, &digests, &error))
-            << error;
-        a.SetLibFileMD5(digests.libFileMD5);
-        a.SetSignMD5(digests.signMD5);
-        s.libFile = s.sign = true;
+        a.SetLibFileMD5(std::string(32, '0'));
+        Checks(true);
     };
-#endif
     const Prepare bundle = library("qzekit_plugin_bundle");
     const Lines kRootMissing{"load bundle failed, because of root path not exist"};
     const Lines kLibraryMissing{
         "load bundle failed, because of library file path not exist or empty"};
     const Lines kFileCheck{"load bundle failed, because of lib file verify failed"};
-    const Lines kSignCheck{"load bundle failed, because of file sign verify failed"};
-    const Lines kSetFailed{"Failed to set DLL directory, code:0x57"};
     const Lines kLoadComFailed{"load bundle failed, because of load com failed"};
     const Lines kEntryFailed{"initialze bundle entry failed"};
     const Lines kStored{"class id:" + kClass + ", set bundle object success",
@@ -176,8 +110,8 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
         bool open;
         bool atBin;
     };
-    const Left kNothing{false, false, false}, kUnopened{true, false, false},
-        kUnopenedAtBin{true, false, true}, kOpenAtBin{true, true, true}, kOpen{true, true, false};
+    const Left kNothing{false, false, false}, kUnopenedAtBin{true, false, true},
+        kOpenAtBin{true, true, true}, kOpen{true, true, false};
     struct Row {
         const char* name;
         Prepare prepare;
@@ -191,37 +125,20 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
     const Row rows[] = {
         {"root missing", noRoot, kEntry, "", kRootMissing, false, kNothing},
         {"library missing", nothing, kEntry, "", kLibraryMissing, false, kNothing},
-        {"file check fails, before the signature's", checks(true, true, false), kEntry, kClass,
-         kFileCheck, false, kNothing},
-        {"signature check fails", checks(true, true, true), kEntry, kClass, kSignCheck, false,
+        {"file check fails, before the signature's", wrongDigest, kEntry, kClass, kFileCheck, false,
          kNothing},
-        {"signature check off", checks(true, false, true), kEntry, "", {}, true, kOpen},
-        {"file check off: no signature check",
-         checks(false, true, false),
-         kEntry,
-         "",
-         {},
-         true,
-         kOpen},
-        {"search directory not set", failSet(0), kEntry, kClass, kSetFailed, false, kUnopened},
         {"not a library", text, kEntry, "", kLoadComFailed, false, kUnopenedAtBin},
         {"empty library path: the root", nothing, "", "", kLoadComFailed, false, kUnopenedAtBin},
         {"export missing", library("qzekit_plugin_no_unregister_server"), kEntry, "",
          kLoadComFailed, false, kOpenAtBin},
         {"no module object", library("qzekit_plugin_null_module"), kEntry, "", kLoadComFailed,
          false, kUnopenedAtBin},
-        {"search directory not put back", failSet(1), kEntry, kClass, kSetFailed, false,
-         kOpenAtBin},
         {"entry refuses to be built", library("qzekit_plugin_bundle_refuses"), kEntry, kClass,
          kEntryFailed, true, kOpen},
         {"entry class not in the library", bundle, kEntry, qzetest::kGreeterClass, kEntryFailed,
          true, kOpen},
         {"no entry class", bundle, kEntry, "", {}, true, kOpen},
         {"entry built and kept", bundle, kEntry, kClass, kStored, true, kOpen},
-        {"dependency found in the bundle's bin", withDependency, dependent, "", {}, true, kOpen},
-#if !defined(_WIN32)
-        {"signed library, both checks on", signedBoth, kEntry, kClass, kStored, true, kOpen},
-#endif
     };
     int n = 0;
     for (const Row& row : rows) {
@@ -242,7 +159,7 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
         lines.insert(lines.end(), row.lines.begin(), row.lines.end());
         auto artifact = dir.Artifact(row.mainEntry, row.classId);
         pf::SetLibraryDirectory(marker.c_str());
-        row.prepare(dir, *artifact, *switches);
+        row.prepare(dir, *artifact);
         log->Clear();
 
         EXPECT_EQ(manager->LoadBundle(artifact.get()), row.result);
@@ -260,13 +177,12 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
                   row.lines == kStored);
 
         // A second load repeats the checks, or finds the loader and stops.
-        pf::testing::ClearFailures();
         log->Clear();
         EXPECT_EQ(manager->LoadBundle(artifact.get()), row.left.inPool || row.result);
         const Lines again{"key:" + key + ", com loader is exist", "bundle has been loaded"};
         EXPECT_EQ(BundleLines(*log), row.left.inPool ? again : lines);
 
-        switches->libFile = switches->sign = false;
+        Checks(false);
         BundleDir next(temp.path(), "next" + std::to_string(n));
         next.Library("qzekit_plugin_bundle", kEntry);
         EXPECT_TRUE(manager->LoadBundle(next.Artifact(kEntry, qzetest::kQuietBundleClass).get()));
@@ -375,17 +291,6 @@ TEST_F(BundleManagerTest, EmptyKeysAreRefusedAndAClassIdKeepsItsFirstObject) {
     // second.
     EXPECT_EQ(kept->Release(), 1u);
     EXPECT_EQ(dropped->Release(), 0u);
-}
-
-TEST(BundleManagerFacade, InitSdkPutsTheSharedImplementationBehindTheFacade) {
-    QZExtensionKit::InitSDK();
-    QZEBundleManager::GetInstance()->UnInitialize();
-    QZExtensionKit::InitSDK();
-    auto log = qzetest::CaptureLog();
-    by::CComLoader* loader = nullptr;
-    EXPECT_FALSE(QZEBundleManager::GetInstance()->GetComLoader("", &loader));
-    EXPECT_THAT(BundleLines(*log),
-                ElementsAre("key:, get com loader failed, because of key is empty"));
 }
 
 }  // namespace

@@ -197,6 +197,18 @@ void RunSignRows(const std::vector<SignRow>& rows) {
     }
 }
 
+LibrarySigningInput Input(const fs::path& cert, const fs::path& key, const fs::path& chain = {},
+                          const std::string& passphrase = {}) {
+    LibrarySigningInput input;
+    input.certificatePath = qzetest::Wide(cert);
+    input.keyPath = qzetest::Wide(key);
+    input.chainPath = chain.empty() ? std::wstring() : qzetest::Wide(chain);
+    input.keyPassphrase = passphrase;
+    return input;
+}
+
+const std::string kMagic = "~Module signature appended~\n";
+
 TEST(SignVerify, SignatureMatrix) {
     const qzetest::TestPki& pki = qzetest::VerifyPki();
     const std::string library = Library();
@@ -225,6 +237,34 @@ TEST(SignVerify, SignatureMatrix) {
         return SignedWith(pki.signer, options);
     };
     const std::string nonAscii = "Z\xC3\xBCrich Sign\xC3\xA9 \xE5\x8C\x97\xE4\xBA\xAC";
+    // How a name is picked from the subject is the platform's, and the sign
+    // tool's tests walk its rules; here a subject with no name at all.
+    qzetest::TempDir dir;
+    qzetest::CertRequest noName;
+    noName.issuer = &pki.intermediate;
+    noName.serial = 0x6001;
+    const Identity nameless = qzetest::MakeIdentity(noName, dir.path(), "nameless");
+    // Signed twice by the kit's signer, as a bundle author does: the second
+    // signature replaces the first, and the library keeps its bytes and mode.
+    const fs::path resigned = dir.path() / "resigned.so";
+    qzetest::WriteBytes(resigned, library);
+    fs::permissions(resigned, fs::perms(0755));
+    std::string error;
+    ASSERT_TRUE(SignLibraryFile(qzetest::Wide(resigned),
+                                Input(pki.selfSigned.certPath, pki.selfSigned.keyPath), &error))
+        << error;
+    LibrarySigningInput input =
+        Input(pki.signer.certPath, pki.signer.keyPath, pki.intermediate.certPath);
+    input.programName = "Hello Bundle \xE2\x9C\x93";
+    input.moreInfoLink = "https://example.com/hello";
+    ManifestDigests digests;
+    ASSERT_TRUE(SignLibraryFile(qzetest::Wide(resigned), input, &error) &&
+                ComputeManifestDigests(qzetest::Wide(resigned), &digests, &error))
+        << error;
+    const std::string kitSigned = qzetest::ReadBytes(resigned);
+    EXPECT_EQ(kitSigned.compare(0, library.size(), library), 0);
+    EXPECT_EQ(kitSigned.find(kMagic), kitSigned.size() - kMagic.size());
+    EXPECT_EQ(fs::status(resigned).permissions() & fs::perms::all, fs::perms(0755));
     const std::string right = SignMd5(kSigner);
     const Lines verified = Join({kSigned, kSignerCert, kMatched});
     const Lines unknown = {
@@ -264,6 +304,10 @@ TEST(SignVerify, SignatureMatrix) {
          Join({kSigned, kSignerCert, Failed("sign md5 is empty.")})},
         {"empty libFileMD5", good, right, false,
          Join({kSigned, kSignerCert, Failed("lib file md5 is empty.")}), 0, ""},
+        {"subject without a name", SignedWith(nameless), SignMd5(""), false,
+         Join({kSigned,
+               {P + "Serial Number: 6001", P + "Issuer Name: " + kIntermediate},
+               Failed("get subject name size failed.")})},
         {"subject outside ASCII", SignedWith(pki.nonAscii), SignMd5(nonAscii), true,
          Join({kSigned, Cert("2004", kIntermediate, nonAscii), kMatched})},
         {"issuer without a name", SignedWith(pki.belowNameless),
@@ -294,105 +338,16 @@ TEST(SignVerify, SignatureMatrix) {
          Join({kSigned, {P + "Program Name : Name\xE2\x82\xAC"}, kSignerCert, kMatched})},
         {"program name cut short", withProgram(std::string("\xA0\x05\x81\x09Tool", 8)), right, true,
          verified},
+        {"signed twice by the kit", kitSigned, digests.signMD5, true,
+         Join({kSigned,
+               {P + "Program Name : Hello Bundle \xE2\x9C\x93",
+                P + "MoreInfo Link : https://example.com/hello"},
+               kSignerCert,
+               kMatched}),
+         0, digests.libFileMD5},
         {"path of 260 characters", good, right, true, verified, 260},
         {"path of 261 characters", good, right, false, tooLong, 261},
     });
-}
-
-// The signer's name is the first common name, unit, organisation or e-mail
-// attribute of its subject, else its first e-mail alternative name, else the
-// subject's first attribute; that name enters signMD5.
-TEST(SignVerify, SignerNameRules) {
-    struct Row {
-        const char* name;
-        std::string subject;
-        std::string altEmail;
-        std::string expected;  // empty: no name
-    };
-    const Row rows[] = {
-        {"common name last", "/C=DE/O=Org/OU=Unit/CN=Common", "", "Common"},
-        {"unit before organisation", "/O=Org/OU=Unit", "", "Unit"},
-        {"organisation before e-mail", "/emailAddress=mail@example.com/O=Org", "", "Org"},
-        {"e-mail attribute before the alternative name", "/C=DE/emailAddress=mail@example.com",
-         "alt@example.com", "mail@example.com"},
-        {"alternative e-mail", "/C=DE", "alt@example.com", "alt@example.com"},
-        {"first attribute", "/L=Berlin/C=DE", "", "Berlin"},
-        {"no name at all", "", "", ""},
-    };
-    qzetest::TempDir dir;
-    std::vector<SignRow> signRows;
-    int n = 0;
-    for (const Row& row : rows) {
-        const std::string serial = "600" + std::to_string(++n);
-        qzetest::CertRequest request;
-        request.subject = row.subject;
-        request.altEmail = row.altEmail;
-        request.issuer = &qzetest::VerifyPki().intermediate;
-        request.serial = std::stoull(serial, nullptr, 16);
-        const std::string bytes = SignedWith(qzetest::MakeIdentity(request, dir.path(), serial));
-        Lines cert = {P + "Serial Number: " + serial, P + "Issuer Name: " + kIntermediate};
-        if (row.expected.empty()) {
-            signRows.push_back({row.name, bytes, SignMd5(""), false,
-                                Join({kSigned, cert, Failed("get subject name size failed.")})});
-        } else {
-            cert.push_back(P + "Subject Name: " + row.expected);
-            signRows.push_back(
-                {row.name, bytes, SignMd5(row.expected), true, Join({kSigned, cert, kMatched})});
-        }
-    }
-    RunSignRows(signRows);
-}
-
-LibrarySigningInput Input(const fs::path& cert, const fs::path& key, const fs::path& chain = {},
-                          const std::string& passphrase = {}) {
-    LibrarySigningInput input;
-    input.certificatePath = qzetest::Wide(cert);
-    input.keyPath = qzetest::Wide(key);
-    input.chainPath = chain.empty() ? std::wstring() : qzetest::Wide(chain);
-    input.keyPassphrase = passphrase;
-    return input;
-}
-
-const std::string kMagic = "~Module signature appended~\n";
-
-// What a bundle author does: sign (here a second time) and compute the
-// manifest texts, which the signature check accepts. That the library still
-// loads is the bundle tests' to show.
-TEST(LibrarySigner, ResignedLibraryKeepsItsBytesAndPassesTheSignatureCheck) {
-    const qzetest::TestPki& pki = qzetest::VerifyPki();
-    qzetest::TempDir dir;
-    const fs::path library = dir.path() / "plugin.so";
-    fs::copy_file(qzetest::BuiltPlugin("qzekit_plugin_complete"), library);
-    fs::permissions(library, fs::perms(0755));
-    const std::string original = qzetest::ReadBytes(library);
-    std::string error;
-    ASSERT_TRUE(SignLibraryFile(qzetest::Wide(library),
-                                Input(pki.selfSigned.certPath, pki.selfSigned.keyPath), &error))
-        << error;
-    LibrarySigningInput input =
-        Input(pki.signer.certPath, pki.signer.keyPath, pki.intermediate.certPath);
-    input.programName = "Hello Bundle \xE2\x9C\x93";
-    input.moreInfoLink = "https://example.com/hello";
-    ASSERT_TRUE(SignLibraryFile(qzetest::Wide(library), input, &error)) << error;
-
-    // The library's own bytes and one signature: the first one was taken off.
-    const std::string file = qzetest::ReadBytes(library);
-    EXPECT_EQ(file.compare(0, original.size(), original), 0);
-    EXPECT_EQ(file.find(kMagic), file.size() - kMagic.size());
-    // Replaced as a whole, it stays executable.
-    EXPECT_EQ(fs::status(library).permissions() & fs::perms::all, fs::perms(0755));
-
-    ManifestDigests digests;
-    ASSERT_TRUE(ComputeManifestDigests(qzetest::Wide(library), &digests, &error)) << error;
-    EXPECT_EQ(digests.libFileMD5, qzetest::Md5Hex(file));
-    EXPECT_EQ(digests.signerName, kSigner);
-    RunSignRows({{"signed by the kit", file, digests.signMD5, true,
-                  Join({kSigned,
-                        {P + "Program Name : Hello Bundle \xE2\x9C\x93",
-                         P + "MoreInfo Link : https://example.com/hello"},
-                        kSignerCert,
-                        kMatched}),
-                  0, digests.libFileMD5}});
 }
 
 TEST(LibrarySigner, RefusalsLeaveTheFileAsItWas) {
@@ -421,8 +376,6 @@ TEST(LibrarySigner, RefusalsLeaveTheFileAsItWas) {
         std::string error;  // how the error text starts
     };
     const Row rows[] = {
-        {"key of another certificate", library, Input(cert, pki.expired.keyPath),
-         "the private key does not belong to the certificate"},
         {"chain without certificates", library, Input(cert, pki.signer.keyPath, notPem),
          "no PEM certificate in the chain file " + notPem.string()},
         {"wrong passphrase", library, Input(cert, key, {}, "wrong"),

@@ -50,10 +50,8 @@ TEST(EncryptedConfiguration, PaddingAndBadFiles) {
          kLoaded},
         {EncryptForConfig(R"({"modules":[{"id":"core"}]     })", kKey), true, kLoaded},
         {EncryptForConfig("{}" + std::string(29, ' ') + "\x11", kKey), false, parseFailed},
-        {EncryptForConfig("{}" + std::string(14, '\x0e'), kKey), false, kLoaded},
         {EncryptForConfig(std::string(16, '\x10'), kKey), false, kDecryptFailed},
         {EncryptForConfig(kCore + "    \x80", kKey), false, kDecryptFailed},
-        {EncryptForConfig(kCore + "    \xff", kKey), false, kDecryptFailed},
         {R"({"modules":[]})", false, kBase64Failed},  // plain text with a key set
         {"", false, kBase64Failed},
         {goodFile.substr(0, goodFile.size() - 1), false, kBase64Failed},
@@ -92,6 +90,11 @@ TEST(EncryptedConfiguration, PaddingAndBadFiles) {
         EXPECT_EQ(qzetest::Ids(qzetest::InForce(manager, "p")), std::vector<std::string>{"e"});
         ExpectKeyNeverLogged(*log);
     }
+    QZEConfigurationManagerImpl manager;
+    auto log = qzetest::CaptureLog();
+    EXPECT_FALSE(manager.SetSecKey(std::string(31, 'k')));
+    EXPECT_EQ(qzetest::Joined(*log),
+              "set sec key failed, becuase of the length of key is not equal to 32");
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <future>
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "config/support/remote_sample.h"
@@ -154,6 +154,7 @@ TEST_F(RemoteSample, FetchAnswersAndWhatTheyChange) {
         int successes;
         std::vector<std::string> failures;
         int getConfigCalls;
+        bool callbacks = true;
     } cases[] = {
         {"no source: no answer at all", false, Answer::kSucceed, true, true, 0, {}, 0},
         {"success, applied", true, Answer::kSucceed, true, true, 1, {}, 1},
@@ -162,6 +163,16 @@ TEST_F(RemoteSample, FetchAnswersAndWhatTheyChange) {
         {"failure passes the reason on", true, Answer::kFail, true, true, 0, {"timeout"}, 0},
         {"a source that answers twice merges twice", true, Answer::kTwice, true, true, 2, {}, 2},
         {"a source that never answers", true, Answer::kNever, true, true, 0, {}, 0},
+        {"empty callbacks: success still merges",
+         true,
+         Answer::kSucceed,
+         true,
+         true,
+         0,
+         {},
+         1,
+         false},
+        {"empty callbacks: failure", true, Answer::kFail, true, true, 0, {}, 0, false},
     };
     source->extensions = {{"web.src", {RemoteRecord("w1", "web.src")}}};
     for (auto& c : cases) {
@@ -175,9 +186,12 @@ TEST_F(RemoteSample, FetchAnswersAndWhatTheyChange) {
         int successes = 0;
         std::vector<std::string> failures;
         log->Clear();
-        fresh.FetchRemoteConfig(
-            c.applyFetched, [&] { ++successes; },
-            [&](const std::string& reason) { failures.push_back(reason); });
+        std::function<void()> onSuccess = [&] { ++successes; };
+        std::function<void(const std::string&)> onFailure = [&](const std::string& reason) {
+            failures.push_back(reason);
+        };
+        fresh.FetchRemoteConfig(c.applyFetched, c.callbacks ? onSuccess : nullptr,
+                                c.callbacks ? onFailure : nullptr);
         EXPECT_EQ(successes, c.successes);
         EXPECT_EQ(failures, c.failures);
         EXPECT_EQ(source->getConfigCalls, c.getConfigCalls);
@@ -185,16 +199,6 @@ TEST_F(RemoteSample, FetchAnswersAndWhatTheyChange) {
         EXPECT_EQ(AllShapes(fresh),
                   c.getConfigCalls > 0 ? With(Local(), "adapter.panel", {"derived(w1)"}) : Local());
     }
-}
-
-TEST_F(RemoteSample, FetchWithEmptyCallbacksStillMerges) {
-    source->extensions = {{"web.src", {}}};
-    manager.SetRemoteConfigDataSource(source);
-    manager.FetchRemoteConfig(true, nullptr, nullptr);
-    EXPECT_EQ(Shape(manager, "adapter.panel"), std::vector<std::string>{});
-    source->answer = FakeSource::Answer::kFail;
-    manager.FetchRemoteConfig(true, nullptr, nullptr);
-    EXPECT_EQ(source->fetches, 2);
 }
 
 // onSuccess runs with the manager's lock released: another thread gets
@@ -216,45 +220,6 @@ TEST_F(RemoteSample, SuccessCallbackRunsWithTheLockReleased) {
         nullptr);
     EXPECT_EQ(lookup.get(), "sk");
     EXPECT_TRUE(otherThreadGotThrough);
-}
-
-// The source completes on a thread of its own while the host keeps reading
-// the locked lookups: each read sees the tables wholly before or wholly
-// after the merge.
-TEST_F(RemoteSample, CompletionOnAnotherThreadWhileTheHostReads) {
-    source->answer = FakeSource::Answer::kKeep;
-    source->extensions = {{"web.src", {RemoteRecord("w1", "web.src")}},
-                          {"native.src", {RemoteRecord("t2", "native.src")}}};
-    source->authInfos = {qzetest::RemoteAuth("https://h5.example.com", "shop", "sk2")};
-    manager.SetRemoteConfigDataSource(source);
-    std::promise<void> succeeded;
-    manager.FetchRemoteConfig(
-        true, [&] { succeeded.set_value(); }, nullptr);
-    ASSERT_TRUE(source->keptSuccess);
-
-    std::future<void> done = succeeded.get_future();
-    std::thread network([&] { source->keptSuccess(); });
-    const std::vector<std::string> panelBefore{"panel.local"};
-    const std::vector<std::string> panelAfter{"derived(w1)"};
-    int reads = 0;
-    bool finished = false;
-    bool consistent = true;
-    while (!finished && consistent) {
-        finished = done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-        std::vector<std::string> panel = Shape(manager, "adapter.panel");
-        std::vector<std::string> tools = Shape(manager, "host.tools");
-        std::string key = manager.GetExtensionAccessKey("shop");
-        std::string bundle = manager.GetH5ExtensionBundleId("https://h5.example.com/a/b");
-        consistent = (panel == panelBefore || panel == panelAfter) &&
-                     (tools == std::vector<std::string>{"t1", "t2"} ||
-                      tools == std::vector<std::string>{"t2"}) &&
-                     (key == "sk" || key == "sk2") && bundle == "web.app";
-        ++reads;
-    }
-    network.join();
-    EXPECT_TRUE(consistent) << "after " << reads << " reads";
-    EXPECT_EQ(Shape(manager, "adapter.panel"), panelAfter);
-    EXPECT_EQ(manager.GetExtensionAccessKey("shop"), "sk2");
 }
 
 }  // namespace

@@ -39,11 +39,10 @@ inline std::shared_ptr<qzextensionkit::QZExtensionAuthInfo> RemoteAuth(const std
 // A host's data source whose answer to FetchConfig the test chooses.
 class FakeSource : public qzextensionkit::IQZERemoteConfigDataSource {
 public:
-    enum class Answer { kSucceed, kFail, kTwice, kNever, kKeep };
+    enum class Answer { kSucceed, kFail, kTwice, kNever };
 
     void FetchConfig(const std::function<void()>& onSuccess,
                      const std::function<void(const std::string&)>& onFailure) override {
-        ++fetches;
         switch (answer) {
             case Answer::kSucceed:
                 onSuccess();
@@ -56,11 +55,6 @@ public:
                 onSuccess();
                 break;
             case Answer::kNever:
-                break;
-            case Answer::kKeep:
-                // Copies, for a later call from another thread.
-                keptSuccess = onSuccess;
-                keptFailure = onFailure;
                 break;
         }
     }
@@ -80,12 +74,9 @@ public:
     bool fetched = true;
     bool cached = true;
     bool fill = true;
-    int fetches = 0;
     int getConfigCalls = 0;
     RemoteExtensions extensions;
     RemoteAuthInfos authInfos;
-    std::function<void()> keptSuccess;
-    std::function<void(const std::string&)> keptFailure;
 };
 
 // A loaded installation for the remote merge and the access key lookups.

@@ -6,12 +6,11 @@
 #include <fstream>
 #include <list>
 #include <memory>
-#include <random>
 #include <string>
-#include <system_error>
 
 #include "base/files/file_path.h"
 #include "base/utf_string_conversions.h"
+#include "bundle/support/bundle_dirs.h"
 #include "common/capture_logger.h"
 #include "model/artifact.h"
 #include "model/extension.h"
@@ -46,16 +45,6 @@ inline std::string Describe(const qzextensionkit::Extension& record) {
 // from there as the configuration reads it. Nothing in the model logs.
 class SampleBundle : public ::testing::Test {
 protected:
-    SampleBundle() {
-        std::random_device random;
-        dir_ = std::filesystem::temp_directory_path() /
-               ("qzekit_model_" + std::to_string(random()) + "_" + std::to_string(random()));
-        std::filesystem::create_directories(dir_);
-    }
-    ~SampleBundle() override {
-        std::error_code ignored;
-        std::filesystem::remove_all(dir_, ignored);
-    }
     void SetUp() override {
         log_ = CaptureLog();
         root_ = Bundle("sample", R"({
@@ -96,7 +85,8 @@ protected:
     }
     std::wstring Resources() const { return root_.value() + L"\\resources"; }
 
-    std::filesystem::path dir_;
+    qzetest::TempDir temp_;
+    const std::filesystem::path& dir_ = temp_.path();
     std::shared_ptr<CapturedLines> log_;
     base::FilePath root_;
     std::unique_ptr<qzextensionkit::Artifact> artifact_;
