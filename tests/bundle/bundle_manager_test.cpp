@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bundle/base_bundle.h"
+#include "bundle/library_signer.h"
 #include "bundle/support/bundle_dirs.h"
 #include "bundle/support/verify_pki.h"
 #include "common/capture_logger.h"
@@ -94,6 +95,36 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
         a.SetLibFileMD5(std::string(32, '0'));
         Checks(true);
     };
+#if !defined(_WIN32)
+    // Both checks on and passed: the library loads like any other.
+    const Prepare signedBoth = [](BundleDir& d, Artifact& a) {
+        const qzetest::TestPki& pki = qzetest::VerifyPki();
+        d.Library("qzekit_plugin_bundle", kEntry);
+        const std::wstring path = qzetest::Wide(d.root / kEntry);
+        LibrarySigningInput input;
+        input.certificatePath = qzetest::Wide(pki.signer.certPath);
+        input.keyPath = qzetest::Wide(pki.signer.keyPath);
+        input.chainPath = qzetest::Wide(pki.intermediate.certPath);
+        ManifestDigests digests;
+        std::string error;
+        EXPECT_TRUE(SignLibraryFile(path, input, &error) &&
+                    ComputeManifestDigests(path, &digests, &error))
+            << error;
+        a.SetLibFileMD5(digests.libFileMD5);
+        a.SetSignMD5(digests.signMD5);
+        Checks(true);
+    };
+#endif
+    // Its helper library is only in the bundle's "bin", and no run path
+    // leads there.
+    const std::string dependent = std::string("qzekit_plugin_dependent") + qzetest::kLibrarySuffix;
+    const Prepare withDependency = [dependent](BundleDir& d, Artifact&) {
+        const fs::path built = fs::path(qzetest::TestPluginDir()) / "dep_bundle";
+        const std::string helper =
+            std::string("qzekit_plugin_dep_helper") + qzetest::kLibrarySuffix;
+        fs::copy_file(built / dependent, d.root / dependent);
+        fs::copy_file(built / "bin" / helper, d.root / "bin" / helper);
+    };
     const Prepare bundle = library("qzekit_plugin_bundle");
     const Lines kRootMissing{"load bundle failed, because of root path not exist"};
     const Lines kLibraryMissing{
@@ -138,7 +169,11 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
         {"entry class not in the library", bundle, kEntry, qzetest::kGreeterClass, kEntryFailed,
          true, kOpen},
         {"no entry class", bundle, kEntry, "", {}, true, kOpen},
+        {"dependency found in the bundle's bin", withDependency, dependent, "", {}, true, kOpen},
         {"entry built and kept", bundle, kEntry, kClass, kStored, true, kOpen},
+#if !defined(_WIN32)
+        {"signed library, both checks on", signedBoth, kEntry, kClass, kStored, true, kOpen},
+#endif
     };
     int n = 0;
     for (const Row& row : rows) {
