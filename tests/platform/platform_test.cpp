@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "base/utf_string_conversions.h"
+#include "bundle/support/bundle_dirs.h"
 
 namespace {
 
@@ -24,39 +25,28 @@ namespace fs = std::filesystem;
 namespace pf = qzextensionkit::platform;
 using pf::testing::Operation;
 
+using qzetest::kLibrarySuffix;
+using qzetest::TempDir;
+using qzetest::Wide;
+
 constexpr uint32_t kModNotFound = 126;
 constexpr uint32_t kProcNotFound = 127;
 constexpr uint32_t kBadExeFormat = 193;
 
-#if defined(_WIN32)
-constexpr const char kLibrarySuffix[] = ".dll";
-#else
-constexpr const char kLibrarySuffix[] = ".so";
-#endif
-
-std::wstring Wide(const fs::path& p) {
-#if defined(_WIN32)
-    return p.wstring();
-#else
-    return base::UTF8ToWide(p.string());
-#endif
-}
-
 std::wstring WithSeparator(std::wstring path, wchar_t separator) {
     for (wchar_t& c : path) {
-        if (c == L'/' || c == L'\\') {
-            c = separator;
-        }
+        c = (c == L'/' || c == L'\\') ? separator : c;
     }
     return path;
 }
 
-fs::path TestPlugins() {
-    return fs::u8path(QZEKIT_TEST_BIN_DIR) / "test_plugins";
+fs::path Write(const fs::path& file, const std::string& bytes) {
+    std::ofstream(file, std::ios::binary) << bytes;
+    return file;
 }
 
-fs::path Library(const fs::path& dir, const std::string& name) {
-    return dir / fs::u8path(name + kLibrarySuffix);
+fs::path Plugin(const std::string& relative) {
+    return fs::u8path(QZEKIT_TEST_BIN_DIR) / "test_plugins" / fs::u8path(relative + kLibrarySuffix);
 }
 
 // The kit library sits beside the test program.
@@ -68,33 +58,6 @@ std::wstring KitLibraryPath() {
     return Wide(dir / "libqzextensionkit.so");
 #endif
 }
-
-// A fresh directory under the system's temporary folder, removed afterwards.
-class TempDir {
-public:
-    TempDir() {
-        by::GUID id;
-        pf::CreateGuid(&id);
-        path_ = fs::temp_directory_path() /
-                fs::u8path("qzekit-platform-" + base::WideToUTF8(pf::FormatGuid(id)));
-        fs::create_directories(path_);
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    const fs::path& path() const { return path_; }
-
-    fs::path Write(const std::string& utf8Name, const std::string& bytes) const {
-        fs::path file = path_ / fs::u8path(utf8Name);
-        std::ofstream out(file, std::ios::binary);
-        out << bytes;
-        return file;
-    }
-
-private:
-    fs::path path_;
-};
 
 class PlatformTest : public ::testing::Test {
 protected:
@@ -130,7 +93,7 @@ TEST_F(PlatformTest, FilesExistAndReadWholeByEitherSeparator) {
     TempDir dir;
     // Bytes that a text-mode read would change, and a name outside ASCII.
     const std::string bytes("a\r\nb\0c\x1a\xff", 8);
-    const fs::path file = dir.Write("d\xc3\xa4ta-\xe2\x82\xac.bin", bytes);
+    const fs::path file = Write(dir.path() / fs::u8path("d\xc3\xa4ta-\xe2\x82\xac.bin"), bytes);
     struct Case {
         fs::path path;
         bool exists;
@@ -239,7 +202,7 @@ std::string ElfHeader(unsigned char elfClass, unsigned char machine) {
 struct OpenFailure {
     const char* name;
     // Prepares the case in a fresh folder; returns the library to open.
-    fs::path (*prepare)(const TempDir& dir);
+    fs::path (*prepare)(const fs::path& dir);
     uint32_t code;
     // Why Wine answers otherwise than Windows, where it does.
     const char* wineDiffers;
@@ -268,7 +231,7 @@ TEST_P(OpenFailureTest, ReportsTheWindowsCode) {
         GTEST_SKIP() << c.wineDiffers;
     }
     TempDir dir;
-    fs::path library = c.prepare(dir);
+    fs::path library = c.prepare(dir.path());
     pf::LibraryHandle handle = pf::OpenLibrary(Wide(library).c_str());
     uint32_t code = pf::LastError();
     pf::CloseLibrary(handle);
@@ -277,44 +240,43 @@ TEST_P(OpenFailureTest, ReportsTheWindowsCode) {
 }
 
 const OpenFailure kOpenFailures[] = {
-    {"MissingFile", [](const TempDir& d) { return d.path() / "absent.so"; }, kModNotFound, nullptr},
-    {"ShortText", [](const TempDir& d) { return d.Write("text.so", "plain text"); }, kBadExeFormat,
-     nullptr},
-    {"HeaderSizedText", [](const TempDir& d) { return d.Write("text.so", std::string(256, 'x')); },
+    {"MissingFile", [](const fs::path& d) { return d / "absent.so"; }, kModNotFound, nullptr},
+    {"ShortText", [](const fs::path& d) { return Write(d / "text.so", "plain text"); },
+     kBadExeFormat, nullptr},
+    {"HeaderSizedText", [](const fs::path& d) { return Write(d / "t.so", std::string(256, 'x')); },
      kBadExeFormat, nullptr},
     {"ElfOfTheOtherClass",
-     [](const TempDir& d) { return d.Write("elf.so", ElfHeader(sizeof(void*) == 8 ? 1 : 2, 62)); },
+     [](const fs::path& d) { return Write(d / "e.so", ElfHeader(sizeof(void*) == 8 ? 1 : 2, 62)); },
      kBadExeFormat, nullptr},
     // Taken by glibc for a missing file, though the file is there.
     {"ElfForAnotherMachine",
-     [](const TempDir& d) { return d.Write("elf.so", ElfHeader(sizeof(void*) == 8 ? 2 : 1, 43)); },
+     [](const fs::path& d) { return Write(d / "e.so", ElfHeader(sizeof(void*) == 8 ? 2 : 1, 43)); },
      kBadExeFormat, nullptr},
     // Cut inside its loaded segments, a library would still be mapped by
     // glibc and end the process on the first touch past the end.
     {"TruncatedLibrary",
-     [](const TempDir& d) {
-         fs::path copy = d.path() / ("cut" + std::string(kLibrarySuffix));
-         fs::copy_file(Library(TestPlugins(), "qzekit_plugin_complete"), copy);
-         fs::resize_file(copy, 1024);
-         return copy;
+     [](const fs::path& d) {
+         const fs::path cut = d / (std::string("cut") + kLibrarySuffix);
+         fs::copy_file(Plugin("qzekit_plugin_complete"), cut);
+         fs::resize_file(cut, 1024);
+         return cut;
      },
      kBadExeFormat, nullptr},
     {"DependencyMissing",
-     [](const TempDir&) {
-         return Library(TestPlugins() / "dep_bundle", "qzekit_plugin_dependent");
-     },
-     kModNotFound, nullptr},
+     [](const fs::path&) { return Plugin("dep_bundle/qzekit_plugin_dependent"); }, kModNotFound,
+     nullptr},
     {"DependencyIsNoLibrary",
-     [](const TempDir& d) {
-         d.Write(std::string("qzekit_plugin_dep_helper") + kLibrarySuffix, "plain text");
-         pf::SetLibraryDirectory(Wide(d.path()).c_str());
-         return Library(TestPlugins() / "dep_bundle", "qzekit_plugin_dependent");
+     [](const fs::path& d) {
+         Write(d / (std::string("qzekit_plugin_dep_helper") + kLibrarySuffix), "plain text");
+         pf::SetLibraryDirectory(Wide(d).c_str());
+         return Plugin("dep_bundle/qzekit_plugin_dependent");
      },
      kBadExeFormat, "Wine passes over a dependency that is not a PE file and reports it missing"},
     {"DependencyLacksAFunction",
-     [](const TempDir&) {
-         pf::SetLibraryDirectory(Wide(TestPlugins() / "symbol_short").c_str());
-         return Library(TestPlugins(), "qzekit_plugin_symbol_user");
+     [](const fs::path&) {
+         pf::SetLibraryDirectory(
+             Wide(fs::u8path(QZEKIT_TEST_BIN_DIR) / "test_plugins" / "symbol_short").c_str());
+         return Plugin("qzekit_plugin_symbol_user");
      },
      kProcNotFound, "Wine binds a missing import to a stub and loads the library"},
 };
@@ -343,7 +305,7 @@ TEST_F(PlatformTest, LibraryDirectoryRoundTrips) {
 
 TEST_F(PlatformTest, InjectedFailuresCountDownAndReportTheirCode) {
     TempDir dir;
-    const std::wstring path = Wide(dir.Write("f.txt", "abc"));
+    const std::wstring path = Wide(Write(dir.path() / "f.txt", "abc"));
     const std::wstring kit = KitLibraryPath();
     pf::LibraryHandle kitHandle = pf::OpenLibrary(kit.c_str());
     ASSERT_NE(kitHandle, nullptr);
