@@ -49,8 +49,6 @@ by::Result MakeGreeter(by::CComLoader& loader, void** out, const char* iid = qze
 
 class ComLoaderTest : public ::testing::Test {
 protected:
-    void TearDown() override { platform::SetLibraryDirectory(L""); }
-
     DebugCapture debug_;
 };
 
@@ -216,44 +214,6 @@ TEST_F(ComLoaderTest, EachFactoryFailureGivesItsStatusAndReleasesWhatItGot) {
         // Only the module object is left, and no object.
         EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveFactories"), 1);
         EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveObjects"), 0);
-    }
-}
-
-// A plug-in whose dependency lies only in its bundle's "bin" directory is
-// found through the search directory. On Linux a dependency without a
-// soname stays missing (126) even so; DLLs are matched by file name.
-TEST_F(ComLoaderTest, ADependencyIsFoundThroughTheSearchDirectory) {
-#if defined(_WIN32)
-    const bool foundWithoutSoname = true;
-#else
-    const bool foundWithoutSoname = false;
-#endif
-    for (auto c : {std::make_pair("qzekit_plugin_dependent", true),
-                   std::make_pair("qzekit_plugin_dependent_nosoname", foundWithoutSoname)}) {
-        SCOPED_TRACE(c.first);
-        const std::wstring path = qzetest::TestPluginPathIn(qzetest::TestBundleDir(), c.first);
-        // This comes first: once loaded, the dependency would be reused by name.
-        ASSERT_EQ(platform::SetLibraryDirectory(L""), 1);
-        {
-            by::CComLoader loader;
-            EXPECT_FALSE(loader.LoadCom(path.c_str()));
-            EXPECT_EQ(platform::LastError(), 126u);
-            EXPECT_FALSE(loader.IsLoaded());
-        }
-        ASSERT_EQ(platform::SetLibraryDirectory(qzetest::TestBundleBinDir().c_str()), 1);
-        by::CComLoader loader;
-        EXPECT_EQ(loader.LoadCom(path.c_str()), c.second);
-        if (!c.second) {
-            EXPECT_EQ(platform::LastError(), 126u);
-            continue;
-        }
-        void* out = nullptr;
-        ASSERT_EQ(loader.CreateInstance(Id(qzetest::kDependentClass), nullptr, nullptr,
-                                        Id(qzetest::kGreeterIid), &out),
-                  by::kOk);
-        auto* greeter = static_cast<qzetest::ITestGreeter*>(out);
-        EXPECT_STREQ(greeter->Greet(), "hello from the bundle's bin");
-        greeter->Release();
     }
 }
 
