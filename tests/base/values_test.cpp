@@ -16,39 +16,26 @@ using base::Value;
 
 TEST(Value, EachNodeAnswersOnlyForItsOwnType) {
     Value null_node;
-    FundamentalValue boolean(true);
-    FundamentalValue integer(7);
-    FundamentalValue real(2.5);
+    FundamentalValue boolean(true), integer(7), real(2.5);
     StringValue text("t");
     DictionaryValue dict;
     ListValue list;
     const Value* all[] = {&null_node, &boolean, &integer, &real, &text, &dict, &list};
-    const Value::Type types[] = {Value::TYPE_NULL,   Value::TYPE_BOOLEAN, Value::TYPE_INTEGER,
-                                 Value::TYPE_DOUBLE, Value::TYPE_STRING,  Value::TYPE_DICTIONARY,
-                                 Value::TYPE_LIST};
-    for (std::size_t i = 0; i < 7; ++i) {
-        const Value* v = all[i];
-        EXPECT_EQ(v->GetType(), types[i]);
-        EXPECT_EQ(v->GetAsBoolean(nullptr), types[i] == Value::TYPE_BOOLEAN) << i;
-        EXPECT_EQ(v->GetAsInteger(nullptr), types[i] == Value::TYPE_INTEGER) << i;
+    for (const Value* v : all) {
+        const Value::Type t = v->GetType();
+        EXPECT_EQ(v->GetAsBoolean(nullptr), t == Value::TYPE_BOOLEAN) << t;
+        EXPECT_EQ(v->GetAsInteger(nullptr), t == Value::TYPE_INTEGER) << t;
         // Integers convert to double as well.
-        EXPECT_EQ(v->GetAsDouble(nullptr),
-                  types[i] == Value::TYPE_DOUBLE || types[i] == Value::TYPE_INTEGER)
-            << i;
-        EXPECT_EQ(v->GetAsString(static_cast<std::string*>(nullptr)),
-                  types[i] == Value::TYPE_STRING)
-            << i;
+        EXPECT_EQ(v->GetAsDouble(nullptr), t == Value::TYPE_DOUBLE || t == Value::TYPE_INTEGER);
+        EXPECT_EQ(v->GetAsString(static_cast<std::string*>(nullptr)), t == Value::TYPE_STRING);
         EXPECT_EQ(v->GetAsDictionary(static_cast<const DictionaryValue**>(nullptr)),
-                  types[i] == Value::TYPE_DICTIONARY)
-            << i;
-        EXPECT_EQ(v->GetAsList(static_cast<const ListValue**>(nullptr)),
-                  types[i] == Value::TYPE_LIST)
-            << i;
+                  t == Value::TYPE_DICTIONARY);
+        EXPECT_EQ(v->GetAsList(static_cast<const ListValue**>(nullptr)), t == Value::TYPE_LIST);
         EXPECT_FALSE(v->GetAsBinary(nullptr));
     }
+    EXPECT_EQ(list.GetType(), Value::TYPE_LIST);
     double d = 0;
-    EXPECT_TRUE(integer.GetAsDouble(&d));
-    EXPECT_EQ(d, 7.0);
+    EXPECT_TRUE(integer.GetAsDouble(&d) && d == 7.0);
     int32_t i = 99;
     EXPECT_FALSE(real.GetAsInteger(&i));
     EXPECT_EQ(i, 99);  // untouched on failure
@@ -58,14 +45,11 @@ TEST(Value, EachNodeAnswersOnlyForItsOwnType) {
 }
 
 TEST(Value, EqualsAndDeepCopyFollowTypeAndContent) {
-    Value a;
-    Value b;
+    Value a, b;
+    FundamentalValue one(1), one_double(1.0);
     EXPECT_TRUE(a.Equals(&b));
     EXPECT_FALSE(a.Equals(nullptr));
-    FundamentalValue one(1);
-    FundamentalValue one_double(1.0);
     EXPECT_FALSE(one.Equals(&one_double));  // same number, different type
-    EXPECT_FALSE(one.Equals(&a));
     EXPECT_FALSE(a.Equals(&one));
     EXPECT_FALSE(StringValue("1").Equals(&one));
 
@@ -81,24 +65,18 @@ TEST(Value, EqualsAndDeepCopyFollowTypeAndContent) {
     tree.Set("bin", BinaryValue::CreateWithCopiedBuffer(bytes, 3));
 
     std::unique_ptr<DictionaryValue> copy = tree.CreateDeepCopy();
-    EXPECT_TRUE(copy->Equals(&tree));
-    EXPECT_TRUE(tree.Equals(copy.get()));
-    // The copy shares nothing.
-    const Value* original_list = nullptr;
+    EXPECT_TRUE(copy->Equals(&tree) && tree.Equals(copy.get()));
     const Value* copied_list = nullptr;
-    ASSERT_TRUE(tree.Get("l", &original_list));
     ASSERT_TRUE(copy->Get("l", &copied_list));
-    EXPECT_NE(original_list, copied_list);
-
+    EXPECT_NE(copied_list, list);  // the copy shares nothing
     copy->SetString("a.c", "y");
     EXPECT_FALSE(copy->Equals(&tree));
     copy->SetString("a.c", "x");
-    EXPECT_TRUE(copy->Equals(&tree));
     list->AppendInteger(3);
     EXPECT_FALSE(copy->Equals(&tree));
 }
 
-TEST(DictionaryValue, PathLookupsWalkLevelsWhileHasKeyIsLiteral) {
+TEST(DictionaryValue, PathsWalkLevelsWhileHasKeyIsLiteral) {
     DictionaryValue dict;
     dict.SetWithoutPathExpansion("a.b", new FundamentalValue(1));
     dict.SetString("x.y.z", "deep");
@@ -106,56 +84,33 @@ TEST(DictionaryValue, PathLookupsWalkLevelsWhileHasKeyIsLiteral) {
     EXPECT_FALSE(dict.GetInteger("a.b", nullptr));
     EXPECT_FALSE(dict.HasKey("x.y"));
     std::string s;
-    EXPECT_TRUE(dict.GetString("x.y.z", &s));
-    EXPECT_EQ(s, "deep");
+    EXPECT_TRUE(dict.GetString("x.y.z", &s) && s == "deep");
     const char path[] = "x.y.zzz";
     const Value* v = nullptr;
-    EXPECT_TRUE(dict.Get(path, 5, &v));  // "x.y.z"
-    EXPECT_EQ(v->GetType(), Value::TYPE_STRING);
+    EXPECT_TRUE(dict.Get(path, 5, &v) && v->GetType() == Value::TYPE_STRING);  // "x.y.z"
     EXPECT_FALSE(dict.Get(path, sizeof path - 1, &v));
-    const DictionaryValue* level = nullptr;
-    EXPECT_TRUE(dict.GetDictionary("x.y", &level));
-    EXPECT_TRUE(level->HasKey("z"));
+    EXPECT_TRUE(dict.GetDictionary("x.y", nullptr));
     EXPECT_FALSE(dict.GetList("x.y", nullptr));
     // A level that isn't a dictionary ends the walk.
     EXPECT_FALSE(dict.GetString("x.y.z.w", &s));
-    EXPECT_FALSE(dict.Get("missing.z", &v));
     // Empty parts are looked up as the empty key.
     dict.SetInteger(".e", 5);
     int32_t i = 0;
-    EXPECT_TRUE(dict.GetInteger(".e", &i));
-    EXPECT_EQ(i, 5);
-    EXPECT_TRUE(dict.HasKey(""));
+    EXPECT_TRUE(dict.GetInteger(".e", &i) && i == 5);
     EXPECT_TRUE(dict.GetDictionaryWithoutPathExpansion("", nullptr));
-}
 
-TEST(DictionaryValue, SetReplacesWhatStandsInTheWay) {
-    DictionaryValue dict;
+    // Set replaces what stands in the way but keeps a dictionary on the path.
     dict.SetInteger("a", 1);
     dict.Set("a.b", new StringValue("v"));
+    dict.SetBoolean("a.c", true);
     const DictionaryValue* a = nullptr;
     ASSERT_TRUE(dict.GetDictionary("a", &a));
-    EXPECT_EQ(a->size(), 1u);
-    std::string s;
-    EXPECT_TRUE(dict.GetString("a.b", &s));
-    EXPECT_EQ(s, "v");
-
-    // An existing dictionary on the path is kept, with its other entries.
-    dict.SetBoolean("a.c", true);
-    EXPECT_TRUE(dict.GetString("a.b", &s));
-    bool b = false;
-    EXPECT_TRUE(dict.GetBoolean("a.c", &b));
-    EXPECT_TRUE(b);
-
-    // Replacing a value, also with itself.
+    EXPECT_EQ(a->size(), 2u);
     Value* c = nullptr;
     ASSERT_TRUE(dict.Get("a.c", &c));
-    dict.Set("a.c", c);
-    EXPECT_TRUE(dict.GetBoolean("a.c", &b));
-    dict.Set("a", new FundamentalValue(2));
-    int32_t i = 0;
-    EXPECT_TRUE(dict.GetInteger("a", &i));
-    EXPECT_EQ(i, 2);
+    dict.Set("a.c", c);  // replaced by itself
+    bool b = false;
+    EXPECT_TRUE(dict.GetBoolean("a.c", &b) && b);
     dict.Set("ignored", static_cast<Value*>(nullptr));
     EXPECT_FALSE(dict.HasKey("ignored"));
 }
@@ -168,8 +123,7 @@ TEST(DictionaryValue, IteratesInByteOrderOfKeys) {
     std::vector<std::string> keys;
     for (DictionaryValue::Iterator it(dict); !it.IsAtEnd(); it.Advance()) {
         std::string s;
-        EXPECT_TRUE(it.value().GetAsString(&s));
-        EXPECT_EQ(s, it.key());
+        EXPECT_TRUE(it.value().GetAsString(&s) && s == it.key());
         keys.push_back(it.key());
     }
     EXPECT_EQ(keys, (std::vector<std::string>{"", "B", "a", "a.b", "b", "\xC3\xA9"}));
@@ -180,35 +134,28 @@ TEST(DictionaryValue, IteratesInByteOrderOfKeys) {
     EXPECT_EQ(n, keys.size());
 }
 
-TEST(DictionaryValue, RemovalBySwapFromAndPaths) {
+TEST(DictionaryValue, RemovalSwapAndFrom) {
     DictionaryValue dict;
     dict.SetInteger("a.b.c", 1);
     dict.SetInteger("a.x", 2);
     dict.SetInteger("k.l", 3);
-
     std::unique_ptr<Value> out;
-    EXPECT_FALSE(dict.Remove("a.b.missing", &out));
-    EXPECT_TRUE(dict.Remove("a.x", &out));
     int32_t i = 0;
-    EXPECT_TRUE(out->GetAsInteger(&i));
-    EXPECT_EQ(i, 2);
+    EXPECT_FALSE(dict.Remove("a.b.missing", &out));
+    EXPECT_TRUE(dict.Remove("a.x", &out) && out->GetAsInteger(&i) && i == 2);
     // RemovePath also drops the levels it empties; Remove doesn't.
     EXPECT_TRUE(dict.RemovePath("a.b.c", nullptr));
     EXPECT_FALSE(dict.HasKey("a"));
     EXPECT_TRUE(dict.Remove("k.l", nullptr));
-    EXPECT_TRUE(dict.GetDictionary("k", nullptr));
     EXPECT_TRUE(dict.RemoveWithoutPathExpansion("k", nullptr));
     EXPECT_TRUE(dict.empty());
 
     DictionaryValue other;
     other.SetString("o", "x");
-    dict.SetString("d", "y");
     dict.Swap(&other);
-    EXPECT_TRUE(dict.HasKey("o"));
-    EXPECT_TRUE(other.HasKey("d"));
+    EXPECT_TRUE(dict.HasKey("o") && other.empty());
 
-    std::unique_ptr<Value> as_value(new DictionaryValue());
-    EXPECT_NE(DictionaryValue::From(std::move(as_value)), nullptr);
+    EXPECT_NE(DictionaryValue::From(std::unique_ptr<Value>(new DictionaryValue())), nullptr);
     EXPECT_EQ(DictionaryValue::From(std::make_unique<ListValue>()), nullptr);
     EXPECT_EQ(DictionaryValue::From(nullptr), nullptr);
 }
@@ -220,33 +167,21 @@ TEST(ListValue, AccessorsCheckRangeAndType) {
     list.AppendInteger(4);
     list.Append(std::unique_ptr<Value>());  // ignored
     EXPECT_EQ(list.GetSize(), 3u);
-
     std::string s;
-    EXPECT_TRUE(list.GetString(0, &s));
-    EXPECT_EQ(s, "s");
-    EXPECT_FALSE(list.GetString(1, &s));
-    EXPECT_FALSE(list.GetString(3, &s));
     DictionaryValue* d = nullptr;
+    EXPECT_TRUE(list.GetString(0, &s) && s == "s");
+    EXPECT_FALSE(list.GetString(1, &s) || list.GetString(3, &s));
     EXPECT_TRUE(list.GetDictionary(1, &d));
-    EXPECT_FALSE(list.GetDictionary(0, &d));
-    EXPECT_FALSE(list.GetDictionary(3, &d));
+    EXPECT_FALSE(list.GetDictionary(0, &d) || list.GetDictionary(3, &d));
     EXPECT_FALSE(list.GetList(1, nullptr));
-
-    int32_t n = 0;
-    for (const Value* v : list) {
-        n += v->GetType();
-    }
-    EXPECT_EQ(n, Value::TYPE_STRING + Value::TYPE_DICTIONARY + Value::TYPE_INTEGER);
 
     std::unique_ptr<Value> out;
     EXPECT_FALSE(list.Remove(3, &out));
-    EXPECT_TRUE(list.Remove(0, &out));
-    EXPECT_TRUE(out->GetAsString(&s));
+    EXPECT_TRUE(list.Remove(0, &out) && out->GetAsString(&s));
     EXPECT_TRUE(list.GetDictionary(0, &d));  // later elements move up
     ListValue other;
     other.Swap(&list);
-    EXPECT_EQ(list.GetSize(), 0u);
-    EXPECT_EQ(other.GetSize(), 2u);
+    EXPECT_EQ(list.GetSize() * 10 + other.GetSize(), 2u);
 }
 
 }  // namespace

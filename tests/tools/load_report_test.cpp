@@ -15,8 +15,7 @@
 namespace qzetest {
 namespace {
 
-// A file for the bundle's "bin" folder: a copy of a built test plug-in, or
-// the bytes given.
+// A copy of a built test plug-in, or the bytes given, for the "bin" folder.
 struct BinFile {
     std::string name;
     std::string plugin;
@@ -168,8 +167,8 @@ TEST(QzekitInspect, JsonAndSettings) {
     std::string foundation;
     EXPECT_TRUE(document->GetBoolean("loaded", &loaded) && loaded);
     EXPECT_TRUE(document->GetBoolean("settings.secKey", &secKey) && secKey);
-    EXPECT_TRUE(document->GetString("settings.foundationVersion", &foundation));
-    EXPECT_EQ(foundation, "1.5");
+    EXPECT_TRUE(document->GetString("settings.foundationVersion", &foundation) &&
+                foundation == "1.5");
     EXPECT_TRUE(document->GetList("log", &list) && list->GetSize() > 0);
     // The bundle wants foundation 2.0: it loads, but nothing of it is in force.
     EXPECT_TRUE(document->GetList("extensionPoints", &list) && list->GetSize() == 0);

