@@ -918,7 +918,8 @@ bool Asn1Text(const ASN1_STRING* value, std::wstring* out) {
 
 // Windows' simple display name: the first common name, unit, organisation
 // or e-mail attribute, else the first e-mail alternative name, else the
-// first attribute of the name.
+// first attribute of the name. A name with none of these is an empty text,
+// as Windows gives it (one character, the terminator), not a failure.
 bool SimpleDisplayName(X509* cert, bool issuer, std::wstring* out) {
     const X509_NAME* name = issuer ? X509_get_issuer_name(cert) : X509_get_subject_name(cert);
     static const int kPreferred[] = {NID_commonName, NID_organizationalUnitName,
@@ -940,7 +941,8 @@ bool SimpleDisplayName(X509* cert, bool issuer, std::wstring* out) {
     if (X509_NAME_entry_count(name) > 0) {
         return Asn1Text(X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, 0)), out);
     }
-    return false;
+    out->clear();
+    return true;
 }
 
 // The serial number's content octets, least significant first, as Windows
