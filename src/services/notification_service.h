@@ -98,7 +98,8 @@ private:
 template <class T>
 class Source : public QZNotificationSource {
 public:
-    explicit Source(const T* ptr) : QZNotificationSource(ptr) {}
+    // Not explicit: a pointer converts where a source is wanted.
+    Source(const T* ptr) : QZNotificationSource(ptr) {}
     Source(const Source&) = default;
     Source(Source&&) = default;
     Source& operator=(const Source&) = default;
@@ -109,7 +110,8 @@ public:
 template <class T>
 class Params : public QZNotificationParameters {
 public:
-    explicit Params(const T* ptr) : QZNotificationParameters(ptr) {}
+    // Not explicit: a pointer converts where parameters are wanted.
+    Params(const T* ptr) : QZNotificationParameters(ptr) {}
     Params(const Params&) = default;
     Params(Params&&) = default;
     Params& operator=(const Params&) = default;

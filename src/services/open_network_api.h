@@ -49,7 +49,8 @@ protected:
 // passes the request on. The strings mean what caller and service agree on.
 class QZEKIT_EXPORT QZOpenNetworkAPI {
 public:
-    explicit QZOpenNetworkAPI(const std::string& field);
+    // Not explicit: a field's text converts where the API is wanted.
+    QZOpenNetworkAPI(const std::string& field);
     QZOpenNetworkAPI(const QZOpenNetworkAPI& other);
     ~QZOpenNetworkAPI();
     QZOpenNetworkAPI& operator=(const QZOpenNetworkAPI& other);
