@@ -11,22 +11,14 @@ cd "$ROOT"
 bash scripts/deps.sh libtsan2 "${BUILD_PACKAGES[@]}" ||
     die "installing the TSan stage's packages failed"
 BUILD="${QZEKIT_TSAN_BUILD_DIR:-$ROOT/build-ci-tsan}"
-PROGRAMS=(qzekit_manager_tests qzekit_services_tests qzekit_config_tests qzekit_kit_tests)
-mkdir -p "$BUILD"
-werror=OFF
-[ "${CI:-}" = "true" ] && werror=ON
-cmake -S "$ROOT" -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQZEKIT_WERROR="$werror" \
-    -DQZEKIT_SANITIZE=thread -DQZEKIT_BUILD_EXAMPLES=OFF -DQZEKIT_BUILD_TOOLS=OFF \
-    >"$BUILD/configure.log" 2>&1 ||
-    { cat "$BUILD/configure.log" >&2; die "configuring the TSan build failed (log above)"; }
-cmake --build "$BUILD" -j "$JOBS" --target "${PROGRAMS[@]}" ||
-    die "building under ThreadSanitizer failed (compiler output above)"
+BUILD_TARGETS="${E2E_PROGRAMS[*]}" configure_and_build "$BUILD" -DQZEKIT_SANITIZE=thread \
+    -DQZEKIT_BUILD_EXAMPLES=OFF -DQZEKIT_BUILD_TOOLS=OFF
 
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:exitcode=66"
 if [ -f "$ROOT/tests/tsan.supp" ]; then
     TSAN_OPTIONS="$TSAN_OPTIONS:suppressions=$ROOT/tests/tsan.supp"
 fi
-for program in "${PROGRAMS[@]}"; do
+for program in "${E2E_PROGRAMS[@]}"; do
     echo "--> $program under ThreadSanitizer"
     start=$(date +%s)
     (cd "$BUILD/bin" && "./$program" --gtest_brief=1) ||

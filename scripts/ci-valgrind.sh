@@ -10,7 +10,6 @@ cd "$ROOT"
 bash scripts/deps.sh valgrind "${BUILD_PACKAGES[@]}" ||
     die "installing the valgrind stage's packages failed"
 BUILD="${BUILD_DIR:-$ROOT/build}"
-PROGRAMS=(qzekit_manager_tests qzekit_services_tests qzekit_config_tests qzekit_kit_tests)
 mkdir -p "$BUILD"
 configure_and_build "$BUILD" -DQZEKIT_BUILD_TESTS=ON -DQZEKIT_BUILD_EXAMPLES=ON
 
@@ -35,6 +34,6 @@ run() {
 }
 
 run qzekit_demo_host ./qzekit_demo_host
-for program in "${PROGRAMS[@]}"; do
+for program in "${E2E_PROGRAMS[@]}"; do
     run "$program" "./$program" --gtest_brief=1
 done

@@ -14,7 +14,12 @@ die() {
     exit 1
 }
 
+# The test programs that drive the kit end to end; the TSan and valgrind
+# stages run these.
+E2E_PROGRAMS=(qzekit_manager_tests qzekit_services_tests qzekit_config_tests qzekit_kit_tests)
+
 # configure_and_build BUILD_DIR [cmake options...]
+# BUILD_TARGETS (space-separated) builds only those targets.
 configure_and_build() {
     local dir="$1"
     shift
@@ -25,5 +30,8 @@ configure_and_build() {
     cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE="${BUILD_TYPE:-RelWithDebInfo}" \
         -DQZEKIT_WERROR="$werror" "$@" >"$dir/configure.log" 2>&1 ||
         { cat "$dir/configure.log" >&2; die "configuring the build in $dir failed (log above)"; }
-    cmake --build "$dir" -j "$JOBS" || die "building in $dir failed (compiler output above)"
+    local targets=()
+    [ -n "${BUILD_TARGETS:-}" ] && read -r -a targets <<<"--target $BUILD_TARGETS"
+    cmake --build "$dir" -j "$JOBS" "${targets[@]}" ||
+        die "building in $dir failed (compiler output above)"
 }
