@@ -132,14 +132,22 @@ bool Write(const std::string& path, const std::string& bytes, std::string* error
     return true;
 }
 
-bool Encrypt(const ConfigArguments& args, std::string* error) {
-    Key key;
-    if (!ReadKey(args.keyFile, &key, error)) {
+// The key and the input file, where both directions start.
+bool ReadInputs(const ConfigArguments& args, Key* key, std::string* text, std::string* error) {
+    if (!ReadKey(args.keyFile, key, error)) {
         return false;
     }
-    std::string plain;
-    if (!ReadFileBytes(args.in, &plain)) {
+    if (!ReadFileBytes(args.in, text)) {
         *error = "cannot read " + args.in;
+        return false;
+    }
+    return true;
+}
+
+bool Encrypt(const ConfigArguments& args, std::string* error) {
+    Key key;
+    std::string plain;
+    if (!ReadInputs(args, &key, &plain, error)) {
         return false;
     }
     // Encrypted, a mistake would only show when the host loads the file.
@@ -159,12 +167,8 @@ bool Encrypt(const ConfigArguments& args, std::string* error) {
 
 bool Decrypt(const ConfigArguments& args, std::string* error) {
     Key key;
-    if (!ReadKey(args.keyFile, &key, error)) {
-        return false;
-    }
     std::string text;
-    if (!ReadFileBytes(args.in, &text)) {
-        *error = "cannot read " + args.in;
+    if (!ReadInputs(args, &key, &text, error)) {
         return false;
     }
     if (text.empty()) {
