@@ -6,7 +6,6 @@
 
 namespace qzextensionkit {
 
-// Reaches the facade's private SetImpl.
 class QZExtensionManagerTestPeer {
 public:
     static void SetImpl(const std::shared_ptr<IQZExtensionManager>& impl) {
@@ -16,7 +15,6 @@ public:
 
 namespace {
 
-// An implementation that succeeds at everything.
 class FakeExtensionManager : public IQZExtensionManager {
 public:
     void SetFoundationVersion(const std::string&) override {}
@@ -54,7 +52,7 @@ protected:
 TEST_F(ExtensionManagerFacade, EmptyFacadeLogsEachOperationsMessageAtLevelZeroAndFails) {
     void* p = nullptr;
     std::vector<void*> list;
-    // Braced lists run left to right, so the log keeps this order.
+    // Braced lists run left to right.
     const bool results[] = {(facade->SetFoundationVersion("1.2.3"), false),
                             facade->Load(),
                             facade->Unload(),
@@ -96,7 +94,6 @@ TEST_F(ExtensionManagerFacade, EmptyInitializeClearsAndEmptySetImplKeeps) {
     EXPECT_EQ(impl.use_count(), 1);
     QZExtensionManagerTestPeer::SetImpl(impl);
     EXPECT_TRUE(facade->Load());
-    // UnInitialize drops the facade's reference only.
     facade->UnInitialize();
     EXPECT_EQ(impl.use_count(), 1);
     EXPECT_FALSE(facade->Load());

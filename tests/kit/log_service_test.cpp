@@ -31,8 +31,7 @@ TEST(LogService, FormatsAndTagsEachLineAndPassesTheLevelUnchanged) {
         {3, "[QZExtensionKit] log format error!!!"},
     };
 #if !defined(_WIN32)
-    // A wide character the C locale can't convert makes glibc's counting
-    // print fail. (The Windows C runtime drops such a character instead.)
+    // glibc fails on a wide character the C locale can't convert; Windows drops it.
     const wchar_t bad[] = {static_cast<wchar_t>(0x4E2D), 0};
     service->LogMessage(4, "%ls", bad);
     want.emplace_back(4, "[QZExtensionKit] log format error!!!");

@@ -19,7 +19,6 @@ struct Counted {
 };
 std::atomic<int> Counted::built{0};
 
-// Runs `get` on `n` threads at once and returns what each got.
 template <class T, class Get>
 std::vector<T> OnThreads(int n, Get get) {
     std::vector<T> seen(n);
@@ -39,8 +38,7 @@ std::atomic<bool> g_release{false};
 TEST(Singleton, RacingThreadsGetOneObjectAndTheLosersWait) {
     const int before = Counted::built;
     std::thread checker([before] {
-        // The builder holds the marker until released: the others must wait.
-        // Waits for the marker first, as threads start late under valgrind.
+        // The builder holds the marker until released; threads start late under valgrind.
         while (g_word.load() != 1u) {
             std::this_thread::yield();
         }

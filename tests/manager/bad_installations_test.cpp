@@ -1,6 +1,4 @@
-// Broken installations, each a bad part beside a good bundle: the load must
-// not crash, the good extension is served and the bad one never, and the log
-// names what was passed over. Small cases are data in tests/data.
+// Each bad part sits beside a good bundle that must still be served.
 
 #include <gtest/gtest.h>
 
@@ -27,10 +25,8 @@ namespace fs = std::filesystem;
 constexpr char kGoodPoint[] = "good.point";
 constexpr char kMissingLibrary[] = "bin/missing.dll";
 
-// What a case expects, from its expect.txt: "artifacts <folders...>" for
-// config.json (default "bad good"; a case may bring its own config.json),
-// "load false" when the load as a whole fails, and "log <text>" for each
-// text that some log line must hold, "{root}" standing for the root.
+// expect.txt: "artifacts <folders...>", "load false", "log <text>" ("{root}"
+// for the root).
 struct Expectation {
     std::vector<std::string> artifacts{"bad", "good"};
     bool loads = true;
@@ -59,8 +55,6 @@ Expectation ReadExpectation(const fs::path& file) {
     return expect;
 }
 
-// Under Wine, making and removing files is slow enough that 10,000 bundles
-// take minutes; on Windows itself and elsewhere they run.
 bool UnderWine() {
 #if defined(_WIN32)
     HMODULE ntdll = GetModuleHandleA("ntdll.dll");
@@ -87,8 +81,6 @@ protected:
         return qzextensionkit::QZExtensionManager::GetInstance();
     }
 
-    // The good bundle, its library under `library` (UTF-8, relative to the
-    // bundle's root).
     static void AddGoodBundle(const Installation& install, const std::string& folder = "good",
                               const std::string& library = kExtensionLibrary) {
         install.WriteManifest(
@@ -99,8 +91,7 @@ protected:
         fs::copy_file(BuiltPlugin("qzekit_plugin_extension"), target);
     }
 
-    // Writes what the case left out, loads, checks the outcome and runs
-    // `more` before the unload. Returns the log's lines.
+    // Runs `more` before the unload; returns the log's lines.
     static std::vector<std::string> LoadAndCheck(const Installation& install,
                                                  const Expectation& expect,
                                                  const std::function<void()>& more = {}) {
@@ -166,8 +157,6 @@ TEST_F(BadInstallationsTest, EveryCaseOfTheCorpusLoadsAroundItsBadPart) {
     }
 }
 
-// Cases whose data is better made than stored: built libraries, deep
-// nesting, long and non-ASCII paths.
 TEST_F(BadInstallationsTest, MadeCasesLoadAroundTheirBadPart) {
     const std::string library = "bin/plugin.dll";
     const std::string deep = "deep\\" + std::string(150, 'd') + "\\" + std::string(150, 'e') +
@@ -192,8 +181,7 @@ TEST_F(BadInstallationsTest, MadeCasesLoadAroundTheirBadPart) {
              install.WriteManifest("bad2", std::string(50000, '{') + R"("id": "x")");
              install.WriteConfig(ConfigWithArtifacts({"bad", "bad2", "good"}));
          }},
-        // A folder name longer than any system allows, and a path of over
-        // 600 characters, which Linux allows and Windows may refuse to make.
+        // Over 600 characters: Windows may refuse to make it.
         {"very long paths", "config",
          [&](const Installation& install, Expectation& expect) {
              std::string nested = deep;
@@ -209,9 +197,7 @@ TEST_F(BadInstallationsTest, MadeCasesLoadAroundTheirBadPart) {
              }
              expect.artifacts = {std::string(300, 'n'), deep, "good"};
          }},
-        // The root and a library name in other scripts load; a folder named
-        // in config.json by UTF-8 bytes is not found, as the artifact text is
-        // widened byte by byte.
+        // Artifact text is widened byte by byte, so the UTF-8 folder is not found.
         {"non-ASCII paths", "Gr\xC3\xBC\xC3\x9F\x65-\xE6\x97\xA5\xE6\x9C\xAC",
          [](const Installation& install, Expectation&) {
              install.Remove("extensions/good");
@@ -234,8 +220,7 @@ TEST_F(BadInstallationsTest, MadeCasesLoadAroundTheirBadPart) {
     }
 }
 
-// The two huge cases: a 50 MB manifest, and 10,000 bundles. The bad
-// bundles' library is missing, so their records are all read and none built.
+// The bad bundles' library is missing: records are read, none built.
 TEST_F(BadInstallationsTest, HugeManifestIsReadWhole) {
     constexpr size_t kManifestBytes = 50u << 20;
     const std::string filler(400, 'x');

@@ -14,8 +14,6 @@ std::string Narrow(const std::wstring& text) {
     return std::string(text.begin(), text.end());
 }
 
-// Each map and path setter refuses an empty value and keeps the one before;
-// lookups are exact and leave the output alone on a miss.
 TEST(ExtensionContextTest, SettersRefuseEmptyAndLookupsAreExact) {
     const struct {
         const char* name;

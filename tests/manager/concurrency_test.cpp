@@ -1,6 +1,5 @@
-// Host threads on one loaded kit while remote configuration merges. The
-// host keeps GetExtensionById, which walks the records unlocked, apart from
-// merges; everything else runs freely. Sized for ThreadSanitizer.
+// Host threads on one loaded kit while remote configuration merges; sized
+// for ThreadSanitizer.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,17 +27,13 @@
 namespace qzetest {
 namespace {
 
-// Request threads per kind of request (seven kinds), and the requests each
-// makes. Each thread keeps to one kind, so that no other call of its own
-// orders it after a merge and hides a missing lock.
+// Each thread keeps to one kind of request, so no call of its own orders it
+// after a merge and hides a missing lock.
 constexpr int kThreadsPerKind = 2;
 constexpr int kRequestsPerThread = 150;
-// Fetches go on until every request thread is done, and at least this many.
 constexpr int kMinFetchRounds = 60;
-// Every fifth fetch fails, every fourth round also loads the cached data.
 constexpr int kFailEvery = 5;
 constexpr int kCachedLoadEvery = 4;
-// Threads that race for one singleton of the object container, and rounds.
 constexpr int kRacers = 8;
 constexpr int kRaceRounds = 25;
 
@@ -62,9 +57,8 @@ by::IBaseUnknown* Identity(void* object) {
     return static_cast<qzextensionkit::IQZBaseExtension*>(base);
 }
 
-// A host's data source on a network thread of its own: FetchConfig queues
-// the completions and Deliver answers them one at a time. Each success
-// turns to the other round of data first.
+// A data source on a network thread of its own; each success turns to the
+// other round of data.
 class StressSource : public qzextensionkit::IQZERemoteConfigDataSource {
 public:
     explicit StressSource(std::shared_mutex& hostRules) : hostRules_(hostRules) {}
@@ -75,7 +69,6 @@ public:
         pending_.push_back({onSuccess, onFailure});
         changed_.notify_all();
     }
-    // Called by the kit under its lock, on the thread that merges.
     void GetConfig(RemoteExtensions& extensions, RemoteAuthInfos& authInfos) override {
         const std::string tag = kTitles[round_.load() % 2];
         extensions.clear();
@@ -90,7 +83,6 @@ public:
     bool HasFetchedConfig() override { return true; }
     bool HasCachedConfig() override { return true; }
 
-    // Answers queued fetches until `stop` is set and nothing is queued.
     void Deliver(const std::atomic<bool>& stop) {
         for (int n = 1;; ++n) {
             Pending next;
@@ -107,7 +99,6 @@ public:
                 next.failure("offline");
                 continue;
             }
-            // The success merges: no unlocked walk may run meanwhile.
             std::unique_lock<std::shared_mutex> exclusive(hostRules_);
             ++round_;
             next.success();
@@ -143,7 +134,7 @@ private:
 class ConcurrencyTest : public KitHost {};
 
 TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
-    // A sink with no lock of its own, which would order every logging call.
+    // A sink without a lock, which would order every logging call.
     static std::atomic<long> lines{0};
     qzextensionkit::QZELogService::GetInstance()->RegisterLogger(new CountingLogger(&lines));
     std::shared_mutex hostRules;
@@ -153,14 +144,11 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     hostRules.lock();
     hostRules.unlock();
     auto source = std::make_shared<StressSource>(hostRules);
-    // Native tools whose records the remote data takes over, the adapter
-    // bundle that hosts the web records, and a singleton nobody remote touches.
     AddBundle("tools", Point("stress.tools", kProbeIid,
                              {{"t1", kProbeClass, false, R"("payloads": {"title": "local"})"},
                               {"t2", kProbeClass}}));
     AddBundle("extension_adapter", Point("stress.panel", kProbeIid, {}));
-    // The host's own singleton class: the library's would outlive this
-    // test in the container and meet later tests of this program.
+    // The host's own class: the library's singleton would outlive this test.
     AddBundle("single", Point("stress.single", kProbeIid, {{"s1", kHostSingletonClass, true}}), "",
               nullptr);
     kit()->RegisterExtension(
@@ -179,15 +167,12 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     auto* config = qzextensionkit::QZEConfigurationManager::GetInstance();
     auto* services = qzextensionkit::QZServiceManager::GetInstance();
     config->SetRemoteConfigDataSource(source);
-    // Merged once before the threads start, so every answer below comes from
-    // one of the two rounds of remote data.
     ASSERT_TRUE(config->LoadRemoteConfig());
     qzextensionkit::QZServiceRegisterInfo echo;
     echo.serviceName = "Stress.Probe";
     echo.classId = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1F01}";
     echo.interfaceId = kProbeIid;
     echo.creator = [](void** out) { return HostProbe(kProbeIid, out); };
-    // A repeated run in one process finds it registered already.
     services->RegisterService(echo);
 
     void* single = nullptr;
@@ -195,14 +180,12 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     void* notification = services->GetService(qzextensionkit::kNotificationServiceName);
     ASSERT_NE(notification, nullptr);
     ReleaseObject(notification);
-    // Merges never touch the switches.
     bool on = false;
     ASSERT_TRUE(config->IsModuleEnabled(qzextensionkit::kModuleMail, on) && on);
     ASSERT_TRUE(config->IsFeatueEnabled(qzextensionkit::kFeatureImEnableParseLink, on) && on);
 
     auto check = [](bool ok, const char* what) { EXPECT_TRUE(ok) << what; };
     const std::vector<std::function<void()>> kinds = {
-        // A list is copied under one hold of the lock: one round throughout.
         [&] {
             std::vector<void*> list;
             check(kit()->GetExtensionList("stress.tools", list) && list.size() == 2, "tools list");
@@ -217,7 +200,6 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
                 ReleaseObject(object);
             }
         },
-        // The adapter record is new at each merge; the singleton never is.
         [&] {
             void* panel = nullptr;
             check(kit()->GetExtension("stress.panel", &panel) && panel != nullptr, "panel");
@@ -226,7 +208,6 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
                       "panel record");
                 ReleaseObject(panel);
             }
-            // Each hit of a host-made singleton hands out one reference.
             void* again = nullptr;
             check(kit()->GetExtension("stress.single", &again) && again == single, "singleton");
             if (again != nullptr) {
@@ -259,7 +240,7 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
             check(web == "kA" || web == "kB", "web access key");
         },
         [&] { check(config->GetH5ExtensionBundleId(kH5Url) == "web.app", "H5 bundle id"); },
-        // The unlocked walk, kept apart from merges by the host.
+        // The unlocked walk, kept apart from merges.
         [&] {
             std::shared_lock<std::shared_mutex> shared(hostRules);
             void* tool = nullptr;
@@ -317,27 +298,23 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
 
     EXPECT_GT(lines.load(), 0);
     EXPECT_GE(fetchRounds, kMinFetchRounds);
-    // Each fetch ended in exactly one of its two completions.
     EXPECT_EQ(successes.load() + failed.load(), fetchRounds);
     EXPECT_EQ(failed.load(), fetchRounds / kFailEvery);
     EXPECT_EQ(source->round(), successes.load());
-    // The last merge decides what stays.
     const std::string last = kTitles[source->round() % 2];
     EXPECT_EQ(config->GetExtensionAccessKey("tools"), "n" + last);
     void* tool = nullptr;
     ASSERT_TRUE(kit()->GetExtensionById("t1", &tool));
     EXPECT_EQ(SeenField(tool, "title"), last);
     ReleaseObject(tool);
-    // Every object the host released is gone. The singleton stays, unless an
-    // earlier test in this process built it already.
+    // Only the singleton may stay, unless an earlier test built it.
     by::IBaseUnknown* kept = Identity(single);
     EXPECT_THAT(NewObjects(), ::testing::AnyOf(::testing::IsEmpty(), ::testing::ElementsAre(kept)));
     config->SetRemoteConfigDataSource(nullptr);
 }
 
-// Callers that bypass the facade's mutex may each miss a singleton and each
-// build one. The container keeps the first object stored, each builder keeps
-// its own, and every other caller gets the kept one.
+// Callers that bypass the facade's mutex may each build a singleton; the
+// first stored stays.
 TEST_F(ConcurrencyTest, RacingSingletonCreatorsMayEachBuildOneAndTheFirstStoredStays) {
     auto* container = qzextensionkit::QZEObjectContainer::GetInstance();
     int roundsWithTwoOrMore = 0;
@@ -349,7 +326,6 @@ TEST_F(ConcurrencyTest, RacingSingletonCreatorsMayEachBuildOneAndTheFirstStoredS
         std::set<by::IBaseUnknown*> built;
         ASSERT_TRUE(container->Register(
             [&](const std::string& iid, const std::string&, void** out) {
-                // Widen the window between the miss and the store.
                 std::this_thread::yield();
                 const bool made = HostProbe(iid, out);
                 std::lock_guard<std::mutex> hold(mutex);
@@ -376,13 +352,10 @@ TEST_F(ConcurrencyTest, RacingSingletonCreatorsMayEachBuildOneAndTheFirstStoredS
         }
         void* kept = nullptr;
         ASSERT_TRUE(container->CreateObjectInstanceByCreator(kProbeIid, classId, &kept));
-        // Every builder got its own object back, and the rest the kept one.
         const std::set<by::IBaseUnknown*> handedOut(got.begin(), got.end());
         EXPECT_EQ(handedOut, built);
         EXPECT_EQ(built.count(Identity(kept)), 1u);
         roundsWithTwoOrMore += built.size() > 1 ? 1 : 0;
-        // Each built object carries its builder's reference, the kept one
-        // also the container's: giving those back ends them all.
         for (by::IBaseUnknown* object : built) {
             object->Release();
         }

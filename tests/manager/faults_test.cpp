@@ -27,10 +27,6 @@ protected:
     }
 };
 
-// Each row makes one platform operation fail during a full Load (or during
-// the request after it), then checks the line that tells, the results, what
-// the bundle manager was left with, and that with the failure gone the next
-// Load and requests work again.
 TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWorks) {
     const std::string config = "configuration manager impl - ";
     const std::string loadFailed =
@@ -44,14 +40,9 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
     const std::string route =
         "extension manager impl - create extension instance from dynamic "
         "library failed, because of ";
-    // When the failure strikes: during Load (with the file check on), or
-    // at the request after a clean Load.
     enum Mode { kLoad, kVerified, kRequest };
-    // What Load gave: false with no records, true without the bundle's
-    // records, or true with them.
     enum Outcome { kFailed, kNoRecords, kLoaded };
-    // Left behind: a loader in the pool, its library opened, the search
-    // directory at the bundle's "bin".
+    // A loader in the pool, its library opened, the search directory at "bin".
     struct Left {
         bool inPool, opened, atBin;
     };
@@ -65,8 +56,7 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         std::string line;
         Outcome outcome;
         Left left;
-        // The request once the failure is gone and the kit has loaded again.
-        bool laterRequest;
+        bool laterRequest;  // once the failure is gone
     } const rows[] = {
         {"executable path empty", Operation::kExecutablePath, 1, 0, kLoad,
          config + "get extension adapter mapping file path failed, becuase of "
@@ -80,8 +70,7 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         {"config.json not found", Operation::kFileExists, 1, 1, kLoad,
          config + "load local configurations failed, becuase of config.json is not exist", kFailed,
          kNone, true},
-        // Existence tests: the mapping one, config.json two, the manifest
-        // two, then the bundle's root and library.
+        // Existence tests: mapping 1, config.json 2, manifest 2, root, library.
         {"bundle root not found", Operation::kFileExists, 1, 5, kLoad,
          bundleFailed + "root path not exist", kLoaded, kNone, true},
         {"library not found", Operation::kFileExists, 1, 6, kLoad,
@@ -90,8 +79,7 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         {"config.json not opened", Operation::kOpenFile, 1, 1, kLoad, readConfigFailed, kFailed,
          kNone, true},
         {"manifest not opened", Operation::kOpenFile, 1, 2, kLoad, loaded, kNoRecords, kNone, true},
-        // Reads: the mapping takes two, config.json (over 64 KiB) three, the
-        // manifest two, and the library's digest one per KiB.
+        // Reads: mapping 2, config.json 3, manifest 2, digest one per KiB.
         {"mapping read part way", Operation::kReadFile, 1, 1, kLoad, loadFailed, kFailed, kNone,
          true},
         {"config.json read part way", Operation::kReadFile, 1, 3, kLoad, readConfigFailed, kFailed,
@@ -110,7 +98,6 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
          kLoaded, kUnopened, false},
         {"search directory not put back", Operation::kSetLibraryDirectory, 1, 1, kLoad,
          setDirectory, kLoaded, kOpenAtBin, true},
-        // The derived record then has an empty braced id.
         {"no identifier for the derived record", Operation::kCreateGuid, -1, 0, kLoad, loaded,
          kLoaded, kOpen, true},
         {"root gone at the request", Operation::kFileExists, 1, 0, kRequest,
@@ -118,7 +105,6 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         {"library gone at the request", Operation::kFileExists, 1, 1, kRequest,
          route + "library file path not exist or empty", kLoaded, kOpen, true},
     };
-    // Beyond one read block, so that config.json takes two.
     const std::string padding(70000, ' ');
     const std::wstring marker = Backslashed(base::UTF8ToWide(install.RootText()));
     auto* bundleManager = qzextensionkit::QZEBundleManager::GetInstance();
@@ -129,8 +115,7 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         const std::string number = std::to_string(++n);
         const std::string folder = "fault" + number, id = "f" + number;
         const std::string source = "src" + number, target = "web" + number;
-        // The bundle is the adapter of its own second point, so that a Load
-        // also derives a record there.
+        // The adapter of its own second point, so a Load derives a record.
         bundles.clear();
         AddBundle(folder, "");
         install.WriteManifest(
@@ -181,7 +166,6 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
                   row.left.inPool);
         EXPECT_EQ(QzeTestCounter(kLoadsCounter) - loads, row.left.opened ? 1 : 0);
 
-        // Again without the failure, with a second bundle beside it.
         kit()->Unload();
         log->Clear();
         const std::string next = "n" + number;

@@ -11,7 +11,6 @@ class RoutesTest : public KitHost {};
 
 constexpr const char kRegisteredClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D01}";
 
-// A record with everything a context can hold; `settings` is its settingMap.
 Ext Full(const std::string& id, const std::string& clsid, const std::string& settings) {
     return Ext(id, clsid, false,
                R"("unifiedId": "u", "payloads": {"title": "T", "color": "C"},
@@ -42,7 +41,7 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
         return HostProbe(iid, out);
     };
     ASSERT_TRUE(kit()->RegisterExtension(creator, kRegisteredClass, false));
-    // A class both registered and in a library is built from the library.
+    // Registered and in a library: built from the library.
     ASSERT_TRUE(kit()->RegisterExtension(creator, kProbeClass, false));
     ASSERT_TRUE(Load());
 
@@ -53,8 +52,7 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
         const char* folder;
         std::string route;
         std::string idsAndLaunch;
-        // The registry route keeps a reference of its own.
-        uint32_t references;
+        uint32_t references;  // the registry route keeps one
         std::vector<std::string> asked;
     } const rows[] = {
         {"p.lib", "lib", library, "ext=e1;unified=u;launch=pos,size,https://h/x,tab", 1, {}},
@@ -105,7 +103,6 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
     EXPECT_FALSE(kit()->unRegisterExtension(kRegisteredClass));
 }
 
-// A host class that is no extension at all.
 class HostGreeter : public ITestGreeter, public by::CUnknownImp {
 public:
     HostGreeter() { QzeTestTrackObject(this, 1); }
@@ -158,7 +155,6 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
     };
     struct Row {
         const char* id;
-        // The manager's lines between the request's first and last.
         std::vector<std::string> lines;
     } const rows[] = {
         {"nopoint", {"create extension instance failed, because of extension point id empty"}},
@@ -192,9 +188,7 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
         want.push_back(
             "get extension by extension id failed, because of create extension instance failed");
         EXPECT_EQ(ManagerLines(), want);
-        // The container is asked before any check, whatever the record holds.
         EXPECT_EQ(Lines()[2].rfind("object container impl - ", 0), 0u) << Lines()[2];
-        // What the registry route kept on an object it could not hand out.
         for (by::IBaseUnknown* left : NewObjects()) {
             left->Release();
         }

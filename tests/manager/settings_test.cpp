@@ -11,7 +11,6 @@ namespace {
 
 using ::testing::ElementsAre;
 
-// A configuration that notes the calls the manager makes of it.
 class FakeConfiguration : public QZEConfigurationManagerImpl {
 public:
     std::vector<std::string> calls;
@@ -42,7 +41,6 @@ public:
     }
 };
 
-// Bundles that never load, noting which artifacts were offered.
 class FakeBundles : public IQZEBundleManager {
 public:
     std::vector<Artifact*> offered;
@@ -61,7 +59,6 @@ protected:
         QZEConfigurationManager::GetInstance()->Initialize(configuration);
         QZEBundleManager::GetInstance()->Initialize(bundles);
     }
-    // The real implementations go back behind their facades.
     void TearDown() override { QZExtensionKit::InitSDK(); }
 
     std::shared_ptr<FakeConfiguration> configuration = std::make_shared<FakeConfiguration>();
@@ -114,7 +111,6 @@ TEST_F(ManagerWithFakes, SettingsReachTheConfigurationAndTheirResultsComeBack) {
     }
 }
 
-// The implementation goes and comes back with its state.
 TEST(ManagerFacade, AfterUnInitializeCallsFailAndInitSdkBringsTheSameImplementationBack) {
     QZExtensionKit::InitSDK();
     QZExtensionManager* kit = QZExtensionManager::GetInstance();

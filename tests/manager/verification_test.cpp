@@ -10,19 +10,13 @@ namespace {
 
 class VerificationTest : public KitHost {};
 
-// The checks themselves are the bundle tests' matter; here the host's two
-// switches reach them through a whole Load, and a bundle they stop leaves
-// records whose requests fail without the library ever being opened.
 TEST_F(VerificationTest, TheHostsSwitchesDecideWhatIsCheckedAndAFailedLibraryIsNeverOpened) {
     const std::string failed = "Bundle Loader - load bundle failed, because of ";
     const struct {
         const char* name;
         bool fileCheck, signCheck, rightDigest;
-        // The line that stops the bundle, or empty when it loads.
-        std::string failure;
-        // How the checks' last line ends; empty when none runs or a wrong
-        // digest stops them, which only the bundle manager logs.
-        std::string checksSay;
+        std::string failure;    // empty when it loads
+        std::string checksSay;  // the end of the checks' last line
     } rows[] = {
         {"both off, wrong digest", false, false, false, "", ""},
         {"file check, right digest", true, false, true, "", "Verify lib file md5 success."},

@@ -36,7 +36,6 @@ const Source<int> kA(&kDocA);
 const Source<int> kB(&kDocB);
 const QZNotificationSource kAll = IQZNotificationService::AllSources();
 
-// Appends its name to a shared call log, then runs its action.
 class Named : public QZNotificationObserver {
 public:
     Named(std::string name, Calls* calls) : name(std::move(name)), calls(calls) {}
@@ -56,9 +55,8 @@ public:
     std::vector<unsigned int> last;
 };
 
-// Observers by name, made on first use, and the service under test: a fresh
-// object, or with `global` the one InitSDK registers (which lives on between
-// tests, so those tests use event types of their own).
+// With `global`, the service InitSDK registers, which lives on between tests:
+// those tests use event types of their own.
 class NotificationTest : public ::testing::Test {
 protected:
     Named* Obs(const std::string& name) {
@@ -110,7 +108,6 @@ TEST_F(NotificationTest, DispatchWalksTheFourListsInOrder) {
         int type;
         const QZNotificationSource* source;
     };
-    // One observer on each of the four lists an event of type 7 from A reaches.
     const std::vector<Reg> four = {
         {"7A", 7, &kA}, {"7all", 7, &kAll}, {"0A", 0, &kA}, {"0all", 0, &kAll}};
     const struct {
@@ -144,8 +141,6 @@ TEST_F(NotificationTest, DispatchWalksTheFourListsInOrder) {
               (std::vector<unsigned int>{9, kB.map_key(), Params<Info>(&info).map_key()}));
 }
 
-// What an observer may do from within Observe: each row sets (7, A) up and
-// checks two Notify(7, A) and the slots left between them.
 TEST_F(NotificationTest, WhatAnObserverMayDoDuringObserve) {
     const struct {
         const char* what;
@@ -210,8 +205,7 @@ TEST_F(NotificationTest, WhatAnObserverMayDoDuringObserve) {
         EXPECT_EQ(Notify(7, kA), c.first);
         EXPECT_EQ(Slots(7, kA), c.slotsAfter);
         EXPECT_EQ(Notify(7, kA), c.second);
-        // Unknown, null and absent removals change nothing but drop a list
-        // left empty.
+        // Unknown, null and absent removals only drop a list left empty.
         Remove("stranger", 7, kA);
         service->RemoveObserver(nullptr, 7, kA);
         Remove("a", 11, kB);
@@ -234,11 +228,9 @@ TEST(NotificationObserverListTest, ANonZeroModeStopsAWalkAtItsStartingSize) {
     }
 }
 
-// Two registrars on the process-wide service, each row on a type of its own.
 TEST_F(NotificationTest, RegistrarRecordsAndTheServiceStayInStep) {
     QZExtensionKit::InitSDK();
     {
-        // A second InitSDK keeps the service and its observers.
         QZNotificationRegistrar registrar;
         registrar.Add(Obs("x"), 501, kA);
         QZExtensionKit::InitSDK();
@@ -303,8 +295,8 @@ TEST_F(NotificationTest, WithoutAServiceOnlyTheRegistrarsRecordsChange) {
     {
         QZNotificationRegistrar registrar;
         registrar.Add(Obs("x"), 801, kA);
-        EXPECT_TRUE(registrar.IsRegistered(Obs("x"), 801, kA));
-        EXPECT_FALSE(registrar.IsRegistered(Obs("x"), 802, kA));
+        EXPECT_TRUE(registrar.IsRegistered(Obs("x"), 801, kA) &&
+                    !registrar.IsRegistered(Obs("x"), 802, kA));
         registrar.Remove(Obs("x"), 801, kA);
         EXPECT_TRUE(registrar.IsEmpty());
         registrar.Add(Obs("x"), 801, kA);

@@ -20,8 +20,7 @@ using Success = std::function<void(const std::string&)>;
 using Failure = std::function<void(QZStartRequestError&)>;
 using Texts = std::vector<std::string>;
 
-// The host's network service: notes what it was asked, answers as the test
-// says, and keeps the kit's callbacks for a later answer.
+// Keeps the kit's callbacks for a later answer.
 class FakeNetService : public IQZOpenNetService {
 public:
     by::Result QueryInterface(const by::GUID&, void** out) override {
@@ -51,8 +50,6 @@ public:
     Failure keptFailure;
 };
 
-// Each test gets a registry of its own behind the facade; the process's own
-// goes back afterwards.
 class OpenNetwork : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -76,7 +73,6 @@ protected:
         };
         ASSERT_TRUE(QZServiceManager::GetInstance()->RegisterService(info));
     }
-    // Sends a request through `api`, noting each callback into `seen`.
     bool Send(QZOpenNetworkAPI& api, std::shared_ptr<Texts> seen) {
         return api.StartRequest(
             "GET", "/v1/items", "",
@@ -90,24 +86,17 @@ protected:
     std::shared_ptr<qzetest::CapturedLines> log;
 };
 
-TEST_F(OpenNetwork, WithoutTheServiceNothingIsSent) {
-    Install("OpenNetservice");  // one letter's case off
-    auto seen = std::make_shared<Texts>();
-    QZOpenNetworkAPI api("field");
-    EXPECT_FALSE(Send(api, seen));
-    EXPECT_TRUE(seen->empty());
-    EXPECT_TRUE(service.asked.empty());
-    EXPECT_EQ(log->Texts(), Texts{"[QZExtensionKit] service manager impl - get service failed, "
-                                  "because of service is not registered"});
-}
-
-// The service decides the result and may answer at once, more than once,
-// or later from a thread of its own after the request, the API object and
-// the caller's functions are gone. Copies send the same field.
+// Answers may come at once, twice, or later from another thread after the
+// API object is gone. Copies send the same field.
 TEST_F(OpenNetwork, TheServiceGetsTheFieldAndAnswersThroughAdaptedCallbacks) {
-    Install("OpenNetService");
     auto seen = std::make_shared<Texts>();
     QZOpenNetworkAPI original("one");
+    Install("OpenNetservice");  // one letter's case off: nothing is sent
+    EXPECT_FALSE(Send(original, seen));
+    EXPECT_TRUE(seen->empty() && service.asked.empty());
+    EXPECT_EQ(log->Texts(), Texts{"[QZExtensionKit] service manager impl - get service failed, "
+                                  "because of service is not registered"});
+    Install("OpenNetService");
     service.answer = [](const Success& s, const Failure& f) {
         QZStartRequestError error(-404, "not found");
         f(error);

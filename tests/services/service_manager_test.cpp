@@ -28,7 +28,6 @@ public:
     virtual int Echo(int v) = 0;
 };
 
-// Counts the live objects, so that a test sees who keeps one alive.
 class EchoService : public IEcho, public by::CUnknownImp {
 public:
     static std::atomic<int> live;
@@ -44,7 +43,6 @@ uint32_t Count(by::IBaseUnknown* object) {
     return object->Release();
 }
 
-// A record whose creator counts its calls and builds an EchoService.
 QZServiceRegisterInfo Record(const std::string& name, const std::string& classId, bool singleton,
                              std::shared_ptr<int> calls = std::make_shared<int>(0)) {
     QZServiceRegisterInfo info;
@@ -65,7 +63,7 @@ protected:
         manager.reset();
         EXPECT_EQ(EchoService::live.load(), 0) << "an object outlived its holders";
     }
-    // The lines since the last call, without the common prefix; each at level 0.
+    // Lines since the last call, without the prefix; each at level 0.
     Lines Take() {
         Lines out;
         for (auto& line : log->lines) {
@@ -120,10 +118,8 @@ TEST_F(ServiceManagerImpl, ASecondNameServesTheFirstRecordOfItsClass) {
     EXPECT_TRUE(manager->RegisterService(second));
     QZServiceRegisterInfo* stored = nullptr;
     ASSERT_TRUE(manager->GetServiceRegisterInfo("{c}", &stored));
-    // The name is only a key: the stored record carries none.
     EXPECT_EQ(stored->serviceName + "|" + stored->interfaceId, std::string("|") + IEcho::kId);
     EXPECT_EQ(manager->GetServiceClassId("Two"), "{c}");
-    // Not a singleton: a new object per call, carrying the caller's reference only.
     IEcho* a = Get("Two");
     IEcho* b = Get("Two");
     ASSERT_TRUE(a && b);
@@ -140,7 +136,6 @@ TEST_F(ServiceManagerImpl, ASingletonIsMadeOnceAndEachPointerCarriesAReference) 
     IEcho* first = Get("Echo");
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(Take(), Lines{kNotFound});
-    EXPECT_EQ(Count(first), 2u);  // the caller's and the table's
     EXPECT_EQ(Get("Echo"), first);
     EXPECT_EQ(Count(first), 3u);
     EXPECT_EQ(*calls, 1);
@@ -148,7 +143,6 @@ TEST_F(ServiceManagerImpl, ASingletonIsMadeOnceAndEachPointerCarriesAReference) 
     ASSERT_TRUE(manager->GetSingletonObject("{c}", &kept));
     EXPECT_EQ(kept, static_cast<by::IBaseUnknown*>(first));
     EXPECT_EQ(Count(first), 3u);  // borrowed
-    // The first object kept for an id stays.
     EchoService* other = nullptr;
     by::CComObject<EchoService>::CreateInstance(&other);
     EXPECT_TRUE(manager->SetSingletonObject("{c}", static_cast<IEcho*>(other)));
@@ -192,8 +186,7 @@ TEST_F(ServiceManagerImpl, FailingCreatorsGiveNullAndRunAgainNextTime) {
 }
 
 TEST_F(ServiceManagerImpl, AKeptSingletonThatDoesNotAnswerTheQueryIsNotHandedOut) {
-    // Hexadecimal that stops part way parses to a partial id, not IEcho's:
-    // the creator asks for IEcho itself, the kept object is queried later.
+    // A partial hexadecimal id parses to one IEcho does not answer.
     QZServiceRegisterInfo info = Record("S", "{c}", true);
     info.interfaceId = "{0F7C2A52-1B7B-4E0C-9A57-5D3B1B6AZZZZ}";
     ASSERT_TRUE(manager->RegisterService(info));
@@ -208,7 +201,7 @@ TEST_F(ServiceManagerImpl, AKeptSingletonThatDoesNotAnswerTheQueryIsNotHandedOut
 
 TEST_F(ServiceManagerImpl, LookupsWithEmptyOrUnknownKeysLogAndFail) {
     ASSERT_TRUE(manager->RegisterService(Record("Known", "{c}", false)));
-    // One line of each kind; non-null outputs, so that a row sees them nulled.
+    // Non-null outputs, so that a row sees them nulled.
     QZServiceRegisterInfo sentinel;
     QZServiceRegisterInfo* info = &sentinel;
     int dummy = 0;
@@ -242,8 +235,7 @@ TEST_F(ServiceManagerImpl, LookupsWithEmptyOrUnknownKeysLogAndFail) {
     }
 }
 
-// The facade and InitSDK, on the process-wide instances. Names are unique
-// to each test, since registrations can't be undone.
+// Process-wide instances: names are unique per test, as registrations stay.
 TEST(ServiceManagerFacade, HandsOutInterfacesAcrossInitSdkAndUnInitialize) {
     QZExtensionKit::InitSDK();
     std::shared_ptr<IQZServiceManager> impl = QZServiceManagerImpl::GetInstance();
@@ -264,15 +256,13 @@ TEST(ServiceManagerFacade, HandsOutInterfacesAcrossInitSdkAndUnInitialize) {
 
     QZExtensionKit::InitSDK();
     EXPECT_EQ(QZServiceManagerImpl::GetInstance(), impl);
-    // The registration and the singleton made before are still there.
     EXPECT_EQ(facade->GetService<IEcho>("Facade.Echo"), echo);
     EXPECT_EQ(Count(echo), 3u);  // two handed out, one in the table
     echo->Release();
     echo->Release();
 }
 
-// The facade holds its mutex across the creator, so two threads asking for
-// a new singleton at once get one object.
+// The facade holds its mutex across the creator.
 TEST(ServiceManagerFacade, ConcurrentFirstRequestsBuildOneSingleton) {
     QZExtensionKit::InitSDK();
     std::atomic<int> calls{0};

@@ -1,8 +1,6 @@
 #pragma once
 
-// Host installations for the extension manager tests: a temporary folder
-// that the kit takes for the executable's, with bundles that carry copies of
-// the extension test library, driven through the kit's facades only.
+// A temporary host folder with bundles carrying the extension test library.
 
 #include <gtest/gtest.h>
 
@@ -39,7 +37,6 @@ struct Ext {
     std::string more;
 };
 
-// An extension point of a manifest, as JSON.
 inline std::string Point(const std::string& id, const std::string& iid,
                          const std::vector<Ext>& exts) {
     std::string list;
@@ -51,7 +48,6 @@ inline std::string Point(const std::string& id, const std::string& iid,
     return R"({"id": ")" + id + R"(", "iid": ")" + iid + R"(", "extensions": [)" + list + "]}";
 }
 
-// A host creator's body: a probe object of the host's own, for `iid`.
 inline bool HostProbe(const std::string& iid, void** out) {
     return qzextensionkit::CreateExtensionObject<ProbeExtension, ITestExtensionProbe>(
                by::ParseGuid(iid.c_str(), true), out) == 0;
@@ -81,7 +77,6 @@ inline uint32_t RefCount(by::IBaseUnknown* object) {
     return object->Release();
 }
 
-// Objects of the extension test classes now alive.
 inline std::vector<by::IBaseUnknown*> LiveObjects() {
     std::vector<by::IBaseUnknown*> objects(256);
     objects.resize(static_cast<size_t>(
@@ -89,8 +84,6 @@ inline std::vector<by::IBaseUnknown*> LiveObjects() {
     return objects;
 }
 
-// The kit set up by InitSDK with a capturing sink, in an installation of
-// its own; the records are unloaded and the switches put back afterwards.
 class KitHost : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -111,10 +104,8 @@ protected:
                R"(, "extensionPoints": [)" + points + "]" +
                (extraMembers.empty() ? "" : ", " + extraMembers) + "}";
     }
-    // A bundle folder below "extensions" with the given points (the JSON
-    // list without its brackets) and members, and a copy of the built test
-    // library `library` at kExtensionLibrary. An empty `library` names that
-    // file without putting it there; null names no library at all.
+    // `points` is the JSON list without brackets. An empty `library` names
+    // the file without putting it there; null names no library.
     void AddBundle(const std::string& folder, const std::string& points,
                    const std::string& extraMembers = "",
                    const char* library = "qzekit_plugin_extension") {
@@ -126,14 +117,12 @@ protected:
         }
         bundles.push_back(folder);
     }
-    // Writes the mapping and the config naming every bundle added, and loads.
     bool Load() {
         install.WriteMapping("{}");
         install.WriteConfig(ConfigWithArtifacts(bundles));
         return kit()->Load();
     }
 
-    // The bundle's root as the kit writes it.
     std::string RootText(const std::string& folder) const {
         return install.RootText() + "\\extensions\\" + folder;
     }
@@ -141,7 +130,6 @@ protected:
         return install.root() / "extensions" / folder / kExtensionLibrary;
     }
 
-    // Every line, without "[QZExtensionKit] ".
     std::vector<std::string> Lines() const {
         std::vector<std::string> out;
         for (const std::string& line : log->Texts()) {
@@ -149,7 +137,6 @@ protected:
         }
         return out;
     }
-    // The extension manager's own lines, without "extension manager impl - ".
     std::vector<std::string> ManagerLines() const {
         std::vector<std::string> out;
         for (const std::string& line : Lines()) {
@@ -159,8 +146,7 @@ protected:
         }
         return out;
     }
-    // Objects of the extension test classes alive now that were not when
-    // the test began (singletons of earlier tests in this process stay).
+    // Singletons of earlier tests in this process stay alive.
     std::vector<by::IBaseUnknown*> NewObjects() const {
         std::vector<by::IBaseUnknown*> objects = LiveObjects();
         objects.erase(std::remove_if(objects.begin(), objects.end(),
