@@ -32,6 +32,7 @@ TEST_F(RemoteSample, H5BundleLookup) {
         {"https://h5.example.com/AppName_shop/x", "web.app"},
         {"https://port.example.com:8443/x", "portal"},
         {"https://port.example.com:9000/x", ""},
+        {"https://port.example.com/x", ""},
         {"http://h5.example.com/x", ""},
         {"https://H5.example.com/x", ""},
         {"", ""},
