@@ -79,7 +79,6 @@ protected:
 };
 
 TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
-    // How a row sets its bundle up; the root and its "bin" are there.
     using Prepare = std::function<void(BundleDir&, Artifact&)>;
     const Prepare nothing = [](BundleDir&, Artifact&) {};
     const Prepare noRoot = [](BundleDir& d, Artifact&) { fs::remove_all(d.root); };
@@ -96,7 +95,6 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
         Checks(true);
     };
 #if !defined(_WIN32)
-    // Both checks on and passed: the library loads like any other.
     const Prepare signedBoth = [](BundleDir& d, Artifact& a) {
         const qzetest::TestPki& pki = qzetest::VerifyPki();
         d.Library("qzekit_plugin_bundle", kEntry);
@@ -115,8 +113,7 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
         Checks(true);
     };
 #endif
-    // Its helper library is only in the bundle's "bin", and no run path
-    // leads there.
+    // Its helper is only in the bundle's "bin"; no run path leads there.
     const std::string dependent = std::string("qzekit_plugin_dependent") + qzetest::kLibrarySuffix;
     const Prepare withDependency = [dependent](BundleDir& d, Artifact&) {
         const fs::path built = fs::path(qzetest::TestPluginDir()) / "dep_bundle";
@@ -134,8 +131,6 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
     const Lines kEntryFailed{"initialze bundle entry failed"};
     const Lines kStored{"class id:" + kClass + ", set bundle object success",
                         "initialze bundle entry success"};
-    // What a load leaves: a loader in the pool, its library open, the
-    // search directory left at the bundle's "bin".
     struct Left {
         bool inPool;
         bool open;
@@ -148,7 +143,6 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
         Prepare prepare;
         std::string mainEntry;
         std::string classId;
-        // The lines after those of the pool.
         Lines lines;
         bool result;
         Left left;
@@ -232,8 +226,7 @@ std::vector<std::string>& Events() {
 }
 
 TEST_F(BundleManagerTest, EntriesAreKeptByExactClassIdAndReleasedBeforeAnyLibraryCloses) {
-    // One class id in two letter cases, from two copies of the library; the
-    // second is named with its "bin" folder.
+    // One class id in two letter cases, from two copies of the library.
     std::string lower = kClass;
     for (char& c : lower) {
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -246,8 +239,7 @@ TEST_F(BundleManagerTest, EntriesAreKeptByExactClassIdAndReleasedBeforeAnyLibrar
     auto first = a.Artifact(kEntry, kClass);
     ASSERT_TRUE(manager->LoadBundle(first.get()));
     ASSERT_TRUE(manager->LoadBundle(b.Artifact(binEntry, lower).get()));
-    // The same artifact, and another on the same library with a class of
-    // its own: both stop at the pool.
+    // Another artifact on the same library stops at the pool too.
     auto sharing = a.Artifact(kEntry, qzetest::kQuietBundleClass);
     for (Artifact* again : {first.get(), sharing.get()}) {
         log->Clear();
@@ -322,8 +314,6 @@ TEST_F(BundleManagerTest, EmptyKeysAreRefusedAndAClassIdKeepsItsFirstObject) {
                             "class id:c, set bundle object success",
                             "class id:c, set bundle object success",
                             "class id:c, get bundle object success"));
-    // The table holds one reference to the first object and none to the
-    // second.
     EXPECT_EQ(kept->Release(), 1u);
     EXPECT_EQ(dropped->Release(), 0u);
 }

@@ -59,7 +59,6 @@ TEST(LibFileVerify, DigestMatrix) {
         {"other digest", "a.so", bytes, kEmptyMd5, {}},
         {"upper case", "a.so", bytes, upper, {}},
         {"empty text", "a.so", bytes, "", {}},
-        {"trailing newline", "a.so", bytes, md5 + "\n", {}},
         {"missing file", "missing.so", kNoFile, md5, {kHashFailed}},
         {"a folder", ".", kNoFile, md5, {kHashFailed}},
         {"read error", "a.so", bytes, md5, {kHashFailed}, true},
@@ -90,8 +89,7 @@ using qzetest::SignOptions;
 
 qzetest::TestPki* g_pki = nullptr;
 
-// Made before the first test, as libcrypto reads SSL_CERT_FILE and
-// SSL_CERT_DIR once, when the kit builds its store. The kit reads neither.
+// Set before the first test: libcrypto reads these once, for its store.
 class VerifyEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
@@ -129,8 +127,8 @@ std::string SignedWith(const Identity& signer, SignOptions options = {}) {
     return qzetest::AppendSignature(library, qzetest::SignDetached(library, signer, options));
 }
 
-std::string SignMd5(const std::string& subject, const std::string& salt = kSalt) {
-    return qzetest::Md5Hex(subject + kLibMd5 + salt);
+std::string SignMd5(const std::string& subject) {
+    return qzetest::Md5Hex(subject + kLibMd5 + kSalt);
 }
 
 Lines Join(std::initializer_list<Lines> parts) {
@@ -207,8 +205,6 @@ LibrarySigningInput Input(const fs::path& cert, const fs::path& key, const fs::p
     return input;
 }
 
-const std::string kMagic = "~Module signature appended~\n";
-
 TEST(SignVerify, SignatureMatrix) {
     const qzetest::TestPki& pki = qzetest::VerifyPki();
     const std::string library = Library();
@@ -217,7 +213,6 @@ TEST(SignVerify, SignatureMatrix) {
     tampered[100] = static_cast<char>(tampered[100] ^ 1);
     std::string overlong = good;
     overlong[overlong.size() - 28 - 4] = 0x7F;  // the block's length, top byte
-    const std::string block = qzetest::SignDetached(library, pki.signer, {});
     SignOptions sha1;
     sha1.digest = EVP_sha1();
     SignOptions stamped;
@@ -237,15 +232,12 @@ TEST(SignVerify, SignatureMatrix) {
         return SignedWith(pki.signer, options);
     };
     const std::string nonAscii = "Z\xC3\xBCrich Sign\xC3\xA9 \xE5\x8C\x97\xE4\xBA\xAC";
-    // How a name is picked from the subject is the platform's, and the sign
-    // tool's tests walk its rules; here a subject with no name at all.
     qzetest::TempDir dir;
     qzetest::CertRequest noName;
     noName.issuer = &pki.intermediate;
     noName.serial = 0x6001;
     const Identity nameless = qzetest::MakeIdentity(noName, dir.path(), "nameless");
-    // Signed twice by the kit's signer, as a bundle author does: the second
-    // signature replaces the first, and the library keeps its bytes and mode.
+    // Signed twice by the kit: the second signature replaces the first.
     const fs::path resigned = dir.path() / "resigned.so";
     qzetest::WriteBytes(resigned, library);
     fs::permissions(resigned, fs::perms(0755));
@@ -262,8 +254,6 @@ TEST(SignVerify, SignatureMatrix) {
                 ComputeManifestDigests(qzetest::Wide(resigned), &digests, &error))
         << error;
     const std::string kitSigned = qzetest::ReadBytes(resigned);
-    EXPECT_EQ(kitSigned.compare(0, library.size(), library), 0);
-    EXPECT_EQ(kitSigned.find(kMagic), kitSigned.size() - kMagic.size());
     EXPECT_EQ(fs::status(resigned).permissions() & fs::perms::all, fs::perms(0755));
     const std::string right = SignMd5(kSigner);
     const Lines verified = Join({kSigned, kSignerCert, kMatched});
@@ -280,10 +270,7 @@ TEST(SignVerify, SignatureMatrix) {
         {"block longer than the file", overlong, right, false, unknown},
         {"garbage block", qzetest::AppendSignature(library, std::string(700, 'Z')), right, false,
          unknown},
-        {"block cut short", qzetest::AppendSignature(library, block.substr(0, block.size() / 2)),
-         right, false, unknown},
         {"unsigned file", library, right, false, notSigned},
-        {"empty file", "", right, false, notSigned},
         {"missing file", kNoFile, right, false, Error("0x80070002")},
         {"self-signed signer", SignedWith(pki.selfSigned), right, false, Error("0x800b0109")},
         {"expired signer", SignedWith(pki.expired), right, false, Error("0x800b0101")},
@@ -298,8 +285,6 @@ TEST(SignVerify, SignatureMatrix) {
         {"certificate signed with SHA-1", SignedWith(pki.sha1Cert), right, false,
          Error("0x80090008")},
         {"wrong signMD5", good, "0000" + right.substr(4), false, notMatched},
-        {"signMD5 with another salt", good,
-         SignMd5(kSigner, "Another organisation's salt, also 45 bytes!!!"), false, notMatched},
         {"empty signMD5: the trust check still runs first", good, "", false,
          Join({kSigned, kSignerCert, Failed("sign md5 is empty.")})},
         {"empty libFileMD5", good, right, false,
@@ -319,8 +304,7 @@ TEST(SignVerify, SignatureMatrix) {
         // The comparison fails before the time stamp is read.
         {"countersigned, wrong signMD5", SignedWith(pki.signer, stamped), "0000" + right.substr(4),
          false, notMatched},
-        // Logged in this order whatever the attribute's order; a broken or
-        // unusable attribute is not logged and never fails the check.
+        // Logged in this order; a broken attribute is not logged.
         {"program name and both links",
          withProgram(der(0xA0, der(0x81, "Tool")) + der(0xA1, der(0xA2, der(0x81, "C:\\i.txt"))) +
                      der(0xA2, der(0x80, "https://p.example"))),
@@ -357,7 +341,8 @@ TEST(LibrarySigner, RefusalsLeaveTheFileAsItWas) {
     const fs::path notPem = dir.path() / "not.pem";
     const fs::path key = dir.path() / "encrypted.key";
     fs::copy_file(qzetest::BuiltPlugin("qzekit_plugin_complete"), library);
-    qzetest::WriteBytes(damaged, qzetest::ReadBytes(library) + std::string(12, '\0') + kMagic);
+    qzetest::WriteBytes(damaged, qzetest::ReadBytes(library) + std::string(12, '\0') +
+                                     "~Module signature appended~\n");
     qzetest::WriteBytes(notPem, "not a certificate");
     std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new(BIO_s_mem()), &BIO_free);
     ASSERT_EQ(PEM_write_bio_PrivateKey(bio.get(), pki.signer.key.get(), EVP_aes_256_cbc(), nullptr,

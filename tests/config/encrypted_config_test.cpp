@@ -29,10 +29,8 @@ void ExpectKeyNeverLogged(qzetest::CapturedLines& log) {
     }
 }
 
-// Each case loads over an earlier good load (module "mail", bundle "b"): a
-// failure must leave all of that in place. PKCS#7 padding is removed. The last byte of the
-// decrypted text: 0 to 16 bytes are removed unchecked, 17 to 127 kept, 0x80 and up refused; a NUL
-// ends the text.
+// Each case loads over a good load, which a failure leaves in place. A last
+// byte of 0-16 is cut unchecked, 17-127 kept, 0x80 up refused; a NUL ends it.
 TEST(EncryptedConfiguration, PaddingAndBadFiles) {
     const std::string good = R"({"modules":[{"id":"mail"}],"artifacts":["b"]})";
     const std::string goodPlain = good + std::string(48 - good.size(), '\0');
@@ -48,12 +46,10 @@ TEST(EncryptedConfiguration, PaddingAndBadFiles) {
         {EncryptForConfig(kCore + std::string(5, '\0'), kKey), true, kLoaded},
         {EncryptForConfig(kCore + std::string("\0junk{[", 7) + std::string(14, '\x0e'), kKey), true,
          kLoaded},
-        {EncryptForConfig(R"({"modules":[{"id":"core"}]     })", kKey), true, kLoaded},
         {EncryptForConfig("{}" + std::string(29, ' ') + "\x11", kKey), false, parseFailed},
         {EncryptForConfig(std::string(16, '\x10'), kKey), false, kDecryptFailed},
         {EncryptForConfig(kCore + "    \x80", kKey), false, kDecryptFailed},
         {R"({"modules":[]})", false, kBase64Failed},  // plain text with a key set
-        {"", false, kBase64Failed},
         {goodFile.substr(0, goodFile.size() - 1), false, kBase64Failed},
         {goodFile.substr(0, goodFile.size() - 4), false, kDecryptFailed},  // a block cut short
         // A wrong key shows as either failure; this one leaves a last byte
@@ -76,7 +72,6 @@ TEST(EncryptedConfiguration, PaddingAndBadFiles) {
         install.WriteConfig(c.file);
         auto log = qzetest::CaptureLog();
         EXPECT_EQ(manager.LoadAllExtensionInfos(), c.log == kLoaded);
-        // A failure's line follows the extensions dir line; success ends the log.
         std::vector<std::string> lines = log->Texts();
         ASSERT_GE(lines.size(), 2u);
         const std::string& line = c.log == kLoaded ? lines.back() : lines[1];

@@ -50,8 +50,7 @@ using qzetest::Installation;
 using qzetest::Joined;
 using qzetest::LoadedSample;
 
-// The adapter mapping is read first; without it config.json is never opened.
-// (A missing file or executable path is the manager's fault table's.)
+// Without the adapter mapping config.json is never opened.
 TEST(ConfigurationLoad, StagesAndTheirMessages) {
     std::string parseError;
     base::JSONReader::ReadAndReturnError("{\"modules\": [", 0, nullptr, &parseError);
@@ -138,8 +137,7 @@ TEST_F(LoadedSample, BrokenBundlesKeepNoneOfTheOthersOut) {
 }
 
 TEST_F(LoadedSample, LookupsByIdAndByPoint) {
-    // The point that sorts last gives the answer; a miss leaves the out
-    // pointer alone.
+    // The point that sorts last answers; a miss leaves the pointer alone.
     Extension* found = nullptr;
     ASSERT_TRUE(manager.GetExtensionInfoByID("same", &found));
     EXPECT_EQ(std::unique_ptr<Extension>(std::exchange(found, nullptr))->GetVersion(), "from b");
@@ -205,8 +203,7 @@ TEST_F(LoadedSample, UnloadEmptiesTheTablesButKeepsModulesAndMapping) {
               (std::vector<std::string>{"https://a.example.com:8443|web|k1",
                                         "https://b.example.com|web|k2", "|native|k3"}));
 
-    // A second load without unloading adds the bundles again, but no record
-    // twice and no second derived record.
+    // A second load adds the bundles again, but no record twice.
     ASSERT_TRUE(manager.LoadAllExtensionInfos());
     std::vector<Artifact*> artifacts;
     manager.GetAllArtifacts(artifacts);

@@ -23,7 +23,6 @@ TEST_F(RemoteSample, H5BundleLookup) {
         const char* bundle;
     } cases[] = {
         {"https://h5.example.com/index.html", "web.app"},
-        {"https://h5.example.com", "web.app"},
         {"https://h5.example.com:1234/a/b", "web.app"},  // no port on the record: any
         {"https://h5.example.com/appName_shop/index.html", "shop"},
         {"https://h5.example.com/appName_nope/index.html", ""},
@@ -100,9 +99,7 @@ TEST_F(RemoteSample, AccessKeysAfterARemoteMerge) {
     }
 }
 
-// The host is asked for the bundle ids without a key, in record order and
-// once per record; a failure changes nothing, and an answer, also one that
-// comes after the check returned, sets every record of a bundle.
+// A late answer still sets every record of its bundle.
 TEST_F(RemoteSample, CheckAndFetchThroughTheHostCallback) {
     using Keys = std::map<std::string, std::string>;
     using Success = std::function<void(const Keys&)>;

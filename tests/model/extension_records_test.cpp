@@ -49,7 +49,6 @@ TEST(ExtensionRecordsTest, ResolvesBundleDetailsThroughPointAndArtifact) {
         // A record's own resources path wins.
         {kArtifact, L"demo.dll", L"D:\\own",
          "{iid}|demo.dll|C:\\b|D:\\own|lib|sign|{class}|native"},
-        {kNone, L"", L"D:\\own", "|||D:\\own||||"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.expected);
@@ -167,8 +166,7 @@ TEST_F(ExtensionFactoryTest, CopiesHoldTheResolvedResourcesPathAndTheirOwnChange
     EXPECT_EQ(local_->GetResourcesPath(), L"moved");
     EXPECT_EQ(copy->GetResourcesPath(), Resources());
 
-    // Copies share their data until one of them changes; a change stays on
-    // its own side.
+    // A change stays on its own side.
     static_cast<ExtensionImpl*>(copy.get())->SetPayloads(Payloads{{"copy", "2"}});
     static_cast<ExtensionImpl*>(local_)->SetUnifiedId("changed-u");
     EXPECT_EQ(local_->GetPayloads(), (Payloads{{"local", "1"}}));
@@ -213,8 +211,6 @@ TEST_F(ExtensionFactoryTest, LocalDetailsGoToARemoteRecordOfTheSameId) {
         EXPECT_FALSE(remote->IsSingleton());
         static_cast<ExtensionImpl*>(remote.get())->SetSingleton(true);
         ExtensionFactory::ExtractLocalNativeExtensionInfoToRemote(remote.get(), c.local);
-        // What the server said always stays; how to load the code comes from
-        // the local bundle.
         const bool merged = c.local == local_ && c.remoteId == "shared.id";
         EXPECT_EQ(qzetest::Describe(*remote),
                   c.remoteId + (merged ? "|2.1|{LOCAL}|0|" : "|||1|") +

@@ -1,8 +1,5 @@
 #pragma once
 
-// Folders on disk for the bundle and code-signing tests: a temporary folder,
-// bundles in it, and libraries copied in from the built test plug-ins.
-
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -69,8 +66,7 @@ struct BundleDir {
         fs::copy_file(BuiltPlugin(plugin), root / relative);
     }
     std::wstring RootText() const { return Wide(root); }
-    // The pool key of a library at `mainEntry`: root and entry joined with
-    // "\\", in UTF-8.
+    // The pool key of a library at `mainEntry`, in UTF-8.
     std::string Key(const std::string& mainEntry) const {
         return base::WideToUTF8(RootText()) + (mainEntry.empty() ? "" : "\\" + mainEntry);
     }
@@ -83,8 +79,7 @@ struct BundleDir {
     }
 };
 
-// A path with "/" written as "\\", to compare what the kit and the system
-// write.
+// A path with "/" written as "\\".
 inline std::wstring Backslashed(std::wstring text) {
     for (wchar_t& c : text) {
         c = c == L'/' ? L'\\' : c;

@@ -1,8 +1,6 @@
 #pragma once
 
-// Files, keys, certificates and signed files for the library verification
-// tests and benchmark. The certificates are Linux only: the appended
-// signature is the Linux form.
+// Keys, certificates and signed files; the certificates are Linux only.
 
 #include <filesystem>
 #include <string>
@@ -56,8 +54,7 @@ Identity MakeIdentity(const CertRequest& request, const std::filesystem::path& d
 struct SignOptions {
     const EVP_MD* digest = nullptr;  // null: SHA-256
     std::vector<const Identity*> chain;
-    // The DER value of a program-name attribute (1.3.6.1.4.1.311.2.1.12);
-    // empty for none.
+    // DER value of a program-name attribute; empty for none.
     std::string programNameDer;
     // A countersignature by this identity, signed at `countersignTime`.
     const Identity* countersigner = nullptr;
@@ -89,13 +86,10 @@ struct TestPki {
     std::filesystem::path trustDir;  // empty
 };
 
-// Builds the set under `dir`. With `rsaSigner` the signer has an RSA 3072
-// key, as release signers usually do.
+// Builds the set under `dir`; `rsaSigner` gives the signer an RSA 3072 key.
 TestPki MakeTestPki(const std::filesystem::path& dir, bool rsaSigner = false);
 
-// The set of the bundle test program, made before its first test (OpenSSL's
-// SSL_CERT_FILE and SSL_CERT_DIR point at its store): libcrypto reads them
-// once, when the kit builds its store.
+// The program's set, made before its first test: libcrypto reads its store once.
 const TestPki& VerifyPki();
 
 }  // namespace qzetest

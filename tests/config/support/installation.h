@@ -14,9 +14,7 @@
 
 namespace qzetest {
 
-// A host installation in a fresh temporary folder: the kit sees it as the
-// directory of the running executable. Removed again when destroyed. The
-// folder's name holds `namePart`, UTF-8.
+// A temporary host folder the kit takes for the executable's directory.
 class Installation {
 public:
     explicit Installation(const std::string& namePart = "config");
@@ -45,8 +43,7 @@ private:
     std::filesystem::path root_;
 };
 
-// base64 of AES-256-ECB ciphertext of `plain`, whose length must be a
-// multiple of 16; no padding is added.
+// base64 of AES-256-ECB of `plain` (whole blocks, no padding added).
 std::string EncryptForConfig(const std::string& plain, const std::string& key);
 
 // A config.json that lists just these bundle folders.
@@ -58,14 +55,10 @@ inline std::string ConfigWithArtifacts(const std::vector<std::string>& bundles) 
     return "{\"artifacts\": [" + list + "]}";
 }
 
-// A manifest with the given artifact id, foundation version and
-// "extensionPoints" list text.
 std::string Manifest(const std::string& id, const std::string& foundationVersion,
                      const std::string& points, const std::string& mainEntry = "bin/main.dll");
 
-// A manager with debug mode on that has loaded the sample installation (see
-// installation.cpp); `loadLog` holds what the load logged, `log` what came
-// after.
+// The sample installation loaded in debug mode; `log` starts after the load.
 class LoadedSample : public ::testing::Test {
 protected:
     void SetUp() override;
@@ -81,8 +74,7 @@ inline std::string ConfigLine(const std::string& text) {
     return "[QZExtensionKit] configuration manager impl - " + text;
 }
 
-// The captured lines joined by "\n", each without the configuration
-// manager's prefix.
+// The captured lines joined by "\n", without the manager's prefix.
 inline std::string Joined(CapturedLines& log) {
     const std::string prefix = ConfigLine("");
     std::string joined;
@@ -92,8 +84,6 @@ inline std::string Joined(CapturedLines& log) {
     return joined.empty() ? joined : joined.substr(1);
 }
 
-// The records in force under one extension point (none for an unknown one),
-// and their ids.
 inline std::vector<std::shared_ptr<qzextensionkit::Extension>> InForce(
     qzextensionkit::IQZEConfigurationManager& manager, const std::string& point) {
     std::vector<std::shared_ptr<qzextensionkit::Extension>> records;

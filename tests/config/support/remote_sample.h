@@ -124,8 +124,7 @@ protected:
         log = CaptureLog();
     }
 
-    // The ids in force under a point; a record derived onto the adapter
-    // shows as "derived(<source id>)", a point not in force as "<absent>".
+    // Ids in force under a point: "derived(<source id>)", or "<absent>".
     static std::vector<std::string> Shape(qzextensionkit::IQZEConfigurationManager& of,
                                           const std::string& point) {
         std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
@@ -151,8 +150,7 @@ protected:
         return shapes;
     }
 
-    // The bundle ids the kit asks the host for, in its order; "<no call>"
-    // when it does not ask.
+    // The bundle ids the kit asks the host for; "<no call>" if it does not ask.
     static std::vector<std::string> MissingKeys(qzextensionkit::QZEConfigurationManagerImpl& of) {
         std::vector<std::string> asked{"<no call>"};
         of.SetFetchExtensionAuthInfoCallback(
