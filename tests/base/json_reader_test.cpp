@@ -199,11 +199,13 @@ TEST(JSONReaderSyntax, NestingStopsAtTheHundredthLevel) {
     Failure f = ReadFailure(std::string(100, '[') + std::string(100, ']'));
     EXPECT_EQ(f.code, 5);
     EXPECT_EQ(f.message, "Line: 1, column: 100, Too much nesting.");
-    std::string mixed;  // objects and lists count together
+    std::string mixed, objects;  // objects and lists count together
     for (int i = 0; i < 50; ++i) {
         mixed += "{\"k\":[";
+        objects += "{\"k\":{\"k\":";
     }
     EXPECT_EQ(ReadFailure(mixed).code, 5);
+    EXPECT_EQ(ReadFailure(objects).code, 5);
     // Far deeper input fails the same way instead of exhausting the stack.
     EXPECT_EQ(ReadFailure(std::string(1000000, '[')).code, 5);
 }

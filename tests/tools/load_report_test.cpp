@@ -47,8 +47,7 @@ std::string ForeignHeader() {
     return image;
 }
 
-// One bundle "b" whose manifest names bin/main.<suffix> and `classId`, and a
-// config.json that switches "core" and one feature on.
+// Bundle "b" with bin/main.<suffix> and `classId`; "core" and one feature on.
 void WriteInstallation(const Installation& install, const std::vector<BinFile>& bin,
                        const std::string& classId, const std::string& foundation = "") {
     install.WriteMapping("{}");

@@ -76,8 +76,7 @@ TEST(QzekitVerify, RefusesABundleItCannotCheck) {
 
 #if !defined(_WIN32)
 
-// The test certificates. OpenSSL reads the trust store's paths once, at the
-// kit's first signature check, which no other test of this program makes.
+// OpenSSL reads the trust store's paths once, at the kit's first check.
 const TestPki& Pki() {
     struct Holder {
         Holder() {
