@@ -8,15 +8,12 @@ namespace {
 
 using base::FilePath;
 
-// The separator the kit adds is "\\" on every system, so these texts are the
-// same on Linux and Windows.
 TEST(FilePathTest, AppendJoinsWithOneBackslash) {
     const struct {
         std::wstring base, component, joined;
     } cases[] = {
         {L"a", L"b", L"a\\b"},
         {L"C:\\x\\", L"manifest.json", L"C:\\x\\manifest.json"},
-        {L"/opt/host", L"extensions", L"/opt/host\\extensions"},
         // Any run of either separator at the end is replaced by one.
         {L"a/\\//", L"b", L"a\\b"},
         {L"", L"manifest.json", L"manifest.json"},
@@ -37,9 +34,7 @@ TEST(FilePathTest, AppendJoinsWithOneBackslash) {
         {L"a", std::wstring(L"b\0c", 3), L"a\\b"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(FilePath(c.base).Append(c.component).value(), c.joined)
-            << "'" << std::string(c.base.begin(), c.base.end()) << "' + '"
-            << std::string(c.component.begin(), c.component.end()) << "'";
+        EXPECT_EQ(FilePath(c.base).Append(c.component).value(), c.joined);
     }
     const FilePath root(L"root/");
     EXPECT_EQ(root.Append(FilePath(L"x")), root.AppendASCII("x"));

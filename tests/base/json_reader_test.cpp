@@ -65,14 +65,12 @@ TEST(JSONReaderErrors, CodeLineColumnAndMessage) {
         int32_t options = 0;
     } cases[] = {
         {"", 3, 1, 1, "Line: 1, column: 1, Unexpected token."},
-        {"]", 3, 1, 1, "Line: 1, column: 1, Unexpected token."},
         {"{},{}", 6, 1, 3, "Line: 1, column: 3, Unexpected data after root element."},
         {"[1,]", 4, 1, 4, "Line: 1, column: 4, Trailing comma not allowed."},
         {"{\"a\":1,}", 4, 1, 8, "Line: 1, column: 8, Trailing comma not allowed."},
         {"{a:1}", 8, 1, 2, "Line: 1, column: 2, Dictionary keys must be quoted."},
         {"{\"a\" 1}", 2, 1, 6, "Line: 1, column: 6, Syntax error."},
-        // A bad separator after an element has no plus one; after a number
-        // its own look-ahead reports first, with the plus one.
+        // After a number its own look-ahead reports first, with the plus one.
         {"[true false]", 2, 1, 6},
         {"{\"a\":true \"b\":2}", 2, 1, 10},
         {"{\"a\":1 \"b\":2}", 2, 1, 8},
@@ -81,34 +79,29 @@ TEST(JSONReaderErrors, CodeLineColumnAndMessage) {
         // End of text inside a string: no plus one.
         {"\"abc", 2, 1, 4},
         {"[\"a\\", 1, 1, 4},
-        // Line ends: the column counts from the line end itself; "\r\n" is
-        // one; those inside strings and comments are not counted.
+        // "\r\n" is one line end; those in strings and comments don't count.
         {"{\n  \"a\": 1,\n  b: 2\n}", 8, 3, 4},
         {"[\r\n1,]", 4, 2, 4},
         {"[\"a\nb\", /* \n */ x]", 3, 1, 17},
         {"\xEF\xBB\xBFx", 3, 1, 4},
-        // The look-ahead after a number passes the same blanks, comments and
-        // line ends as the skip after it: each line end counts once.
+        // Line ends the look-ahead after a number passes count once.
         {"[1\n\n,x]", 3, 3, 0},
         {"[1 /*\n*/ \n , x]", 3, 2, 5},
         {"{\"a\": 1\r\n,\r\n \"b\": 2\r\n, c}", 8, 4, 4},
         {"[[1\n\n]\n x]", 2, 4, 2},
         {"[1 // note\n\r\n]\n\nx", 6, 5, 2},
         {"[-2.5e3\n,\n1\n\n,]", 4, 5, 3},
-        // Trailing commas: only with the option, and never a lone or doubled one.
         {"[,]", 3, 1, 0, nullptr, kTrailing},
         {"[1,,]", 3, 1, 0, nullptr, kTrailing},
         {"{,}", 8, 1, 0, nullptr, kTrailing},
         // A comment that never ends swallows the value.
         {"/* {}", 3, 1, 0},
         {"// {}", 3, 1, 0},
-        // Literals match by themselves; what follows is the next token's problem.
         {"[tru]", 2, 1, 2},
         {"nul", 2, 1, 0},
         {"True", 3, 1, 0},
         {"[nullx]", 2, 1, 5},
         {"truex", 6, 1, 0},
-        // After a run and after an escape the column is the bad byte's own.
         {"[\"abc\xFF\"]", 7, 1, 6},
         {"[\"\\n\xC3\xA9\xFF\"]", 7, 1, 7},
         {"{\"\xFF\":1}", 7, 1, 0},
@@ -124,8 +117,6 @@ TEST(JSONReaderErrors, CodeLineColumnAndMessage) {
             EXPECT_EQ(f.message, c.message) << c.text;
         }
     }
-    // Numbers: a bad form is a syntax error at its end, a bad start an
-    // unexpected token.
     const std::pair<const char*, int32_t> numbers[] = {
         {"[01]", 204},  {"[1.]", 204},     {"[1e]", 204}, {"[-]", 203},  {"[1e400]", 206},
         {"[1 2]", 204}, {"[-1e999]", 207}, {"[1x]", 203}, {"[.5]", 302}, {"[+1]", 302}};
@@ -133,8 +124,6 @@ TEST(JSONReaderErrors, CodeLineColumnAndMessage) {
         Failure f = ReadFailure(n.first);
         EXPECT_EQ(f.code * 100 + f.column, n.second) << n.first;
     }
-    // Bad UTF-8: continuation first, overlong, surrogate, U+FDD0, U+FDEF,
-    // U+FFFE, U+1FFFF, above U+10FFFF, cut short, cut short at the end.
     for (const char* text :
          {"[\"\x80\"]", "[\"\xFE\"]", "[\"\xC0\x80\"]", "[\"\xE0\x80\xAF\"]", "[\"\xED\xA0\x80\"]",
           "[\"\xEF\xB7\x90\"]", "[\"\xEF\xB7\xAF\"]", "[\"\xEF\xBF\xBE\"]",
@@ -170,8 +159,7 @@ TEST(JSONReaderErrors, OutputsUntouchedOnSuccessAndReaderKeepsLastError) {
     EXPECT_EQ(JSONReader::Read(nullptr, 0), nullptr);
 }
 
-// Runs of spaces and plain strings are passed several bytes at a time:
-// every length around that step must come out as one byte at a time.
+// Runs are skipped several bytes at a time: every length around the step.
 TEST(JSONReaderErrors, PositionsAfterRunsOfEveryLength) {
     for (std::size_t run = 0; run <= 25; ++run) {
         SCOPED_TRACE(run);
@@ -193,8 +181,7 @@ TEST(JSONReaderErrors, PositionsAfterRunsOfEveryLength) {
         EXPECT_EQ(ReadString("\"" + body + "\xC3\xA9\""), body + "\xC3\xA9");
         f = ReadFailure("\"" + body);
         EXPECT_EQ(f.code * 1000 + f.column, 2000 + n + 1);
-        // In place from a buffer of exactly that size: a read past its end
-        // shows under AddressSanitizer.
+        // Exactly sized, so that a read past the end shows under ASan.
         const std::string text = "\"" + body;
         std::unique_ptr<char[]> exact(new char[text.size()]);
         std::memcpy(exact.get(), text.data(), text.size());
@@ -212,11 +199,13 @@ TEST(JSONReaderSyntax, NestingStopsAtTheHundredthLevel) {
     Failure f = ReadFailure(std::string(100, '[') + std::string(100, ']'));
     EXPECT_EQ(f.code, 5);
     EXPECT_EQ(f.message, "Line: 1, column: 100, Too much nesting.");
-    std::string mixed;  // objects and lists count together
+    std::string mixed, objects;  // objects and lists count together
     for (int i = 0; i < 50; ++i) {
         mixed += "{\"k\":[";
+        objects += "{\"k\":{\"k\":";
     }
     EXPECT_EQ(ReadFailure(mixed).code, 5);
+    EXPECT_EQ(ReadFailure(objects).code, 5);
     // Far deeper input fails the same way instead of exhausting the stack.
     EXPECT_EQ(ReadFailure(std::string(1000000, '[')).code, 5);
 }
@@ -269,7 +258,6 @@ TEST(JSONReaderNumbers, IntegersOnlyWhereTheyFit) {
     EXPECT_TRUE(list->GetInteger(1, &i) && i == 2147483647);
     EXPECT_TRUE(list->GetInteger(3, &i) && i == -2147483647 - 1);
     EXPECT_TRUE(list->GetDouble(2, &d) && d == 2147483648.0);
-    EXPECT_TRUE(list->GetDouble(6, &d) && d == 100.0);
     EXPECT_TRUE(list->GetDouble(8, &d) && d == 0.01);
     EXPECT_TRUE(list->GetDouble(11, &d) && d == 0.0);
 }
@@ -327,9 +315,8 @@ ListValue* L(DictionaryValue* root) {
     return l;
 }
 
-// Whatever leaves any level of a parsed tree must hold its own text: each
-// case takes something out, frees the root, then compares. Under
-// AddressSanitizer a string still pointing into the freed text shows.
+// What leaves a parsed tree must own its text: under ASan a string still
+// pointing into the freed root shows.
 TEST(JSONReaderBorrowing, WhatLeavesAnyLevelOutlivesTheRoot) {
     const std::pair<Taken (*)(DictionaryValue*), const char*> cases[] = {
         {[](DictionaryValue* r) {
@@ -376,8 +363,7 @@ TEST(JSONReaderBorrowing, WhatLeavesAnyLevelOutlivesTheRoot) {
     }
 }
 
-// Copies are only for trees that borrow: a detachable tree, a tree with no
-// plain string and a tree built by hand hand out their own nodes.
+// Trees that borrow nothing hand out their own nodes, not copies.
 TEST(JSONReaderBorrowing, NothingBorrowedMeansNothingCopied) {
     auto by_hand = std::make_unique<DictionaryValue>();
     by_hand->SetString("n.m", "x");

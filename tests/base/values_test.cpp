@@ -33,7 +33,6 @@ TEST(Value, EachNodeAnswersOnlyForItsOwnType) {
         EXPECT_EQ(v->GetAsList(static_cast<const ListValue**>(nullptr)), t == Value::TYPE_LIST);
         EXPECT_FALSE(v->GetAsBinary(nullptr));
     }
-    EXPECT_EQ(list.GetType(), Value::TYPE_LIST);
     double d = 0;
     EXPECT_TRUE(integer.GetAsDouble(&d) && d == 7.0);
     int32_t i = 99;

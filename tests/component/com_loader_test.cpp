@@ -29,7 +29,6 @@ public:
         missing.emplace_back(name);
         return CComLoader::Exception(handle, name);
     }
-    bool HasGetter() const { return DllGetClassObject != nullptr; }
     bool HasAllExports() const {
         return DllGetClassObject && DllCanUnloadNow && DllRegisterServer && DllUnregisterServer;
     }
@@ -81,8 +80,7 @@ TEST_F(ComLoaderTest, LoadsACompleteLibraryAndMakesBothClasses) {
     auto* counter = static_cast<qzetest::ITestCounter*>(out);
     EXPECT_EQ(counter->Increment(), 1);
 
-    // The factory's own status comes back: a greeter doesn't answer the
-    // counter's id, and that object goes again.
+    // The factory's own status comes back, and the object goes again.
     EXPECT_EQ(MakeGreeter(loader, &out, qzetest::kCounterIid), by::kNoInterface);
     EXPECT_EQ(out, nullptr);
 
@@ -93,8 +91,8 @@ TEST_F(ComLoaderTest, LoadsACompleteLibraryAndMakesBothClasses) {
     EXPECT_EQ(counter->Release(), 0u);
     EXPECT_EQ(qzetest::CallCountExport(path, "TestLiveObjects"), 0);
 
-    // FreeCom and destruction release the module object before closing; a
-    // handle of our own keeps the library in the process to look at it.
+    // FreeCom and destruction release the module object; our own handle
+    // keeps the library loaded to look at it.
     platform::LibraryHandle keep = platform::OpenLibrary(path.c_str());
     loader.FreeCom();
     EXPECT_FALSE(loader.IsLoaded() || loader.ModuleObject());
@@ -142,8 +140,7 @@ TEST_F(ComLoaderTest, AMissingExportFailsTheLoadButLeavesTheLibraryOpen) {
     }
 }
 
-// Paths that give no library stop before the exports; a loader that never
-// opened a library, or closed it again, makes nothing and calls nothing.
+// Loaders without a library make nothing and call nothing.
 TEST_F(ComLoaderTest, LoadersWithoutALibraryMakeNothing) {
     const std::vector<std::string> notOpened = {"CComLoader->LoadCom", "IImpModuleBase->Load",
                                                 "CComLoader->Load fuc fail"};
@@ -181,7 +178,7 @@ TEST_F(ComLoaderTest, LoadersWithoutALibraryMakeNothing) {
     // An index outside the table is accepted and ignored.
     ProbeLoader fresh;
     EXPECT_EQ(fresh.setfuncaddress(4, &fresh), 1);
-    EXPECT_FALSE(fresh.HasGetter());
+    EXPECT_FALSE(fresh.HasAllExports());
 }
 
 TEST_F(ComLoaderTest, EachFactoryFailureGivesItsStatusAndReleasesWhatItGot) {

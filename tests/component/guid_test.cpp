@@ -36,12 +36,12 @@ TEST(ParseGuid, Cases) {
         {"{45ED99D7-00C2-4082-98D8-5507D2AA3A0F}", true, by::CLSID_QZNotificationService},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.text ? c.text : "(null)");
-        EXPECT_TRUE(by::IsEqualId(by::ParseGuid(c.text, c.braced), c.want)) << c.braced;
+        EXPECT_TRUE(by::IsEqualId(by::ParseGuid(c.text, c.braced), c.want))
+            << (c.text ? c.text : "(null)") << c.braced;
     }
 }
 
-// The scan pattern applied by hand, as the one reference for every text.
+// The scan the kit falls back on, as the reference for its fast path too.
 by::GUID Scanned(const std::string& text, bool braced) {
     by::GUID id{};
     unsigned int data1 = 0;
@@ -62,13 +62,10 @@ by::GUID Scanned(const std::string& text, bool braced) {
 }
 
 TEST(ParseGuid, AgreesWithTheScanOnUsualAndAlmostUsualTexts) {
-    // Usual texts in mixed case, and the same with one character replaced
-    // by something the scanner treats in its own way: blanks, signs, a
-    // "0x" prefix, braces, digits where a separator stands.
+    // Usual texts, and some with one character the scanner treats oddly.
     std::mt19937 random(20240611);
     const std::string hex = "0123456789abcdefABCDEF";
     const std::string odd = " +-xXgG0}{\t";
-    int checked = 0;
     for (int round = 0; round < 4000; ++round) {
         const bool braced = round % 2 == 0;
         std::string text;
@@ -86,9 +83,7 @@ TEST(ParseGuid, AgreesWithTheScanOnUsualAndAlmostUsualTexts) {
         }
         SCOPED_TRACE(text);
         ASSERT_TRUE(by::IsEqualId(by::ParseGuid(text.c_str(), braced), Scanned(text, braced)));
-        ++checked;
     }
-    EXPECT_EQ(checked, 4000);
 }
 
 }  // namespace

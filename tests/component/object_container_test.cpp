@@ -25,8 +25,7 @@ using Lines = std::vector<std::string>;
 const std::string kIid = "{0B7E2C44-1F3A-4D59-8E60-7A1B2C3D4E01}";
 const std::string kClass = "{0B7E2C44-1F3A-4D59-8E60-7A1B2C3D4E02}";
 
-// An object the test owns: its references are only counted, so that the
-// container's share can be read at any time.
+// Counts references only, so the container's share can be read any time.
 struct Object : by::IBaseUnknown {
     by::Result QueryInterface(const by::GUID& iid, void** out) override {
         if (!answersRoot || !by::IsEqualId(iid, by::IID_IBaseUnknown)) {
@@ -52,7 +51,6 @@ std::string ClassLine(const std::string& text, const std::string& id = kClass) {
 
 class ObjectContainerTest : public ::testing::Test {
 protected:
-    // Hands out the next object of `objects_` per call.
     QZEObjectCreator Objects() {
         return [this](const std::string&, const std::string&, void** out) {
             *out = static_cast<by::IBaseUnknown*>(&objects_[calls_++]);
@@ -174,13 +172,11 @@ TEST_F(ObjectContainerTest, SingletonHitCarriesNoReferenceOfItsOwn) {
     EXPECT_THAT(Tail(2), ElementsAre(ClassLine("get singleton object success"),
                                      Line("create object instance by creator success")));
 
-    // Unregistering drops the table's reference; the next creation builds a
-    // new object.
+    // Unregistering drops the table's reference.
     ASSERT_TRUE(container_.UnRegister(kClass));
     EXPECT_EQ(Tail(1)[0], ClassLine("unregister success"));
     EXPECT_EQ(objects_[0].refs, 1u);
-    // An object that fails the root query is kept as a null entry: a hit
-    // with a null result.
+    // An object that fails the root query is kept as a null entry.
     objects_[1].answersRoot = false;
     ASSERT_TRUE(container_.Register(Objects(), kClass, true));
     EXPECT_EQ(Create(), &objects_[1]);
@@ -189,8 +185,7 @@ TEST_F(ObjectContainerTest, SingletonHitCarriesNoReferenceOfItsOwn) {
     EXPECT_EQ(Tail(2)[0], ClassLine("get singleton object success"));
 }
 
-// Both calls miss the singleton and build one: the first to enter the
-// creator waits there until the second call has stored its object.
+// The first call into the creator waits until the second has stored its object.
 TEST_F(ObjectContainerTest, RacingSingletonCreationKeepsTheFirstStored) {
     std::promise<void> secondDone;
     std::shared_future<void> go = secondDone.get_future().share();

@@ -114,11 +114,9 @@ std::string Hex(uint32_t value) {
     return text;
 }
 
-// Trusts the test root CA while the program runs. It goes into the current
-// user's part of the root store, which the default chain engine reads,
-// through that part's own registry store: Wine does not write back a deletion
-// made through the combined system store, and writes a store back only when
-// it is closed.
+// Trusts the test root CA while the program runs, through the current
+// user's registry root store: Wine writes back neither a deletion made
+// through the combined store nor a store that is not closed.
 class TrustedTestRoot : public ::testing::Environment {
 public:
     void SetUp() override {
@@ -194,9 +192,7 @@ TEST_P(TrustTest, StatusOfTheFirstCall) {
     }
 }
 
-// Wine 8 takes these for trusted. Which faults it misses was found by
-// running each fixture under it; the SHA-1 twins keep the faults it does
-// see covered there.
+// Wine 8 takes these for trusted; the SHA-1 twins cover what it sees.
 constexpr char kWineSha256Certificate[] =
     "Wine 8 accepts any signer whose certificate is signed with SHA-256, trusted or not";
 constexpr char kWineUsage[] = "Wine 8 does not check the signer's extended key usage";
@@ -249,15 +245,12 @@ TEST_P(DetailsTest, SignerProgramAndTimeStamp) {
     pf::SignatureDetails details;
     ASSERT_TRUE(pf::ReadSignatureDetails(Fixture(c.file), &details));
     EXPECT_TRUE(details.opened);
-    // osslsigncode writes the name as an ASCII string; Wine's decoder reads
-    // every program name as UTF-16, two bytes a character (the odd last one
-    // dropped).
+    // Wine reads osslsigncode's ASCII program name as UTF-16.
     const std::wstring misread = L"\u515A\u454B\u6974\u2054\u6573\u7420\u5072\u6F67\u7261";
     EXPECT_TRUE(details.hasProgramName);
     EXPECT_TRUE(details.programName == kProgramName ||
                 (UnderWine() && details.programName == misread))
         << base::WideToUTF8(details.programName);
-    // osslsigncode writes its link as the more-info link, of the URL kind.
     EXPECT_TRUE(details.hasMoreInfoLink);
     EXPECT_EQ(details.moreInfoLink, L"https://example.com/qzekit/test-program");
     EXPECT_FALSE(details.hasPublisherLink);
@@ -276,10 +269,8 @@ TEST_P(DetailsTest, SignerProgramAndTimeStamp) {
     EXPECT_EQ(details.timestampCertificate.subjectName, L"QZEKit Test Time Stamping");
     EXPECT_EQ(details.timestampCertificate.issuerName, kRootName);
     EXPECT_EQ(details.timestampCertificate.serialNumber, StoredSerial("7E00000000000002"));
-    // The local server that time-stamped the fixture recorded the time in
-    // UTC, as "YYYY-MM-DD HH:MM". The zone's rule for that date, where the
-    // kit takes the present bias: the two differ only across a daylight-
-    // saving change between the build and the test.
+    // timestamp.txt holds the stamp's UTC time as "YYYY-MM-DD HH:MM"; this
+    // fails only across a daylight-saving change between build and test.
     std::ifstream in(fs::path(Fixture("timestamp.txt")));
     SYSTEMTIME utc = {};
     char dash1 = 0, dash2 = 0, colon = 0;

@@ -68,16 +68,6 @@ protected:
     }
 };
 
-std::string ReadAll(pf::FileHandle file) {
-    std::string out;
-    char buf[3];  // small, so that reads come in several pieces
-    long long n;
-    while ((n = pf::ReadFromFile(file, buf, sizeof buf)) > 0) {
-        out.append(buf, static_cast<size_t>(n));
-    }
-    return n == 0 ? out : "read error";
-}
-
 TEST_F(PlatformTest, ExecutablePathNamesThisProgramUnlessOverridden) {
     std::wstring real = pf::ExecutablePath();
     ASSERT_TRUE(fs::path(real).is_absolute());
@@ -113,7 +103,14 @@ TEST_F(PlatformTest, FilesExistAndReadWholeByEitherSeparator) {
             pf::FileHandle handle = pf::OpenFileForRead(path);
             ASSERT_EQ(handle != nullptr, c.reads);
             if (handle) {
-                EXPECT_EQ(ReadAll(handle), bytes);
+                std::string read;
+                char buf[3];  // small, so that reads come in several pieces
+                long long n;
+                while ((n = pf::ReadFromFile(handle, buf, sizeof buf)) > 0) {
+                    read.append(buf, static_cast<size_t>(n));
+                }
+                EXPECT_EQ(n, 0);
+                EXPECT_EQ(read, bytes);
                 pf::CloseFile(handle);
             } else {
                 EXPECT_NE(pf::LastError(), 0u);
@@ -201,11 +198,9 @@ std::string ElfHeader(unsigned char elfClass, unsigned char machine) {
 // A library that fails to open, and the code a Windows host would see.
 struct OpenFailure {
     const char* name;
-    // Prepares the case in a fresh folder; returns the library to open.
-    fs::path (*prepare)(const fs::path& dir);
+    fs::path (*prepare)(const fs::path& dir);  // returns the library to open
     uint32_t code;
-    // Why Wine answers otherwise than Windows, where it does.
-    const char* wineDiffers;
+    const char* wineDiffers;  // why Wine answers otherwise, where it does
 };
 
 void PrintTo(const OpenFailure& c, std::ostream* os) {
@@ -248,12 +243,11 @@ const OpenFailure kOpenFailures[] = {
     {"ElfOfTheOtherClass",
      [](const fs::path& d) { return Write(d / "e.so", ElfHeader(sizeof(void*) == 8 ? 1 : 2, 62)); },
      kBadExeFormat, nullptr},
-    // Taken by glibc for a missing file, though the file is there.
+    // glibc takes this for a missing file.
     {"ElfForAnotherMachine",
      [](const fs::path& d) { return Write(d / "e.so", ElfHeader(sizeof(void*) == 8 ? 2 : 1, 43)); },
      kBadExeFormat, nullptr},
-    // Cut inside its loaded segments, a library would still be mapped by
-    // glibc and end the process on the first touch past the end.
+    // glibc would map it and crash on the first touch past the end.
     {"TruncatedLibrary",
      [](const fs::path& d) {
          const fs::path cut = d / (std::string("cut") + kLibrarySuffix);
@@ -355,9 +349,8 @@ TEST_F(PlatformTest, InjectedFailuresCountDownAndReportTheirCode) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(static_cast<int>(c.op));
-        // Each call as "1" for success: two failures with their code,
-        // failures until cleared, two calls let through before one fails,
-        // and clearing drops calls still to be let through.
+        // "1" per success: two failures with their code, failures until
+        // cleared, two let through before one fails, clearing drops those.
         std::string runs;
         auto call = [&](int times) {
             for (int i = 0; i < times; ++i) {

@@ -39,9 +39,7 @@ TEST(QzekitLibraryProbe, ReadsTheNamesFromLinuxLoaderMessages) {
 // The first bytes of an ELF file: class, byte order and machine.
 std::string Elf(char elfClass, char order, unsigned machine) {
     std::string image(64, '\0');
-    image.replace(0, 4,
-                  "\x7f"
-                  "ELF");
+    image.replace(0, 4, "\177ELF");
     image[4] = elfClass;
     image[5] = order;
     image[order == 1 ? 18 : 19] = static_cast<char>(machine & 0xff);

@@ -61,8 +61,7 @@ std::vector<std::string> Lint(const Installation& install, std::vector<std::stri
 
 TEST(QzekitLint, EachBrokenElementGivesItsFinding) {
     struct Case {
-        // Files below the host folder and what replaces them; "<remove>"
-        // removes one.
+        // Files below the host folder and their new bytes, or "<remove>".
         std::vector<std::pair<std::string, std::string>> files;
         std::string expected;  // the whole output
         std::vector<std::string> options = {};
@@ -159,8 +158,7 @@ TEST(QzekitLint, EachBrokenElementGivesItsFinding) {
          "extensions/a/manifest.json: extensionPoints[0].extensions[2]: id \"e1\" again in "
          "extension point \"host.menu\": the kit keeps the first (extensions/a/manifest.json: "
          "extensionPoints[0].extensions[0]) and drops this one\n"},
-        // Too new for the host: its point is out of force, so the mapping
-        // entry of "host.menu" is not looked at either.
+        // Too new for the host: nothing else of it is looked at.
         {{{"extensions/a/manifest.json", BundleA(R"([{"id": "e1"}, {"id": "e1"}])")}},
          "extensions/a/manifest.json: foundationVersion: \"3.0\" is above the foundation 2.9.9: "
          "the kit keeps the bundle but none of its extensions\n",
@@ -205,8 +203,7 @@ TEST(QzekitLint, CleanEncryptedAndJson) {
     EXPECT_EQ(RunTool(Lint(install, {"--json", "--foundation", "3.0.0"})).out,
               "{\"findings\": []}\n");
 
-    // Encrypted with the host's key; blanks fill the last block and stay in
-    // the text, as the kit leaves them.
+    // Encrypted; blanks fill the last block, as the kit leaves them.
     const std::string key = "0123456789abcdef0123456789ABCDEF";
     std::string plain = GoodConfig();
     plain.append((16 - plain.size() % 16) % 16, ' ');

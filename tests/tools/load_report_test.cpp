@@ -37,20 +37,17 @@ std::string ForeignHeader() {
     image[0x85] = '\x50';
 #else
     std::string image(64, '\0');
-    image.replace(0, 4,
-                  "\x7f"
-                  "ELF");
-    image[4] = 2;        // 64-bit
-    image[5] = 1;        // little-endian
-    image[6] = 1;        // version
-    image[16] = 3;       // shared object
-    image[18] = '\xf3';  // e_machine 243
+    image.replace(0, 4, "\177ELF");
+    // 64-bit, little-endian, version 1, a shared object, e_machine 243.
+    image[4] = 2;
+    image[5] = image[6] = 1;
+    image[16] = 3;
+    image[18] = '\xf3';
 #endif
     return image;
 }
 
-// One bundle "b" whose manifest names bin/main.<suffix> and `classId`, and a
-// config.json that switches "core" and one feature on.
+// Bundle "b" with bin/main.<suffix> and `classId`; "core" and one feature on.
 void WriteInstallation(const Installation& install, const std::vector<BinFile>& bin,
                        const std::string& classId, const std::string& foundation = "") {
     install.WriteMapping("{}");
@@ -176,8 +173,7 @@ TEST(QzekitInspect, JsonAndSettings) {
     EXPECT_TRUE(bundle->GetBoolean("loaded", &loaded) && loaded);
     EXPECT_TRUE(bundle->GetBoolean("foundationFits", &fits) && !fits);
 
-    // A folder that is no installation: the kit's log says only that the load
-    // failed.
+    // A folder that is no installation.
     ToolRun bare = RunTool({"inspect", install.RootText() + "/extensions"});
     EXPECT_EQ(bare.status, 1);
     EXPECT_NE(bare.out.find("Load: failed: extension_adapter_mapping.json is missing"),

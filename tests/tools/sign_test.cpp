@@ -76,8 +76,7 @@ TEST(QzekitVerify, RefusesABundleItCannotCheck) {
 
 #if !defined(_WIN32)
 
-// The test certificates. OpenSSL reads the trust store's paths once, at the
-// kit's first signature check, which no other test of this program makes.
+// OpenSSL reads the trust store's paths once, at the kit's first check.
 const TestPki& Pki() {
     struct Holder {
         Holder() {
@@ -97,8 +96,7 @@ std::vector<std::string> SignArguments(const fs::path& library, const Identity& 
             "--key", U8(signer.keyPath), "--chain", U8(Pki().intermediate.certPath)};
 }
 
-// Every way to a signer's name, each signed by the tool and read back by the
-// kit.
+// Every way to a signer's name, signed by the tool and read back by the kit.
 TEST(QzekitSign, AppendedSignatureGivesTheTextsTheKitAccepts) {
     TempDir dir;
     struct Row {
@@ -245,8 +243,6 @@ TEST(QzekitVerify, ReportsTheKitsChecksAndVerdict) {
     }
 }
 
-// Signs a copy of a PE file with osslsigncode, as a Linux build does for
-// Windows bundles.
 void Osslsigncode(const fs::path& in, const fs::path& out, const Identity& signer) {
     const std::string command = "osslsigncode sign -certs '" + signer.certPath.string() +
                                 "' -key '" + signer.keyPath.string() + "' -h sha256 -in '" +
@@ -255,8 +251,7 @@ void Osslsigncode(const fs::path& in, const fs::path& out, const Identity& signe
         << "osslsigncode failed or is missing (Debian: apt-get install osslsigncode): " << command;
 }
 
-// The smallest PE32+ DLL that signing tools take: headers and one section
-// holding one "ret".
+// The smallest PE32+ DLL that signing tools take: one section, one "ret".
 std::string MinimalPe() {
     std::string pe(0x400, '\0');
     struct Field {
@@ -269,8 +264,7 @@ std::string MinimalPe() {
         // DOS header pointing at "PE\0\0"; file header: x64, one section, a DLL.
         {0x00, 0x5A4D, 2}, {0x3C, 0x40, 4}, {0x40, 0x4550, 4}, {0x44, 0x8664, 2}, {0x46, 1, 2},
         {0x54, 240, 2}, {0x56, 0x2022, 2},
-        // PE32+ optional header: code, image base, alignments, versions,
-        // sizes, GUI subsystem, stack and heap, 16 data directories.
+        // PE32+ optional header, 16 data directories.
         {0x58, 0x20B, 2}, {0x5C, 0x200, 4}, {0x6C, 0x1000, 4}, {0x70, 0x180000000ULL, 8},
         {0x78, 0x1000, 4}, {0x7C, 0x200, 4}, {0x80, 6, 2}, {0x88, 6, 2}, {0x90, 0x2000, 4},
         {0x94, 0x200, 4}, {0x9C, 2, 2}, {0xA0, 0x100000, 8}, {0xA8, 0x1000, 8},
@@ -298,8 +292,7 @@ TEST(QzekitSign, WindowsLibraryGivesItsSignersTexts) {
     const fs::path unicodePe = dir.path() / "unicode.dll";
     Osslsigncode(unsignedPe, signedPe, pki.signer);
     Osslsigncode(unsignedPe, unicodePe, pki.nonAscii);
-    // Damaged copies: the certificate table (at the end, where the header's
-    // security directory says) cut short, and its signature overwritten.
+    // Damaged copies: the certificate table cut short, its signature garbled.
     const std::string signedBytes = ReadBytes(signedPe);
     ASSERT_EQ(signedBytes.substr(0xE8, 4), std::string("\0\4\0\0", 4));
     const fs::path cut = dir.path() / "cut.dll";
@@ -360,8 +353,7 @@ fs::path Fixture(const char* name) {
     return fs::u8path(QZEKIT_TEST_BIN_DIR) / "test_signing" / name;
 }
 
-// The tool's own reading of a signature gives what the kit reads through
-// the system's CryptoAPI.
+// The tool's reading of a signature matches the kit's, through CryptoAPI.
 TEST(QzekitSign, WindowsLibraryTextsAreTheKitsOwn) {
     for (const char* name :
          {"signed_sha256.dll", "signed_sha1.dll", "signed_unicode.dll", "timestamped_sha1.dll"}) {

@@ -10,9 +10,7 @@
 namespace qzetest {
 namespace {
 
-// Usage errors exit with 2 and print nothing to stdout; help exits with 0
-// and shows an example. `printed` is part of stdout, or of stderr when the
-// run fails.
+// `printed` is part of stdout, or of stderr when the run fails.
 TEST(QzekitTool, HashUsageAndHelp) {
     TempDir dir;
     const std::string d = dir.path().u8string();

@@ -26,7 +26,6 @@ TEST(UrlParserTest, SplitsUrlsAndStopsWhereAPartIsMissing) {
     EXPECT_EQ(Parts("  proto://a.b:8080/c/d?x=1&y=2#f"), "proto|a.b|8080|/c/d|x=1&y=2|f");
     EXPECT_EQ(Parts("http://h/p?q#frag  "), "http|h||/p|q|frag  ");
     EXPECT_EQ(Parts("a.b/c"), "|||||");
-    EXPECT_EQ(Parts(""), "|||||");
     EXPECT_EQ(Parts("mailto:x"), "mailto|||||");
     EXPECT_EQ(Parts("a:/b"), "a|||||");
     EXPECT_EQ(Parts("proto://"), "proto|||||");

@@ -1,8 +1,5 @@
 #pragma once
 
-// Where the test component libraries are, and what the loader writes to the
-// debugger channel.
-
 #include <algorithm>
 #include <mutex>
 #include <string>
@@ -13,12 +10,11 @@
 
 namespace qzetest {
 
-// The folder of the test libraries, below the build's bin directory.
 inline std::string TestPluginDir() {
     return std::string(QZEKIT_TEST_BIN_DIR) + "/test_plugins";
 }
 
-// Full wide path of a test library, from its name without suffix.
+// A test library by its name without suffix.
 inline std::wstring TestPluginPath(const std::string& name) {
 #if defined(_WIN32)
     return base::UTF8ToWide(TestPluginDir() + "/" + name + ".dll");
@@ -27,9 +23,7 @@ inline std::wstring TestPluginPath(const std::string& name) {
 #endif
 }
 
-// Calls a `long ()` export of a test library through a handle of its own,
-// so that the answer comes from the copy the loader has open (if any).
-// Returns -1 when the library or the export can't be found.
+// Calls a `long ()` export of the copy the loader has open; -1 if none.
 inline long CallCountExport(const std::wstring& path, const char* name) {
     namespace platform = qzextensionkit::platform;
     platform::LibraryHandle handle = platform::OpenLibrary(path.c_str());
@@ -42,8 +36,7 @@ inline long CallCountExport(const std::wstring& path, const char* name) {
     return result;
 }
 
-// Collects DebugOutput text while alive. Calls are what each call of
-// DebugOutput passed; Lines joins them up to each "\n".
+// Collects DebugOutput text while alive, per call or joined into lines.
 class DebugCapture {
 public:
     DebugCapture() {
