@@ -1,7 +1,9 @@
 #include "base/values.h"
 
+#include <atomic>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -14,35 +16,124 @@ namespace base {
 
 namespace {
 
-// Sizes 16, 24, ..., 80: every node class of the tree and the entries of
-// dictionaries, on 64-bit targets.
-constexpr std::size_t kPoolGrain = 8;
-constexpr std::size_t kPoolMin = 16;
-constexpr std::size_t kPoolMax = 80;
-constexpr std::size_t kPoolClasses = (kPoolMax - kPoolMin) / kPoolGrain + 1;
-constexpr std::size_t kChunkBytes = 16 * 1024;
+// Small blocks (every node class, dictionary entries, short lists) are cut
+// one after another from 32 KB chunks, which are aligned to their size so
+// that a block finds its chunk by masking its address. A chunk goes back to
+// the heap when its last block is freed: the memory a freed tree leaves is
+// what the next allocation, ours or anyone's, takes while it is still in
+// the cache, and the blocks of one tree lie side by side.
+constexpr std::size_t kChunkBytes = 32 * 1024;
+constexpr std::size_t kBlockAlign = 8;
+constexpr std::size_t kMaxBlock = 256;
 
-struct FreeSlot {
-    FreeSlot* next;
+struct Chunk {
+    // Blocks handed out minus blocks freed, where the blocks handed out
+    // are added once, when the chunk stops handing out. So it reaches zero
+    // exactly once, after both, and whoever takes it there frees the chunk.
+    std::atomic<std::int64_t> balance{0};
+    // Every live chunk is on one list, so that memory checkers see it held.
+    Chunk* prev = nullptr;
+    Chunk* next = nullptr;
 };
 
-// Plain pointers only, so the per-thread block needs no constructor or
+constexpr std::size_t kHeaderBytes = (sizeof(Chunk) + kBlockAlign - 1) & ~(kBlockAlign - 1);
+
+// Plain data only, so the per-thread block needs no constructor or
 // destructor to run. Its few bytes fit the static TLS reserve, which spares
 // a call on every allocation.
+struct ThreadPool {
+    char* next;
+    char* end;
+    Chunk* current;
+    std::int64_t handed;
+    // Frees are counted here while they fall in one chunk, and subtracted
+    // from it in one step: a tree is mostly freed chunk by chunk.
+    Chunk* freed_chunk;
+    std::int64_t freed;
+    bool exit_hooked;
+};
+
 #if defined(__GNUC__) && !defined(_WIN32)
 __attribute__((tls_model("initial-exec")))
 #endif
-thread_local FreeSlot* t_free_slots[kPoolClasses];
+thread_local ThreadPool t_pool;
 
-// Chunks stay reachable from here for the life of the process.
 std::mutex& ChunkMutex() {
     static std::mutex* mutex = new std::mutex();
     return *mutex;
 }
 
-std::vector<void*>& Chunks() {
-    static std::vector<void*>* chunks = new std::vector<void*>();
-    return *chunks;
+Chunk* g_chunks = nullptr;
+std::size_t g_chunk_count = 0;
+
+void ReleaseChunk(Chunk* chunk) {
+    {
+        std::lock_guard<std::mutex> lock(ChunkMutex());
+        (chunk->prev ? chunk->prev->next : g_chunks) = chunk->next;
+        if (chunk->next) {
+            chunk->next->prev = chunk->prev;
+        }
+        --g_chunk_count;
+    }
+    chunk->~Chunk();
+    ::operator delete(static_cast<void*>(chunk), std::align_val_t(kChunkBytes));
+}
+
+void Settle(Chunk* chunk, std::int64_t delta) {
+    if (chunk->balance.fetch_add(delta, std::memory_order_acq_rel) + delta == 0) {
+        ReleaseChunk(chunk);
+    }
+}
+
+void FlushFrees(ThreadPool& pool) {
+    if (pool.freed_chunk) {
+        Chunk* chunk = pool.freed_chunk;
+        pool.freed_chunk = nullptr;
+        Settle(chunk, -pool.freed);
+        pool.freed = 0;
+    }
+}
+
+void RetireCurrent(ThreadPool& pool) {
+    if (pool.current) {
+        Chunk* chunk = pool.current;
+        pool.current = nullptr;
+        pool.next = pool.end = nullptr;
+        Settle(chunk, pool.handed);
+    }
+}
+
+// A thread that ends gives up its chunk and its uncounted frees, so that
+// nothing stays held for it.
+struct ThreadExit {
+    ~ThreadExit() {
+        FlushFrees(t_pool);
+        RetireCurrent(t_pool);
+    }
+};
+
+void TakeChunk(ThreadPool& pool) {
+    FlushFrees(pool);
+    RetireCurrent(pool);
+    auto* chunk = new (::operator new(kChunkBytes, std::align_val_t(kChunkBytes))) Chunk();
+    {
+        std::lock_guard<std::mutex> lock(ChunkMutex());
+        chunk->next = g_chunks;
+        if (g_chunks) {
+            g_chunks->prev = chunk;
+        }
+        g_chunks = chunk;
+        ++g_chunk_count;
+    }
+    pool.current = chunk;
+    pool.next = reinterpret_cast<char*>(chunk) + kHeaderBytes;
+    pool.end = reinterpret_cast<char*>(chunk) + kChunkBytes;
+    pool.handed = 0;
+    if (!pool.exit_hooked) {
+        pool.exit_hooked = true;
+        static thread_local ThreadExit exit_hook;
+        (void)exit_hook;
+    }
 }
 
 // Under AddressSanitizer every block goes to the general heap, so that a
@@ -60,22 +151,7 @@ constexpr bool kUsePool = true;
 #endif
 
 bool InPool(std::size_t size) {
-    return kUsePool && size >= kPoolMin && size <= kPoolMax && size % kPoolGrain == 0;
-}
-
-FreeSlot* Refill(std::size_t size) {
-    char* chunk = static_cast<char*>(::operator new(kChunkBytes));
-    {
-        std::lock_guard<std::mutex> lock(ChunkMutex());
-        Chunks().push_back(chunk);
-    }
-    const std::size_t count = kChunkBytes / size;
-    for (std::size_t i = 0; i + 1 < count; ++i) {
-        reinterpret_cast<FreeSlot*>(chunk + i * size)->next =
-            reinterpret_cast<FreeSlot*>(chunk + (i + 1) * size);
-    }
-    reinterpret_cast<FreeSlot*>(chunk + (count - 1) * size)->next = nullptr;
-    return reinterpret_cast<FreeSlot*>(chunk);
+    return kUsePool && size <= kMaxBlock;
 }
 
 }  // namespace
@@ -86,20 +162,15 @@ void* AllocateSmallBlock(std::size_t size) {
     if (!InPool(size)) {
         return ::operator new(size);
     }
-    FreeSlot*& head = t_free_slots[(size - kPoolMin) / kPoolGrain];
-    if (head == nullptr) {
-        head = Refill(size);
+    size = (size + kBlockAlign - 1) & ~(kBlockAlign - 1);
+    ThreadPool& pool = t_pool;
+    if (static_cast<std::size_t>(pool.end - pool.next) < size) {
+        TakeChunk(pool);
     }
-    FreeSlot* slot = head;
-    head = slot->next;
-#if defined(__GNUC__)
-    // The list is a chain of loads; start the next one while this block is
-    // filled in.
-    if (head != nullptr) {
-        __builtin_prefetch(head, 1);
-    }
-#endif
-    return slot;
+    void* block = pool.next;
+    pool.next += size;
+    ++pool.handed;
+    return block;
 }
 
 void FreeSmallBlock(void* p, std::size_t size) {
@@ -110,10 +181,19 @@ void FreeSmallBlock(void* p, std::size_t size) {
         ::operator delete(p);
         return;
     }
-    FreeSlot*& head = t_free_slots[(size - kPoolMin) / kPoolGrain];
-    auto* slot = static_cast<FreeSlot*>(p);
-    slot->next = head;
-    head = slot;
+    auto* chunk = reinterpret_cast<Chunk*>(reinterpret_cast<std::uintptr_t>(p) &
+                                           ~static_cast<std::uintptr_t>(kChunkBytes - 1));
+    ThreadPool& pool = t_pool;
+    if (chunk != pool.freed_chunk) {
+        FlushFrees(pool);
+        pool.freed_chunk = chunk;
+    }
+    ++pool.freed;
+}
+
+std::size_t CountPoolChunks() {
+    std::lock_guard<std::mutex> lock(ChunkMutex());
+    return g_chunk_count;
 }
 
 }  // namespace internal

@@ -28,10 +28,12 @@ namespace internal {
 
 struct TextBorrowing;
 
-// Small blocks from the same per-thread free lists as the nodes; used for
-// the entries of dictionaries.
+// Small blocks from the same per-thread chunks as the nodes; used for the
+// entries of dictionaries and the storage of lists.
 QZEKIT_EXPORT void* AllocateSmallBlock(std::size_t size);
 QZEKIT_EXPORT void FreeSmallBlock(void* p, std::size_t size);
+// Chunks the pool holds now, for tests.
+QZEKIT_EXPORT std::size_t CountPoolChunks();
 
 template <typename T>
 struct SmallBlockAllocator {
@@ -109,9 +111,9 @@ public:
 
     std::unique_ptr<Value> CreateDeepCopy() const;
 
-    // Parsed trees are many small nodes: nodes of the common sizes come
-    // from per-thread free lists instead of the general heap. Memory of
-    // those lists is kept for reuse, not returned.
+    // Parsed trees are many small nodes: nodes come from per-thread chunks
+    // instead of the general heap, and a chunk goes back to the heap when
+    // its last node is freed.
     static void* operator new(std::size_t size);
     static void operator delete(void* p, std::size_t size);
 
