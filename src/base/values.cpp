@@ -104,13 +104,17 @@ void RetireCurrent(ThreadPool& pool) {
 }
 
 // A thread that ends gives up its chunk and its uncounted frees, so that
-// nothing stays held for it.
+// nothing stays held for it. Not with MinGW: there a thread's storage may be
+// gone before such destructors run, so a thread that ends leaves up to two
+// chunks held.
+#if !defined(_WIN32)
 struct ThreadExit {
     ~ThreadExit() {
         FlushFrees(t_pool);
         RetireCurrent(t_pool);
     }
 };
+#endif
 
 void TakeChunk(ThreadPool& pool) {
     FlushFrees(pool);
@@ -129,11 +133,13 @@ void TakeChunk(ThreadPool& pool) {
     pool.next = reinterpret_cast<char*>(chunk) + kHeaderBytes;
     pool.end = reinterpret_cast<char*>(chunk) + kChunkBytes;
     pool.handed = 0;
+#if !defined(_WIN32)
     if (!pool.exit_hooked) {
         pool.exit_hooked = true;
         static thread_local ThreadExit exit_hook;
         (void)exit_hook;
     }
+#endif
 }
 
 // Under AddressSanitizer every block goes to the general heap, so that a
