@@ -78,11 +78,6 @@ protected:
     void Remove(const char* name, int type, const QZNotificationSource& source) {
         service->RemoveObserver(Obs(name), type, source);
     }
-    void On7A(std::initializer_list<const char*> names) {
-        for (const char* name : names) {
-            Add(name, 7, kA);
-        }
-    }
     int Slots(int type, const QZNotificationSource& source) {
         return QZNotificationServiceTestPeer::Slots(service.Get(), type, source.map_key());
     }
@@ -142,58 +137,47 @@ TEST_F(NotificationTest, DispatchWalksTheFourListsInOrder) {
 }
 
 TEST_F(NotificationTest, WhatAnObserverMayDoDuringObserve) {
+    // The first call of "a" notifies the same list again, later ones remove "a" and "b".
+    auto nested = [this] {
+        if (Obs("a")->count == 1) {
+            return service->Notify(7, kA, IQZNotificationService::NoParams());
+        }
+        Remove("a", 7, kA), Remove("b", 7, kA);
+    };
     const struct {
         const char* what;
-        std::function<void()> setUp;
+        std::function<void()> actionOfA;
+        std::vector<const char*> on7A;
         Calls first, second;
         int slotsAfter;
     } cases[] = {
         {"removes itself",
-         [this] {
-             Obs("a")->action = [this] { Remove("a", 7, kA); };
-             On7A({"a", "b", "c"});
-         },
+         [this] { Remove("a", 7, kA); },
+         {"a", "b", "c"},
          {"a", "b", "c"},
          {"b", "c"},
          2},
         {"adds to the same list: reached by this walk",
-         [this] {
-             Obs("a")->action = [this] { Add("d", 7, kA); };
-             On7A({"a", "b"});
-         },
+         [this] { Add("d", 7, kA); },
+         {"a", "b"},
          {"a", "b", "d"},
          {"a", "b", "d"},
          3},
-        {"adds to a list an earlier step walked: reached from the next Notify",
-         [this] {
-             Obs("a")->action = [this] { Add("d", 0, kAll); };
-             On7A({"a"});
-         },
+        {"adds to a list walked before: reached from the next Notify",
+         [this] { Add("d", 0, kAll); },
+         {"a"},
          {"a"},
          {"d", "a"},
          1},
         {"removes the last observer: an empty list stays",
-         [this] {
-             Obs("a")->action = [this] { Remove("a", 7, kA); };
-             On7A({"a"});
-         },
+         [this] { Remove("a", 7, kA); },
+         {"a"},
          {"a"},
          {},
          0},
-        {"nested Notify on the same list: removals inside, behind and ahead, are kept by the "
-         "outer walk",
-         [this] {
-             Named* a = Obs("a");
-             a->action = [this, a] {
-                 if (a->count == 1) {
-                     service->Notify(7, kA, IQZNotificationService::NoParams());
-                 } else {
-                     Remove("a", 7, kA);
-                     Remove("b", 7, kA);
-                 }
-             };
-             On7A({"a", "b", "c"});
-         },
+        {"nested Notify: removals inside, behind and ahead, are kept by the outer walk",
+         nested,
+         {"a", "b", "c"},
          {"a", "a", "c", "c"},
          {"c"},
          1},
@@ -201,7 +185,10 @@ TEST_F(NotificationTest, WhatAnObserverMayDoDuringObserve) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         Reset();
-        c.setUp();
+        Obs("a")->action = c.actionOfA;
+        for (const char* name : c.on7A) {
+            Add(name, 7, kA);
+        }
         EXPECT_EQ(Notify(7, kA), c.first);
         EXPECT_EQ(Slots(7, kA), c.slotsAfter);
         EXPECT_EQ(Notify(7, kA), c.second);
