@@ -12,10 +12,10 @@ class RoutesTest : public KitHost {};
 constexpr const char kRegisteredClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D01}";
 
 Ext Full(const std::string& id, const std::string& clsid, const std::string& settings) {
-    return Ext(id, clsid, false,
+    return Ext{id, clsid, false,
                R"("unifiedId": "u", "payloads": {"title": "T", "color": "C"},
                   "constraints": [{"key": "os", "value": ["win", "mac"]}], "settingMap": {)" +
-                   settings + "}");
+                   settings + "}"};
 }
 
 TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
