@@ -66,7 +66,8 @@ protected:
         Lines out;
         for (auto& line : log->lines) {
             EXPECT_EQ(line.first, 0);
-            out.push_back(line.second.substr(line.second.rfind(kPrefix, 0) == 0 ? 33 : 0));
+            out.push_back(
+                line.second.substr(line.second.rfind(kPrefix, 0) == 0 ? sizeof(kPrefix) - 1 : 0));
         }
         log->Clear();
         return out;
