@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "common/capture_logger.h"
@@ -8,6 +7,9 @@ namespace qzextensionkit {
 
 class QZExtensionManagerTestPeer {
 public:
+    static std::shared_ptr<IQZExtensionManager> GetImpl() {
+        return QZExtensionManager::GetInstance()->GetImpl();
+    }
     static void SetImpl(const std::shared_ptr<IQZExtensionManager>& impl) {
         QZExtensionManager::GetInstance()->SetImpl(impl);
     }
@@ -15,60 +17,25 @@ public:
 
 namespace {
 
-class FakeExtensionManager : public IQZExtensionManager {
-public:
-    void SetFoundationVersion(const std::string&) override {}
-    bool Load() override { return true; }
-    bool Unload() override { return true; }
-    bool GetExtension(const std::string&, void**) override { return true; }
-    bool GetExtensionList(const std::string&, std::vector<void*>&) override { return true; }
-    bool GetExtensionById(const std::string&, void**) override { return true; }
-    bool RegisterExtension(const ExtensionCreator&, const std::string&, bool) override {
-        return true;
-    }
-    bool unRegisterExtension(const std::string&) override { return true; }
-    bool GetLibFileVerifyEnable() override { return true; }
-    void SetLibFileVerifyEnable(bool) override {}
-    bool GetSignVerifyEnable() override { return true; }
-    void SetSignVerifyEnable(bool) override {}
-    bool SetSecKey(const std::string&) override { return true; }
-    bool SetDebugModeEnable(bool) override { return true; }
-    void SetFetchExtensionAuthInfoCallback(const FetchExtensionAuthInfoCallback&) override {}
-};
+using Peer = QZExtensionManagerTestPeer;
 
-class ExtensionManagerFacade : public ::testing::Test {
-protected:
-    void SetUp() override {
-        facade = QZExtensionManager::GetInstance();
-        facade->UnInitialize();
-        log = qzetest::CaptureLog();
-    }
-    void TearDown() override { facade->UnInitialize(); }
-
-    QZExtensionManager* facade = nullptr;
-    std::shared_ptr<qzetest::CapturedLines> log;
-};
-
-TEST_F(ExtensionManagerFacade, EmptyFacadeLogsEachOperationsMessageAtLevelZeroAndFails) {
+TEST(ExtensionManagerFacade, EmptyFacadeLogsEachOperationsMessageAtLevelZeroAndFails) {
+    QZExtensionManager* facade = QZExtensionManager::GetInstance();
+    facade->UnInitialize();
+    auto log = qzetest::CaptureLog();
     void* p = nullptr;
     std::vector<void*> list;
-    // Braced lists run left to right.
-    const bool results[] = {(facade->SetFoundationVersion("1.2.3"), false),
-                            facade->Load(),
-                            facade->Unload(),
-                            facade->GetExtension("p", &p),
-                            facade->GetExtensionList("p", list),
-                            facade->GetExtensionById("e", &p),
-                            facade->unRegisterExtension("c"),
-                            facade->RegisterExtension([](auto&&...) { return true; }, "c", true),
-                            facade->GetLibFileVerifyEnable(),
-                            (facade->SetLibFileVerifyEnable(true), false),
-                            facade->GetSignVerifyEnable(),
-                            (facade->SetSignVerifyEnable(true), false),
-                            facade->SetSecKey(std::string(32, 'k')),
-                            facade->SetDebugModeEnable(true),
-                            (facade->SetFetchExtensionAuthInfoCallback(nullptr), false)};
-    EXPECT_THAT(results, ::testing::Each(false));
+    const ExtensionCreator creator = [](auto&&...) { return true; };
+    // Each call runs, in order, while all fail.
+    EXPECT_FALSE(
+        (facade->SetFoundationVersion("1.2.3"), false) || facade->Load() || facade->Unload() ||
+        facade->GetExtension("p", &p) || facade->GetExtensionList("p", list) ||
+        facade->GetExtensionById("e", &p) || facade->unRegisterExtension("c") ||
+        facade->RegisterExtension(creator, "c", true) || facade->GetLibFileVerifyEnable() ||
+        (facade->SetLibFileVerifyEnable(true), false) || facade->GetSignVerifyEnable() ||
+        (facade->SetSignVerifyEnable(true), false) || facade->SetSecKey(std::string(32, 'k')) ||
+        facade->SetDebugModeEnable(true) ||
+        (facade->SetFetchExtensionAuthInfoCallback(nullptr), false));
     std::vector<std::pair<int, std::string>> want;
     for (const char* what :
          {"set foundation version (1.2.3)", "load", "unload", "get extension by extension point id",
@@ -78,25 +45,24 @@ TEST_F(ExtensionManagerFacade, EmptyFacadeLogsEachOperationsMessageAtLevelZeroAn
                                  " failed, because of extension manager impl is null");
     }
     // The seven settings after it share the registration message.
-    const auto shared = want.back();
-    want.insert(want.end(), 7, shared);
+    want.insert(want.end(), 7, want.back());
     EXPECT_EQ(log->lines, want);
 }
 
-TEST_F(ExtensionManagerFacade, EmptyInitializeClearsAndEmptySetImplKeeps) {
-    auto impl = std::make_shared<FakeExtensionManager>();
-    facade->Initialize(impl);
-    EXPECT_EQ(impl.use_count(), 2);
-    QZExtensionManagerTestPeer::SetImpl(nullptr);
-    EXPECT_TRUE(facade->Load());
-    facade->Initialize(nullptr);
-    EXPECT_FALSE(facade->Load());
-    EXPECT_EQ(impl.use_count(), 1);
-    QZExtensionManagerTestPeer::SetImpl(impl);
-    EXPECT_TRUE(facade->Load());
-    facade->UnInitialize();
-    EXPECT_EQ(impl.use_count(), 1);
-    EXPECT_FALSE(facade->Load());
+TEST(ExtensionManagerFacade, EmptyInitializeClearsAndEmptySetImplKeeps) {
+    QZExtensionKit::InitSDK();
+    const std::shared_ptr<IQZExtensionManager> impl = Peer::GetImpl();
+    ASSERT_NE(impl, nullptr);
+    const long held = impl.use_count();  // with the facade's
+    Peer::SetImpl(nullptr);
+    EXPECT_EQ(Peer::GetImpl(), impl);
+    QZExtensionManager::GetInstance()->Initialize(nullptr);
+    EXPECT_EQ(impl.use_count(), held - 1);
+    Peer::SetImpl(impl);
+    EXPECT_EQ(impl.use_count(), held);
+    QZExtensionManager::GetInstance()->UnInitialize();
+    EXPECT_EQ(impl.use_count(), held - 1);
+    QZExtensionKit::InitSDK();
 }
 
 }  // namespace

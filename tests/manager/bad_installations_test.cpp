@@ -228,8 +228,8 @@ TEST_F(BadInstallationsTest, HugeManifestIsReadWhole) {
     AddGoodBundle(install);
     std::vector<Ext> exts;
     for (size_t bytes = 0; bytes < kManifestBytes; bytes += filler.size() + 90) {
-        exts.emplace_back("huge." + std::to_string(exts.size()), kProbeClass, false,
-                          R"("payloads": {"filler": ")" + filler + "\"}");
+        exts.push_back({"huge." + std::to_string(exts.size()), kProbeClass, false,
+                        R"("payloads": {"filler": ")" + filler + "\"}"});
     }
     const std::string manifest = BadManifest("bad", kMissingLibrary, "huge.point", exts);
     ASSERT_GE(manifest.size(), kManifestBytes);

@@ -12,10 +12,10 @@ class RoutesTest : public KitHost {};
 constexpr const char kRegisteredClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D01}";
 
 Ext Full(const std::string& id, const std::string& clsid, const std::string& settings) {
-    return Ext(id, clsid, false,
+    return Ext{id, clsid, false,
                R"("unifiedId": "u", "payloads": {"title": "T", "color": "C"},
                   "constraints": [{"key": "os", "value": ["win", "mac"]}], "settingMap": {)" +
-                   settings + "}");
+                   settings + "}"};
 }
 
 TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
@@ -35,36 +35,26 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
         "reg",
         Point("p.reg", kProbeIid, {Full("e4", kRegisteredClass, all + R"(, "openType": "tab")")}),
         "", nullptr);
-    std::vector<std::string> asked;
+    std::string asked;
     auto creator = [&asked](const std::string& iid, const std::string& classId, void** out) {
-        asked.push_back(iid + " " + classId);
+        asked += iid + " " + classId;
         return HostProbe(iid, out);
     };
     ASSERT_TRUE(kit()->RegisterExtension(creator, kRegisteredClass, false));
     // Registered and in a library: built from the library.
     ASSERT_TRUE(kit()->RegisterExtension(creator, kProbeClass, false));
     ASSERT_TRUE(Load());
-
-    const std::string library = std::string("dynamic library, class id:") + kProbeClass +
-                                ", iid:" + kProbeIid + ", singleton:false";
     struct Row {
         const char* point;
         const char* folder;
-        std::string route;
-        std::string idsAndLaunch;
-        uint32_t references;  // the registry route keeps one
-        std::vector<std::string> asked;
+        bool registry;  // which keeps a reference
+        std::string ids, launch;
     } const rows[] = {
-        {"p.lib", "lib", library, "ext=e1;unified=u;launch=pos,size,https://h/x,tab", 1, {}},
+        {"p.lib", "lib", false, "ext=e1;unified=u", "pos,size,https://h/x,tab"},
         // Launch parameters need both openType and host, whatever the rest holds.
-        {"p.notype", "lib", library, "ext=e2;unified=u;launch=,,,", 1, {}},
-        {"p.nohost", "lib", library, "ext=e3;unified=u;launch=,,,", 1, {}},
-        {"p.reg",
-         "reg",
-         std::string("registry, class id:") + kRegisteredClass + ", iid:" + kProbeIid,
-         "ext=;unified=;launch=,,,",
-         2,
-         {std::string(kProbeIid) + " " + kRegisteredClass}},
+        {"p.notype", "lib", false, "ext=e2;unified=u", ",,,"},
+        {"p.nohost", "lib", false, "ext=e3;unified=u", ",,,"},
+        {"p.reg", "reg", true, "ext=;unified=", ",,,"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.point);
@@ -72,7 +62,12 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
         log->Clear();
         void* object = &object;
         ASSERT_TRUE(kit()->GetExtension(row.point, &object));
-        const std::string route = "create extension instance from " + row.route;
+        const std::string route =
+            std::string("create extension instance from ") +
+            (row.registry
+                 ? "registry, class id:" + std::string(kRegisteredClass) + ", iid:" + kProbeIid
+                 : "dynamic library, class id:" + std::string(kProbeClass) + ", iid:" + kProbeIid +
+                       ", singleton:false");
         EXPECT_EQ(
             ManagerLines(),
             (std::vector<std::string>{
@@ -81,19 +76,16 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
                 route.substr(0, route.find(',')) + " success",
                 "get extension list by extension point id success", "get extension list first item",
                 "get extension by extension point id success"}));
-        EXPECT_EQ(asked, row.asked);
+        EXPECT_EQ(asked, row.registry ? kProbeIid + std::string(" ") + kRegisteredClass : "");
         const std::string root = RootText(row.folder);
-        std::string seen = Probe(object)->Seen();
-        const size_t res = seen.find(";res="), launch = seen.find(";launch=");
-        EXPECT_EQ(seen.substr(0, res) + seen.substr(launch, seen.find(";title=") - launch),
-                  row.idsAndLaunch);
-        EXPECT_EQ(seen.substr(res, launch - res),
-                  ";res=" + root + "\\resources;bin=" + root + "\\bin");
-        EXPECT_EQ(seen.substr(seen.find(";title=")), ";title=T;color=C;os=win|mac");
+        EXPECT_EQ(Probe(object)->Seen(), row.ids + ";res=" + root + "\\resources;bin=" + root +
+                                             "\\bin;launch=" + row.launch +
+                                             ";title=T;color=C;os=win|mac");
         EXPECT_EQ(Probe(object)->Initializations(), 1);
-        EXPECT_EQ(RefCount(Probe(object)), row.references);
-        for (uint32_t i = 0; i < row.references; ++i) {
-            Probe(object)->Release();
+        EXPECT_EQ(RefCount(Probe(object)), row.registry ? 2u : 1u);
+        ReleaseObject(object);
+        if (row.registry) {
+            ReleaseObject(object);
         }
     }
     EXPECT_TRUE(NewObjects().empty());

@@ -11,6 +11,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
+// Records each call; every call answers `result`.
 class FakeConfiguration : public QZEConfigurationManagerImpl {
 public:
     std::vector<std::string> calls;
@@ -18,21 +19,17 @@ public:
     std::vector<Artifact*> artifacts;
     FetchExtensionAuthInfoCallback callback;
 
-    void SetFoundationVersion(const std::string& version) override {
-        calls.push_back("SetFoundationVersion " + version);
-    }
-    bool LoadAllExtensionInfos() override { return Note("LoadAllExtensionInfos"); }
-    bool UnloadAllExtensionInfos() override { return Note("UnloadAllExtensionInfos"); }
-    bool SetSecKey(const std::string& key) override { return Note("SetSecKey " + key); }
-    bool SetDebugModeEnable(bool enable) override {
-        return Note(std::string("SetDebugModeEnable ") + (enable ? "true" : "false"));
-    }
+    void SetFoundationVersion(const std::string& version) override { Note("version " + version); }
+    bool LoadAllExtensionInfos() override { return Note("load"); }
+    bool UnloadAllExtensionInfos() override { return Note("unload"); }
+    bool SetSecKey(const std::string& key) override { return Note("key " + key); }
+    bool SetDebugModeEnable(bool enable) override { return Note(enable ? "debug" : "no debug"); }
     void SetFetchExtensionAuthInfoCallback(const FetchExtensionAuthInfoCallback& c) override {
         callback = c;
-        Note("SetFetchExtensionAuthInfoCallback");
+        Note("callback");
     }
     void GetAllArtifacts(std::vector<Artifact*>& out) override {
-        Note("GetAllArtifacts");
+        Note("artifacts");
         out.insert(out.end(), artifacts.begin(), artifacts.end());
     }
     bool Note(const std::string& call) {
@@ -52,63 +49,36 @@ public:
     bool ComLoaderIsExist(const std::string&) override { return false; }
 };
 
-class ManagerWithFakes : public ::testing::Test {
-protected:
-    void SetUp() override {
-        QZExtensionKit::InitSDK();
-        QZEConfigurationManager::GetInstance()->Initialize(configuration);
-        QZEBundleManager::GetInstance()->Initialize(bundles);
-    }
-    void TearDown() override { QZExtensionKit::InitSDK(); }
-
-    std::shared_ptr<FakeConfiguration> configuration = std::make_shared<FakeConfiguration>();
-    std::shared_ptr<FakeBundles> bundles = std::make_shared<FakeBundles>();
+TEST(ManagerWithFakes, LoadOffersEveryArtifactAndTheSettingsReachTheConfiguration) {
+    QZExtensionKit::InitSDK();
+    auto configuration = std::make_shared<FakeConfiguration>();
+    auto bundles = std::make_shared<FakeBundles>();
+    QZEConfigurationManager::GetInstance()->Initialize(configuration);
+    QZEBundleManager::GetInstance()->Initialize(bundles);
     QZExtensionManager* kit = QZExtensionManager::GetInstance();
-};
-
-TEST_F(ManagerWithFakes, LoadReturnsTheRecordsResultAndOffersEveryArtifactThere) {
-    Artifact first(base::FilePath(L"a"));
-    Artifact second(base::FilePath(L"b"));
-    struct Row {
-        bool recordsLoaded;
-        std::vector<Artifact*> artifacts, offered;
-    } const rows[] = {
-        {true, {&first, nullptr, &second}, {&first, &second}},
-        {false, {&second, &first}, {&second, &first}},
-        {true, {}, {}},
-    };
-    for (const Row& row : rows) {
-        configuration->calls.clear();
-        configuration->result = row.recordsLoaded;
-        configuration->artifacts = row.artifacts;
-        bundles->offered.clear();
-        EXPECT_EQ(kit->Load(), row.recordsLoaded);
-        EXPECT_EQ(bundles->offered, row.offered);
-        EXPECT_THAT(configuration->calls, ElementsAre("LoadAllExtensionInfos", "GetAllArtifacts"));
-    }
-    configuration->calls.clear();
-    configuration->result = false;
-    EXPECT_FALSE(kit->Unload());
-    EXPECT_THAT(configuration->calls, ElementsAre("UnloadAllExtensionInfos"));
-}
-
-TEST_F(ManagerWithFakes, SettingsReachTheConfigurationAndTheirResultsComeBack) {
+    Artifact first(base::FilePath(L"a")), second(base::FilePath(L"b"));
+    // A failed bundle stops nothing; Load answers what the records did.
     for (bool result : {true, false}) {
-        configuration->result = result;
         configuration->calls.clear();
+        configuration->result = result;
+        configuration->artifacts = {&second, nullptr, &first};
+        bundles->offered.clear();
+        EXPECT_EQ(kit->Load(), result);
+        EXPECT_EQ(bundles->offered, (std::vector<Artifact*>{&second, &first}));
         kit->SetFoundationVersion("3.2.0");
-        EXPECT_EQ(kit->SetSecKey("key"), result);
+        EXPECT_EQ(kit->SetSecKey("k"), result);
         EXPECT_EQ(kit->SetDebugModeEnable(true), result);
+        EXPECT_EQ(kit->Unload(), result);
         std::vector<std::string> asked;
         kit->SetFetchExtensionAuthInfoCallback(
             [&asked](std::vector<std::string> ids, auto&&...) { asked = ids; });
-        EXPECT_THAT(configuration->calls,
-                    ElementsAre("SetFoundationVersion 3.2.0", "SetSecKey key",
-                                "SetDebugModeEnable true", "SetFetchExtensionAuthInfoCallback"));
+        EXPECT_THAT(configuration->calls, ElementsAre("load", "artifacts", "version 3.2.0", "key k",
+                                                      "debug", "unload", "callback"));
         ASSERT_TRUE(configuration->callback);
         configuration->callback({"bundle"}, nullptr, nullptr);
         EXPECT_EQ(asked, std::vector<std::string>{"bundle"});
     }
+    QZExtensionKit::InitSDK();
 }
 
 TEST(ManagerFacade, AfterUnInitializeCallsFailAndInitSdkBringsTheSameImplementationBack) {

@@ -43,28 +43,24 @@ TEST_F(VerificationTest, TheHostsSwitchesDecideWhatIsCheckedAndAFailedLibraryIsN
 
         EXPECT_TRUE(Load());
         const bool loaded = row.failure.empty();
-        std::string lastCheck;
+        std::string lastCheck;  // without its "[SignVerify] "
         bool failureLogged = false;
         for (const std::string& line : Lines()) {
             failureLogged = failureLogged || line == row.failure;
-            if (line.rfind("[SignVerify] ", 0) == 0) {
-                lastCheck = line.substr(13);
-            }
+            lastCheck = line.rfind("[SignVerify] ", 0) == 0 ? line.substr(13) : lastCheck;
         }
         EXPECT_EQ(failureLogged, !loaded);
-        EXPECT_EQ(lastCheck.size() < row.checksSay.size()
-                      ? lastCheck
-                      : lastCheck.substr(lastCheck.size() - row.checksSay.size()),
-                  row.checksSay);
-        EXPECT_EQ(lastCheck.empty(), row.checksSay.empty()) << lastCheck;
-
+        EXPECT_TRUE(lastCheck.size() >= row.checksSay.size() &&
+                    lastCheck.compare(lastCheck.size() - row.checksSay.size(), std::string::npos,
+                                      row.checksSay) == 0 &&
+                    lastCheck.empty() == row.checksSay.empty())
+            << lastCheck;
         log->Clear();
         void* object = nullptr;
         EXPECT_EQ(kit()->GetExtensionById(id, &object), loaded);
-        if (loaded) {
-            ASSERT_NE(object, nullptr);
-            EXPECT_EQ(Probe(object)->Release(), 0u);
-        } else {
+        EXPECT_EQ(object != nullptr, loaded);
+        ReleaseObject(object);
+        if (!loaded) {
             EXPECT_EQ(ManagerLines()[2],
                       "create extension instance from dynamic library failed, because of create "
                       "object instance failed");

@@ -28,7 +28,7 @@ public:
 
 namespace {
 
-using Calls = std::vector<std::string>;
+using Calls = std::string;  // names of the observers reached, in order
 
 const int kDocA = 1;
 const int kDocB = 2;
@@ -41,7 +41,7 @@ public:
     Named(std::string name, Calls* calls) : name(std::move(name)), calls(calls) {}
     void Observe(int type, const QZNotificationSource& source,
                  const QZNotificationParameters& params) override {
-        calls->push_back(name);
+        *calls += (calls->empty() ? "" : " ") + name;
         last = {static_cast<unsigned int>(type), source.map_key(), params.map_key()};
         ++count;
         if (action) {
@@ -78,11 +78,6 @@ protected:
     void Remove(const char* name, int type, const QZNotificationSource& source) {
         service->RemoveObserver(Obs(name), type, source);
     }
-    void On7A(std::initializer_list<const char*> names) {
-        for (const char* name : names) {
-            Add(name, 7, kA);
-        }
-    }
     int Slots(int type, const QZNotificationSource& source) {
         return QZNotificationServiceTestPeer::Slots(service.Get(), type, source.map_key());
     }
@@ -116,17 +111,17 @@ TEST_F(NotificationTest, DispatchWalksTheFourListsInOrder) {
         const QZNotificationSource* source;
         Calls expected;
     } cases[] = {
-        {four, 7, &kA, {"0all", "0A", "7all", "7A"}},
-        {four, 7, &kAll, {"0all", "7all"}},
-        {four, 0, &kA, {"0all", "0A", "0all", "0A"}},
-        {four, 8, &kB, {"0all"}},
-        {{{"x", 7, &kA}, {"y", 7, &kA}, {"z", 7, &kA}}, 7, &kA, {"x", "y", "z"}},
+        {four, 7, &kA, "0all 0A 7all 7A"},
+        {four, 7, &kAll, "0all 7all"},
+        {four, 0, &kA, "0all 0A 0all 0A"},
+        {four, 8, &kB, "0all"},
+        {{{"x", 7, &kA}, {"y", 7, &kA}, {"z", 7, &kA}}, 7, &kA, "x y z"},
         // Once per list; a second add of the same triple changes nothing.
-        {{{"x", 7, &kA}, {"x", 0, &kA}, {"x", 7, &kB}, {"x", 7, &kA}}, 7, &kA, {"x", "x"}},
-        {{{nullptr, 7, &kA}}, 7, &kA, {}},
+        {{{"x", 7, &kA}, {"x", 0, &kA}, {"x", 7, &kB}, {"x", 7, &kA}}, 7, &kA, "x x"},
+        {{{nullptr, 7, &kA}}, 7, &kA, ""},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(::testing::PrintToString(c.expected));
+        SCOPED_TRACE(c.expected);
         Reset();
         for (const Reg& r : c.regs) {
             service->AddObserver(r.name ? Obs(r.name) : nullptr, r.type, *r.source);
@@ -142,66 +137,37 @@ TEST_F(NotificationTest, DispatchWalksTheFourListsInOrder) {
 }
 
 TEST_F(NotificationTest, WhatAnObserverMayDoDuringObserve) {
+    // The first call of "a" notifies the same list again, later ones remove "a" and "b".
+    auto nested = [this] {
+        if (Obs("a")->count == 1) {
+            return service->Notify(7, kA, IQZNotificationService::NoParams());
+        }
+        Remove("a", 7, kA), Remove("b", 7, kA);
+    };
     const struct {
         const char* what;
-        std::function<void()> setUp;
+        std::function<void()> actionOfA;
+        std::string on7A;
         Calls first, second;
         int slotsAfter;
     } cases[] = {
-        {"removes itself",
-         [this] {
-             Obs("a")->action = [this] { Remove("a", 7, kA); };
-             On7A({"a", "b", "c"});
-         },
-         {"a", "b", "c"},
-         {"b", "c"},
-         2},
-        {"adds to the same list: reached by this walk",
-         [this] {
-             Obs("a")->action = [this] { Add("d", 7, kA); };
-             On7A({"a", "b"});
-         },
-         {"a", "b", "d"},
-         {"a", "b", "d"},
-         3},
-        {"adds to a list an earlier step walked: reached from the next Notify",
-         [this] {
-             Obs("a")->action = [this] { Add("d", 0, kAll); };
-             On7A({"a"});
-         },
-         {"a"},
-         {"d", "a"},
-         1},
-        {"removes the last observer: an empty list stays",
-         [this] {
-             Obs("a")->action = [this] { Remove("a", 7, kA); };
-             On7A({"a"});
-         },
-         {"a"},
-         {},
-         0},
-        {"nested Notify on the same list: removals inside, behind and ahead, are kept by the "
-         "outer walk",
-         [this] {
-             Named* a = Obs("a");
-             a->action = [this, a] {
-                 if (a->count == 1) {
-                     service->Notify(7, kA, IQZNotificationService::NoParams());
-                 } else {
-                     Remove("a", 7, kA);
-                     Remove("b", 7, kA);
-                 }
-             };
-             On7A({"a", "b", "c"});
-         },
-         {"a", "a", "c", "c"},
-         {"c"},
-         1},
+        {"removes itself", [this] { Remove("a", 7, kA); }, "a b c", "a b c", "b c", 2},
+        {"adds to the same list: reached by this walk", [this] { Add("d", 7, kA); }, "a b", "a b d",
+         "a b d", 3},
+        {"adds to a list walked before: reached from the next Notify",
+         [this] { Add("d", 0, kAll); }, "a", "a", "d a", 1},
+        {"removes the last observer: an empty list stays", [this] { Remove("a", 7, kA); }, "a", "a",
+         "", 0},
+        {"nested Notify: removals inside, behind and ahead, are kept by the outer walk", nested,
+         "a b c", "a a c c", "c", 1},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         Reset();
-        c.setUp();
+        Obs("a")->action = c.actionOfA;
+        for (size_t at = 0; at < c.on7A.size(); at += 2) {
+            Add(c.on7A.substr(at, 1).c_str(), 7, kA);
+        }
         EXPECT_EQ(Notify(7, kA), c.first);
         EXPECT_EQ(Slots(7, kA), c.slotsAfter);
         EXPECT_EQ(Notify(7, kA), c.second);
@@ -222,7 +188,7 @@ TEST(NotificationObserverListTest, ANonZeroModeStopsAWalkAtItsStartingSize) {
         a.action = [&list, &late] { list.Add(&late); };
         list.Add(&a);
         list.Walk(1, kA, IQZNotificationService::NoParams());
-        EXPECT_EQ(calls, mode == 0 ? Calls({"a", "late"}) : Calls({"a"}));
+        EXPECT_EQ(calls, mode == 0 ? "a late" : "a");
         EXPECT_EQ(list.SlotCount(), 2u);
         EXPECT_EQ(list.NotifyDepth(), 0);
     }
@@ -234,9 +200,9 @@ TEST_F(NotificationTest, RegistrarRecordsAndTheServiceStayInStep) {
         QZNotificationRegistrar registrar;
         registrar.Add(Obs("x"), 501, kA);
         QZExtensionKit::InitSDK();
-        EXPECT_EQ(Notify(501, kA, true), Calls{"x"});
+        EXPECT_EQ(Notify(501, kA, true), "x");
     }
-    EXPECT_EQ(Notify(501, kA, true), Calls{}) << "a destroyed registrar removes its observers";
+    EXPECT_EQ(Notify(501, kA, true), "") << "a destroyed registrar removes its observers";
     // Shares kLow's key on 64-bit systems only.
     const Source<int> kLow(reinterpret_cast<const int*>(std::uintptr_t{0x40}));
     const Source<int> kHigh(reinterpret_cast<const int*>(
@@ -244,49 +210,38 @@ TEST_F(NotificationTest, RegistrarRecordsAndTheServiceStayInStep) {
     using R = QZNotificationRegistrar;
     const struct {
         const char* what;
-        std::function<void(R*, int)> ops;
         const QZNotificationSource* notified;
-        Calls reached;
-        bool empty[2];
+        const char* reached;  // the one observer reached, if any
+        const char* empty;    // of each registrar at the end
+        std::function<void(R*, int)> ops;
     } cases[] = {
-        {"Remove through another registrar, or of a triple never added, does nothing",
+        {"Remove through another registrar, or of a triple never added, does nothing", &kA, "x",
+         "01",
          [&](R* r, int t) {
              r[0].Add(Obs("x"), t, kA), r[1].Remove(Obs("x"), t, kA);
              r[0].Remove(Obs("x"), t, kB), r[0].Remove(Obs("y"), t, kA);
-         },
-         &kA,
-         {"x"},
-         {false, true}},
-        {"RemoveAll removes every record of its registrar only",
+         }},
+        {"RemoveAll removes every record of its registrar only", &kA, "z", "10",
          [&](R* r, int t) {
              r[0].Add(Obs("x"), t, kA), r[0].Add(Obs("y"), t, kAll), r[0].Add(Obs("x"), t, kB);
              r[1].Add(Obs("z"), t, kA), r[0].RemoveAll();
-         },
-         &kA,
-         {"z"},
-         {true, false}},
-        {"one triple in two registrars: the service holds it once",
+         }},
+        {"one triple in two registrars: the service holds it once", &kA, "", "10",
          [&](R* r, int t) {
              r[0].Add(Obs("x"), t, kA), r[1].Add(Obs("x"), t, kA), r[0].Remove(Obs("x"), t, kA);
-         },
-         &kA,
-         {},
-         {true, false}},
-        {"RemoveAll finds a source by its key",
-         [&](R* r, int t) { r[0].Add(Obs("x"), t, kHigh), r[0].RemoveAll(); },
-         &kLow,
-         {},
-         {true, true}},
+         }},
+        {"RemoveAll finds a source by its key", &kLow, "", "11",
+         [&](R* r, int t) { r[0].Add(Obs("x"), t, kHigh), r[0].RemoveAll(); }},
     };
     int type = 600;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         R registrars[2];
         c.ops(registrars, ++type);
-        EXPECT_EQ(Notify(type, *c.notified, true), c.reached);
-        for (int i = 0; i < 2; ++i) {
-            EXPECT_EQ(registrars[i].IsEmpty(), c.empty[i]) << i;
-        }
+        EXPECT_EQ(Notify(type, *c.notified, true), *c.reached ? Calls{c.reached} : "");
+        EXPECT_EQ(std::string(registrars[0].IsEmpty() ? "1" : "0") +
+                      (registrars[1].IsEmpty() ? "1" : "0"),
+                  c.empty);
     }
 }
 
@@ -302,7 +257,7 @@ TEST_F(NotificationTest, WithoutAServiceOnlyTheRegistrarsRecordsChange) {
         registrar.Add(Obs("x"), 801, kA);
     }
     QZExtensionKit::InitSDK();
-    EXPECT_EQ(Notify(801, kA, true), Calls{});
+    EXPECT_EQ(Notify(801, kA, true), "");
 }
 
 }  // namespace

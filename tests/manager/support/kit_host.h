@@ -59,7 +59,7 @@ inline ITestExtensionProbe* Probe(void* object) {
 
 // One "name=value" field of what a probe object saw; "?" when it has none.
 inline std::string SeenField(void* object, const std::string& name) {
-    const std::string seen = ";" + std::string(Probe(object)->Seen());
+    const std::string seen = object != nullptr ? ";" + std::string(Probe(object)->Seen()) : "";
     size_t at = seen.find(";" + name + "=");
     if (at == std::string::npos) {
         return "?";
@@ -69,7 +69,9 @@ inline std::string SeenField(void* object, const std::string& name) {
 }
 
 inline void ReleaseObject(void* object) {
-    static_cast<by::IBaseUnknown*>(object)->Release();
+    if (object != nullptr) {
+        static_cast<by::IBaseUnknown*>(object)->Release();
+    }
 }
 
 inline uint32_t RefCount(by::IBaseUnknown* object) {
