@@ -3,40 +3,26 @@
 #include <string>
 #include <vector>
 
-#include "common/capture_logger.h"
-#include "config/configuration_manager_impl.h"
 #include "config/support/installation.h"
-#include "model/extension.h"
 
 namespace qzextensionkit {
 namespace {
 
 using qzetest::EncryptForConfig;
-using qzetest::Installation;
 
 const std::string kKey = "0123456789abcdef0123456789ABCDEF";
-// 27 bytes of configuration that switch the module "core" on.
-const std::string kCore = R"({"modules":[{"id":"core"}]})";
+const std::string kCore = R"({"modules":[{"id":"core"}]})";  // 27 bytes
 const char kBase64Failed[] =
     "decrypt configurations failed, becuase of base64 decode encrypted configs failed";
 const char kDecryptFailed[] =
     "decrypt configurations failed, becuase of decrypt config.json failed";
 const char kLoaded[] = "load all extension infos success";
 
-void ExpectKeyNeverLogged(qzetest::CapturedLines& log) {
-    for (auto& line : log.Texts()) {
-        EXPECT_EQ(line.find(kKey), std::string::npos) << line;
-    }
-}
-
 // Each case loads over a good load, which a failure leaves in place. A last
 // byte of 0-16 is cut unchecked, 17-127 kept, 0x80 up refused; a NUL ends it.
 TEST(EncryptedConfiguration, PaddingAndBadFiles) {
-    const std::string good = R"({"modules":[{"id":"mail"}],"artifacts":["b"]})";
-    const std::string goodPlain = good + std::string(48 - good.size(), '\0');
-    const std::string goodFile = EncryptForConfig(goodPlain, kKey);
-    const std::string parseFailed =
-        "load local configurations failed, becuase of parse json config.json failed, ";
+    const std::string good = R"({"modules":[{"id":"mail"}]})";
+    const std::string goodFile = EncryptForConfig(good + std::string(32 - good.size(), '\0'), kKey);
     const struct {
         std::string file;
         bool core;
@@ -46,29 +32,24 @@ TEST(EncryptedConfiguration, PaddingAndBadFiles) {
         {EncryptForConfig(kCore + std::string(5, '\0'), kKey), true, kLoaded},
         {EncryptForConfig(kCore + std::string("\0junk{[", 7) + std::string(14, '\x0e'), kKey), true,
          kLoaded},
-        {EncryptForConfig("{}" + std::string(29, ' ') + "\x11", kKey), false, parseFailed},
+        {EncryptForConfig("{}" + std::string(29, ' ') + "\x11", kKey), false,
+         "load local configurations failed, becuase of parse json config.json failed, "},
         {EncryptForConfig(std::string(16, '\x10'), kKey), false, kDecryptFailed},
         {EncryptForConfig(kCore + "    \x80", kKey), false, kDecryptFailed},
         {R"({"modules":[]})", false, kBase64Failed},  // plain text with a key set
         {goodFile.substr(0, goodFile.size() - 1), false, kBase64Failed},
         {goodFile.substr(0, goodFile.size() - 4), false, kDecryptFailed},  // a block cut short
-        // A wrong key shows as either failure; this one leaves a last byte
-        // from 0x80 up.
-        {EncryptForConfig(goodPlain, std::string(32, 'f')), false, kDecryptFailed},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
-        Installation install;
+        qzetest::Installation install;
         install.WriteMapping("{}");
-        install.WriteManifest("b", qzetest::Manifest("bundle.b", "", R"([{"id": "p",
-            "extensions": [{"id": "e"}]}])"));
         install.WriteConfig(goodFile);
         QZEConfigurationManagerImpl manager;
         ASSERT_TRUE(manager.SetSecKey(kKey));
         // A key of another length is refused; the first stays in force.
         EXPECT_FALSE(manager.SetSecKey(kKey + "k"));
         ASSERT_TRUE(manager.LoadAllExtensionInfos());
-
         install.WriteConfig(c.file);
         auto log = qzetest::CaptureLog();
         EXPECT_EQ(manager.LoadAllExtensionInfos(), c.log == kLoaded);
@@ -76,14 +57,12 @@ TEST(EncryptedConfiguration, PaddingAndBadFiles) {
         ASSERT_GE(lines.size(), 2u);
         const std::string& line = c.log == kLoaded ? lines.back() : lines[1];
         EXPECT_EQ(line.rfind(qzetest::ConfigLine(c.log), 0), 0u) << qzetest::Joined(*log);
-        bool enabled = false;
-        EXPECT_EQ(manager.IsModuleEnabled(kModuleCore, enabled) && enabled, c.core);
-        EXPECT_TRUE(manager.IsModuleEnabled(kModuleMail, enabled) && enabled);
-        std::vector<Artifact*> artifacts;
-        manager.GetAllArtifacts(artifacts);
-        EXPECT_EQ(artifacts.size(), 1u);
-        EXPECT_EQ(qzetest::Ids(qzetest::InForce(manager, "p")), std::vector<std::string>{"e"});
-        ExpectKeyNeverLogged(*log);
+        bool core = false, mail = false;
+        EXPECT_EQ(manager.IsModuleEnabled(kModuleCore, core) && core, c.core);
+        EXPECT_TRUE(manager.IsModuleEnabled(kModuleMail, mail) && mail);
+        for (auto& text : lines) {
+            EXPECT_EQ(text.find(kKey), std::string::npos) << text;
+        }
     }
     QZEConfigurationManagerImpl manager;
     auto log = qzetest::CaptureLog();

@@ -8,17 +8,12 @@
 #include <vector>
 
 #include "base/json/json_reader.h"
-#include "base/utf_string_conversions.h"
-#include "common/capture_logger.h"
-#include "config/configuration_manager_impl.h"
 #include "config/extension_auth_info.h"
 #include "config/support/installation.h"
-#include "model/extension.h"
 
 namespace qzextensionkit {
 
-// Reaches what no public operation shows: the adapter mapping kept between
-// loads, the auth records, and the debug reader that nothing calls.
+// Reaches the auth records and the debug reader, which no public operation shows.
 class QZEConfigurationManagerImplTestPeer {
 public:
     static bool HasMappingEntry(QZEConfigurationManagerImpl& manager, const std::string& point) {
@@ -42,16 +37,22 @@ public:
 namespace {
 
 using Peer = QZEConfigurationManagerImplTestPeer;
-
-using qzetest::ConfigLine;
+using qzetest::Describe;
 using qzetest::Ids;
 using qzetest::InForce;
-using qzetest::Installation;
 using qzetest::Joined;
 using qzetest::LoadedSample;
+using Strings = std::vector<std::string>;
 
-// Without the adapter mapping config.json is never opened.
-TEST(ConfigurationLoad, StagesAndTheirMessages) {
+std::vector<Artifact*> Artifacts(IQZEConfigurationManager& manager) {
+    std::vector<Artifact*> artifacts;
+    manager.GetAllArtifacts(artifacts);
+    return artifacts;
+}
+
+// Without the adapter mapping config.json is never opened. The kit's foundation
+// version ("-" never set) decides which bundles contribute records.
+TEST(ConfigurationLoad, StagesMessagesAndFoundationVersion) {
     std::string parseError;
     base::JSONReader::ReadAndReturnError("{\"modules\": [", 0, nullptr, &parseError);
     const std::string failed = "load all extension infos failed, because of find extensions failed";
@@ -59,98 +60,83 @@ TEST(ConfigurationLoad, StagesAndTheirMessages) {
     const struct {
         const char* mapping;
         const char* config;
+        const char* kit;
+        const char* needs;
         std::string log;
-    } cases[] = {
-        {"[]", "{}", failed},
-        {"{}", "{\"modules\": [",
-         "get extensions dir success\nload local configurations failed, becuase of parse json "
-         "config.json failed, " +
-             parseError + "\n" + failed},
-        {"{}", "[1, 2]", loaded},
-        {"{}", "{}", loaded},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.log);
-        Installation install;
-        install.WriteMapping(c.mapping);
-        install.WriteConfig(c.config);
-        QZEConfigurationManagerImpl manager;
-        auto log = qzetest::CaptureLog();
-        EXPECT_EQ(manager.LoadAllExtensionInfos(), c.log == loaded);
-        EXPECT_EQ(Joined(*log), c.log);
-    }
-}
-
-TEST(ConfigurationLoad, FoundationVersionDecidesWhichBundlesContribute) {
-    const struct {
-        const char* kitVersion;  // null: never set
-        const char* bundleNeeds;
         bool inForce;
     } cases[] = {
-        {nullptr, "", true}, {nullptr, "0.0", true},  {nullptr, "1", false}, {"1.2.0", "1.2", true},
-        {"10", "9.9", true}, {"1.2", "1.2.1", false}, {"abc", "0", true},    {"1.0", "01.2", true},
+        {"[]", "{}", "-", "", failed, false},
+        {"{}", "{\"modules\": [", "-", "",
+         "get extensions dir success\nload local configurations failed, becuase of parse json "
+         "config.json failed, " +
+             parseError + "\n" + failed,
+         false},
+        {"{}", "[1, 2]", "-", "", loaded, false},
+        {"{}", "{\"artifacts\": [\"b\"]}", "-", "", loaded, true},
+        {"{}", "{\"artifacts\": [\"b\"]}", "-", "0.0", loaded, true},
+        {"{}", "{\"artifacts\": [\"b\"]}", "-", "1", loaded, false},
+        {"{}", "{\"artifacts\": [\"b\"]}", "1.2.0", "1.2", loaded, true},
+        {"{}", "{\"artifacts\": [\"b\"]}", "10", "9.9", loaded, true},
+        {"{}", "{\"artifacts\": [\"b\"]}", "1.2", "1.2.1", loaded, false},
+        {"{}", "{\"artifacts\": [\"b\"]}", "abc", "0", loaded, true},
+        {"{}", "{\"artifacts\": [\"b\"]}", "1.0", "01.2", loaded, true},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.kitVersion ? c.kitVersion : "(unset)") + " vs " + c.bundleNeeds);
-        Installation install;
-        install.WriteMapping("{}");
-        install.WriteConfig("{\"artifacts\": [\"b\"]}");
-        install.WriteManifest("b", qzetest::Manifest("bundle.b", c.bundleNeeds, R"([
+        SCOPED_TRACE(std::string(c.config) + " " + c.kit + " vs " + c.needs);
+        qzetest::Installation install;
+        install.WriteMapping(c.mapping);
+        install.WriteConfig(c.config);
+        install.WriteManifest("b", qzetest::Manifest("bundle.b", c.needs, R"([
             {"id": "host.menu", "extensions": [{"id": "e"}]}])"));
         QZEConfigurationManagerImpl manager;
         auto log = qzetest::CaptureLog();
-        if (c.kitVersion) {
-            manager.SetFoundationVersion(c.kitVersion);
-            EXPECT_EQ(Joined(*log), std::string("set foundation version is ") + c.kitVersion);
+        std::string expected = c.log;
+        if (std::string(c.kit) != "-") {
+            manager.SetFoundationVersion(c.kit);
+            expected = std::string("set foundation version is ") + c.kit + "\n" + expected;
         }
-        ASSERT_TRUE(manager.LoadAllExtensionInfos());
-        EXPECT_EQ(Ids(InForce(manager, "host.menu")),
-                  c.inForce ? std::vector<std::string>{"e"} : std::vector<std::string>{});
+        EXPECT_EQ(manager.LoadAllExtensionInfos(), c.log == loaded);
+        EXPECT_EQ(Joined(*log), expected);
+        EXPECT_EQ(Ids(InForce(manager, "host.menu")), c.inForce ? Strings{"e"} : Strings{});
         // A bundle passed over stays installed.
-        std::vector<Artifact*> artifacts;
-        manager.GetAllArtifacts(artifacts);
-        EXPECT_EQ(artifacts.size(), 1u);
+        EXPECT_EQ(Artifacts(manager).size(),
+                  std::string(c.config).find("artifacts") != std::string::npos);
     }
 }
 
-TEST_F(LoadedSample, BrokenBundlesKeepNoneOfTheOthersOut) {
-    // The first record of an id stays, also across bundles.
+TEST_F(LoadedSample, BrokenBundlesDuplicatesAndLookups) {
+    // The first record of an id stays, also across bundles; each dropped
+    // duplicate is one level-2 call with an empty text.
     auto records = InForce(manager, "host.list");
-    ASSERT_EQ(Ids(records), (std::vector<std::string>{"e1", "e2"}));
+    ASSERT_EQ(Ids(records), (Strings{"e1", "e2"}));
     EXPECT_EQ(records.front()->GetVersion(), "first");
-    // Each dropped duplicate is one level-2 call with an empty text.
-    int duplicates = 0;
-    for (auto& line : loadLog->lines) {
-        duplicates += line.first == 2 && line.second == "[QZExtensionKit] ";
-    }
-    EXPECT_EQ(duplicates, 2);
-    EXPECT_TRUE(loadLog->Contains(ConfigLine(
+    EXPECT_EQ(std::count(loadLog->lines.begin(), loadLog->lines.end(),
+                         std::make_pair(2, std::string("[QZExtensionKit] "))),
+              2);
+    EXPECT_TRUE(loadLog->Contains(qzetest::ConfigLine(
         "collect extension infos passed over bundle " + base::WideToUTF8(install.root().wstring()) +
         "\\extensions\\listroot, because of its manifest.json is not an object")));
-
     // The manifest that is JSON but no object leaves an empty place.
-    std::vector<Artifact*> artifacts;
-    manager.GetAllArtifacts(artifacts);
+    auto artifacts = Artifacts(manager);
     ASSERT_EQ(artifacts.size(), 7u);
     EXPECT_EQ(std::count(artifacts.begin(), artifacts.end(), nullptr), 1);
     EXPECT_EQ(artifacts[1], nullptr);
-}
 
-TEST_F(LoadedSample, LookupsByIdAndByPoint) {
-    // The point that sorts last answers; a miss leaves the pointer alone.
+    // By id the point that sorts last answers; a miss leaves the pointer
+    // alone. By point the count takes in what the vector held before.
+    log->Clear();
     Extension* found = nullptr;
     ASSERT_TRUE(manager.GetExtensionInfoByID("same", &found));
     EXPECT_EQ(std::unique_ptr<Extension>(std::exchange(found, nullptr))->GetVersion(), "from b");
     EXPECT_FALSE(manager.GetExtensionInfoByID("", &found));
     EXPECT_FALSE(manager.GetExtensionInfoByID("unknown", &found));
     EXPECT_EQ(found, nullptr);
-    // The count takes in what the vector held before.
-    std::vector<std::shared_ptr<Extension>> records;
-    EXPECT_TRUE(manager.GetExtensionInfosByExntensionPointID("p.a", records));
-    EXPECT_TRUE(manager.GetExtensionInfosByExntensionPointID("p.a", records));
-    EXPECT_TRUE(manager.GetExtensionInfosByExntensionPointID("p.empty", records));
-    EXPECT_FALSE(manager.GetExtensionInfosByExntensionPointID("p.none", records));
-    EXPECT_EQ(records.size(), 4u);
+    std::vector<std::shared_ptr<Extension>> held;
+    for (const char* point : {"p.a", "p.a", "p.empty"}) {
+        EXPECT_TRUE(manager.GetExtensionInfosByExntensionPointID(point, held));
+    }
+    EXPECT_FALSE(manager.GetExtensionInfosByExntensionPointID("p.none", held));
+    EXPECT_EQ(held.size(), 4u);
     const std::string byId = "get extension info by extension id:";
     const std::string byPoint = "get extension infos by extension point id:";
     EXPECT_EQ(Joined(*log), byId + "same, extension info is founded\n" + byId +
@@ -163,25 +149,24 @@ TEST_F(LoadedSample, LookupsByIdAndByPoint) {
 }
 
 TEST_F(LoadedSample, AdapterMappingDerivesRecordsOntoTheAdapterBundle) {
-    EXPECT_EQ(Ids(InForce(manager, "host.menu")), (std::vector<std::string>{"s1", "s2", "s3"}));
-    // A mapped point without an adapter point gets nothing derived.
-    EXPECT_EQ(Ids(InForce(manager, "host.other")), std::vector<std::string>{"o1"});
+    EXPECT_EQ(Ids(InForce(manager, "host.menu")), (Strings{"s1", "s2", "s3"}));
+    // A mapped point without an adapter point gets nothing; a mapping onto
+    // its own point loses the derived record.
+    EXPECT_EQ(Ids(InForce(manager, "host.other")), Strings{"o1"});
     std::vector<std::shared_ptr<Extension>> none;
     EXPECT_FALSE(manager.GetExtensionInfosByExntensionPointID("adapter.none", none));
-    // A mapping onto its own point loses the derived record.
-    EXPECT_EQ(Ids(InForce(manager, "self")), std::vector<std::string>{"z"});
+    EXPECT_EQ(Ids(InForce(manager, "self")), Strings{"z"});
 
     // s2 names a source already: not derived again. The dotted payload key
     // went into a nested object and is not a text.
     auto derived = InForce(manager, "adapter.web");
     ASSERT_EQ(derived.size(), 3u);
     EXPECT_EQ(derived[0]->GetId(), "local");
-    EXPECT_EQ(qzetest::Describe(*derived[1]),
+    EXPECT_EQ(Describe(*derived[1]),
               "9.9|{CLS}|{POINT-IID}|single|u1|a=1;extensionId=s1;|k=v,;|c,s,tab,h/u");
-    EXPECT_EQ(qzetest::Describe(*derived[2]), "9.9|{CLS}|{POINT-IID}|single||extensionId=s3;||,,,");
+    EXPECT_EQ(Describe(*derived[2]), "9.9|{CLS}|{POINT-IID}|single||extensionId=s3;||,,,");
     for (std::size_t i = 1; i < derived.size(); ++i) {
         EXPECT_EQ(derived[i]->GetId().size(), 38u);
-        EXPECT_EQ(derived[i]->GetId()[0], '{');
         EXPECT_EQ(derived[i]->GetExtensionPointId(), "adapter.web");
         // It runs on the adapter bundle's library, with the source's resources.
         EXPECT_EQ(derived[i]->GetMainEntry(), L"bin/adapter.dll");
@@ -191,60 +176,42 @@ TEST_F(LoadedSample, AdapterMappingDerivesRecordsOntoTheAdapterBundle) {
     EXPECT_NE(derived[1]->GetId(), derived[2]->GetId());
 }
 
-std::size_t CountRecords(IQZEConfigurationManager& manager) {
-    std::vector<Extension*> records;
-    manager.GetAllExtensionInfos(records);
-    return records.size();
-}
-
-TEST_F(LoadedSample, UnloadEmptiesTheTablesButKeepsModulesAndMapping) {
-    EXPECT_EQ(CountRecords(manager), 13u);
-    EXPECT_EQ(Peer::AuthInfos(manager),
-              (std::vector<std::string>{"https://a.example.com:8443|web|k1",
-                                        "https://b.example.com|web|k2", "|native|k3"}));
-
+TEST_F(LoadedSample, ReloadAndUnload) {
+    auto count = [&] {
+        std::vector<Extension*> records;
+        manager.GetAllExtensionInfos(records);
+        return records.size();
+    };
+    EXPECT_EQ(count(), 13u);
+    EXPECT_EQ(Peer::AuthInfos(manager), (Strings{"https://a.example.com:8443|web|k1",
+                                                 "https://b.example.com|web|k2", "|native|k3"}));
     // A second load adds the bundles again, but no record twice.
     ASSERT_TRUE(manager.LoadAllExtensionInfos());
-    std::vector<Artifact*> artifacts;
-    manager.GetAllArtifacts(artifacts);
-    EXPECT_EQ(artifacts.size(), 14u);
-    EXPECT_EQ(CountRecords(manager), 13u);
-
+    EXPECT_EQ(Artifacts(manager).size(), 14u);
+    EXPECT_EQ(count(), 13u);
     log->Clear();
     EXPECT_TRUE(manager.UnloadAllExtensionInfos());
-    EXPECT_EQ(qzetest::Joined(*log), "unload all extension infos success");
-    artifacts.clear();
-    manager.GetAllArtifacts(artifacts);
-    EXPECT_TRUE(artifacts.empty());
-    EXPECT_EQ(CountRecords(manager), 0u);
+    EXPECT_EQ(Joined(*log), "unload all extension infos success");
+    EXPECT_TRUE(Artifacts(manager).empty());
+    EXPECT_EQ(count(), 0u);
     EXPECT_TRUE(Peer::AuthInfos(manager).empty());
-
+    // Modules and mapping stay.
     bool enabled = false;
-    EXPECT_TRUE(manager.IsModuleEnabled(kModuleCore, enabled));
-    EXPECT_TRUE(enabled);
+    EXPECT_TRUE(manager.IsModuleEnabled(kModuleCore, enabled) && enabled);
     EXPECT_TRUE(Peer::HasMappingEntry(manager, "host.menu"));
-    EXPECT_TRUE(manager.UnloadAllExtensionInfos());
 }
 
-TEST_F(LoadedSample, DebugReaderStandsReadyButNothingCallsIt) {
-    Peer::HandleDebug(manager);
-    auto records = qzetest::InForce(manager, "adapter.web");
-    ASSERT_EQ(records.size(), 5u);  // three from the load, two from the debug file
-    EXPECT_EQ(qzetest::Describe(*records[3]), "9.9|{CLS}|{POINT-IID}|single||p=first;||,,,/x");
-    EXPECT_EQ(qzetest::Describe(*records[4]), qzetest::Describe(*records[3]));
-    EXPECT_EQ(Peer::AuthInfos(manager).back(), "https://d.example.com|dbg|");
-
-    log->Clear();
+// Nothing in the kit calls the debug reader; only its failures are pinned.
+TEST_F(LoadedSample, DebugReaderFailures) {
     install.Write("vplus-toolkit-extension.json", "[1,]");
     Peer::HandleDebug(manager);
     std::filesystem::remove(install.root() / "vplus-toolkit-extension.json");
     Peer::HandleDebug(manager);
     const std::string failed = "handle debug extension configurations failed, becuase of ";
-    EXPECT_EQ(qzetest::Joined(*log),
-              failed +
-                  "read debug_extension_configuration.json failed, Line: 1, column: 4, Trailing "
-                  "comma not allowed.\n" +
-                  failed + "debug_extension_configuration.json file path not exist");
+    EXPECT_EQ(Joined(*log), failed +
+                                "read debug_extension_configuration.json failed, Line: 1, column: "
+                                "4, Trailing comma not allowed.\n" +
+                                failed + "debug_extension_configuration.json file path not exist");
 }
 
 }  // namespace

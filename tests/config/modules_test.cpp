@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "common/capture_logger.h"
-#include "config/configuration_manager_impl.h"
 #include "config/support/installation.h"
 
 namespace qzextensionkit {
@@ -15,29 +13,26 @@ namespace {
 
 using qzetest::ConfigLine;
 
-// Module ids by code number, "-" where a number has none; feature keys by
-// code number.
-const char kModuleIds[] =
-    "instantmessaging daiban richeng ei-video vorn_video onlinefile vorndisk announcement "
-    "worknotice vorn user_workbench tongxunlu managementback navi denglu hulianhutong zhanghao "
-    "personalsetting - security blog mail des pre-proclamation-system api-gateway filepreview "
-    "emass proclamation-systemold openplatform_advanced vorn-screen-projection mappingposition "
-    "system_setting_center core metax - vornguard_nationsky vornguard vorn_projector";
-const char kFeatureKeys[] =
-    "im_big_group_management im_enable_parse_link im_enable_server_encrypt im_enable_burn_chat "
-    "hulianhutong avmeeting_enable_meeting_record avmeeting_enable_meeting_to_live "
-    "vv_video_meeting_record vv_video_meetting_live vv_video_meetting_start vv_video_call_start "
-    "vorn.feature.sms.enabled vorn.feature.vms.enabled vorn.feature.comment.enabled";
-
 std::vector<std::string> Words(const char* text) {
     std::istringstream in(text);
     return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
 }
 
-// Every module listed, and one module holding every feature, switched on.
+// Module ids and feature keys by code number; "-" for a code with no module.
 TEST(ModulesAndFeatures, EveryCodeMeansItsText) {
-    const std::vector<std::string> modules = Words(kModuleIds);
-    const std::vector<std::string> features = Words(kFeatureKeys);
+    const std::vector<std::string> modules = Words(
+        "instantmessaging daiban richeng ei-video vorn_video onlinefile vorndisk announcement "
+        "worknotice vorn user_workbench tongxunlu managementback navi denglu hulianhutong zhanghao "
+        "personalsetting - security blog mail des pre-proclamation-system api-gateway filepreview "
+        "emass proclamation-systemold openplatform_advanced vorn-screen-projection "
+        "mappingposition system_setting_center core metax - vornguard_nationsky vornguard "
+        "vorn_projector");
+    const std::vector<std::string> features = Words(
+        "im_big_group_management im_enable_parse_link im_enable_server_encrypt "
+        "im_enable_burn_chat hulianhutong avmeeting_enable_meeting_record "
+        "avmeeting_enable_meeting_to_live vv_video_meeting_record vv_video_meetting_live "
+        "vv_video_meetting_start vv_video_call_start vorn.feature.sms.enabled "
+        "vorn.feature.vms.enabled vorn.feature.comment.enabled");
     ASSERT_EQ(modules.size(), 38u);
     // A module with an empty id is skipped, so unassigned codes stay off.
     std::string config = R"({"modules": [{"id": ""},)";
@@ -56,70 +51,60 @@ TEST(ModulesAndFeatures, EveryCodeMeansItsText) {
     ASSERT_TRUE(manager.LoadAllExtensionInfos());
     auto log = qzetest::CaptureLog();
     for (int code = 0; code < 38; ++code) {
-        // An unassigned code asks for the empty module id.
         std::string id = modules[code] == "-" ? "" : modules[code];
         bool enabled = false;
         EXPECT_TRUE(manager.IsModuleEnabled(ModuleCode(code), enabled));
         EXPECT_EQ(enabled, !id.empty()) << code;
         EXPECT_EQ(log->Texts().back(),
-                  ConfigLine("query module is enabled success, module code:" + id +
-                             (id.empty() ? " module is false" : " module is true")));
+                  ConfigLine("query module is enabled success, module code:" + id + " module is " +
+                             (id.empty() ? "false" : "true")));
     }
     for (int code = 0; code < 14; ++code) {
         bool enabled = false;
-        EXPECT_TRUE(manager.IsFeatueEnabled(FeatureCode(code), enabled));
-        EXPECT_TRUE(enabled) << code;
+        EXPECT_TRUE(manager.IsFeatueEnabled(FeatureCode(code), enabled) && enabled) << code;
         EXPECT_EQ(log->Texts().back(),
                   ConfigLine("query feature is enabled success, feature code:" + features[code] +
                              " feature is true"));
     }
     bool enabled = true;
-    EXPECT_FALSE(manager.IsModuleEnabled(kModuleInvalid, enabled));
-    EXPECT_FALSE(enabled);
-    EXPECT_EQ(log->Texts().back(),
-              ConfigLine("query module is enabled failed, becuase of module code: module is "
-                         "invalid"));
+    EXPECT_FALSE(manager.IsModuleEnabled(kModuleInvalid, enabled) || enabled);
+    EXPECT_EQ(log->Texts().back(), ConfigLine("query module is enabled failed, becuase of module "
+                                              "code: module is invalid"));
 }
 
-// The sample's modules: "a_mod" and "b_mod" hold features and settings,
-// and a later "mail" replaces an earlier one.
+// The sample's "a_mod" and "b_mod" hold features and settings; "a_mod" sorts
+// first and decides; only "true" is true; a later "mail" replaces an earlier one.
 using ModuleAnswers = qzetest::LoadedSample;
 
-TEST_F(ModuleAnswers, IsFeatueEnabled) {
+TEST_F(ModuleAnswers, FeaturesAndSettings) {
     const struct {
         FeatureCode code;
-        bool enabledBefore;
-        bool result;
-        bool enabled;
-    } cases[] = {{kFeatureVvVideoMeetingLive, true, true, false},
-                 {kFeatureImEnableBurnChat, true, true, false},
-                 {kFeatureSmsEnabled, false, true, true},
-                 {kFeatureImBigGroupManagement, true, false, true}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.code);
-        bool enabled = c.enabledBefore;
-        EXPECT_EQ(manager.IsFeatueEnabled(c.code, enabled), c.result);
-        EXPECT_EQ(enabled, c.enabled);
+        bool before, result, after;
+    } features[] = {{kFeatureVvVideoMeetingLive, true, true, false},
+                    {kFeatureImEnableBurnChat, true, true, false},
+                    {kFeatureSmsEnabled, false, true, true},
+                    {kFeatureImBigGroupManagement, true, false, true}};
+    for (const auto& c : features) {
+        bool enabled = c.before;
+        EXPECT_EQ(manager.IsFeatueEnabled(c.code, enabled), c.result) << c.code;
+        EXPECT_EQ(enabled, c.after) << c.code;
     }
-    // "a_mod" sorts before "b_mod" and decides; only "true" is true.
     const std::string success = "query feature is enabled success, feature code:";
     EXPECT_EQ(qzetest::Joined(*log),
               success + "vv_video_meetting_live feature is false\n" + success +
                   "im_enable_burn_chat feature is false\n" + success +
                   "vorn.feature.sms.enabled feature is true\nquery feature is enabled failed, "
                   "feature code:im_big_group_management feature is not founded");
-}
+    log->Clear();
 
-TEST_F(ModuleAnswers, ModuleSettings) {
     using Settings = std::map<std::string, std::string>;
-    const std::string prefix = "get configurations by module code:";
     Settings settings{{"kept", "as is"}};
     EXPECT_FALSE(manager.GetConfigurationsByID(kModuleRicheng, &settings));
     EXPECT_EQ(settings, (Settings{{"kept", "as is"}}));
-    EXPECT_TRUE(manager.GetConfigurationsByID(kModuleCore, &settings));
-    EXPECT_TRUE(settings.empty());
+    EXPECT_TRUE(manager.GetConfigurationsByID(kModuleCore, &settings) && settings.empty());
     EXPECT_TRUE(manager.GetConfigurationsByID(kModuleMail, &settings));
     EXPECT_EQ(settings, (Settings{{"new", "2"}}));
+    const std::string prefix = "get configurations by module code:";
     EXPECT_EQ(qzetest::Joined(*log), prefix + "richeng, configurations is not founded\n" + prefix +
                                          "core, configurations is founded, total(0)\n" + prefix +
                                          "mail, configurations is founded, total(1)");

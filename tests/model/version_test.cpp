@@ -11,22 +11,18 @@ namespace {
 using base::Version;
 using Numbers = std::vector<uint32_t>;
 
-TEST(VersionTest, ParsesTextIntoNumbers) {
+TEST(VersionTest, ParseAndCompare) {
     // Only the first number must be written without leading zeros.
     EXPECT_EQ(Version::Parse("1.02.3"), (Numbers{1, 2, 3}));
     EXPECT_EQ(Version::Parse("0"), (Numbers{0}));
     EXPECT_EQ(Version("4294967295.4294967295").components(), (Numbers{4294967295u, 4294967295u}));
-    const std::string invalid[] = {"01.2.3", "00",   "4294967296", "1.99999999999999999999",
-                                   "1.+2",   "+1.2", "-1",         "1..2",
-                                   "1.2.",   ".1",   "",           "1.2 ",
-                                   " 1.2",   "1.2a", "0x10",       std::string("1\0.2", 4)};
-    for (const std::string& text : invalid) {
+    for (const std::string& text : std::vector<std::string>{
+             "01.2.3", "00", "4294967296", "1.99999999999999999999", "1.+2", "+1.2", "-1", "1..2",
+             "1.2.", ".1", "", "1.2 ", " 1.2", "1.2a", "0x10", std::string("1\0.2", 4)}) {
         EXPECT_EQ(Version::Parse(text), Numbers()) << '"' << text << '"';
         EXPECT_FALSE(Version(text).IsValid()) << '"' << text << '"';
     }
-}
-
-TEST(VersionTest, ComparesNumberByNumberWithTrailingZerosIgnored) {
+    // Number by number, trailing zeros ignored; an invalid text is 0.
     const struct {
         const char* a;
         const char* b;

@@ -18,7 +18,6 @@ Installation::Installation(const std::string& namePart) {
     root_ = std::filesystem::temp_directory_path() /
             std::filesystem::u8path("qzekit-" + namePart + "-" + base::GenerateGUID());
     std::filesystem::create_directories(root_);
-    // Through UTF-8: the C locale can't widen a non-ASCII name.
     qzextensionkit::platform::testing::SetExecutablePathOverride(
         base::UTF8ToWide((root_ / "host.exe").u8string()));
 }
@@ -44,7 +43,6 @@ std::string EncryptForConfig(const std::string& plain, const std::string& key) {
                                  reinterpret_cast<const unsigned char*>(key.data()), nullptr),
               1);
     EVP_CIPHER_CTX_set_padding(context.get(), 0);
-    // Whole blocks without padding come out of one update call.
     std::string cipher(plain.size(), '\0');
     int written = 0;
     EXPECT_EQ(EVP_EncryptUpdate(context.get(), reinterpret_cast<unsigned char*>(&cipher[0]),
@@ -67,79 +65,58 @@ std::string Manifest(const std::string& id, const std::string& foundationVersion
 }
 
 void LoadedSample::SetUp() {
-    // Path lookups: "host.menu" and "host.other" are found through nested
-    // objects. "self" maps a point onto itself.
-    install.WriteMapping(R"({
-        "host": {"menu": {"extensionPointId": "adapter.web", "version": "9.9",
-                          "clsid": "{CLS}", "iid": "{IID}", "isSingleton": true},
-                 "other": {"extensionPointId": "adapter.none"}},
-        "self": {"extensionPointId": "self"}})");
-    install.WriteConfig(R"({
-        "modules": [
-            {"id": "core"}, {"id": "a_mod", "configurations": [
-                {"key": "vv_video_meetting_live", "value": "false"}]},
-            {"id": "b_mod", "configurations": [
-                {"key": "vv_video_meetting_live", "value": "true"},
-                {"key": "im_enable_burn_chat", "value": "TRUE"},
-                {"key": "vorn.feature.sms.enabled", "value": "true"},
-                {"key": "with_default", "value": "", "defaultValue": "dflt"},
-                {"key": "no_value", "defaultValue": "x"}, {"key": "number", "value": 5},
-                {"key": "empty", "value": ""}, {"value": "no key"},
-                {"key": "", "value": "empty key"},
-                {"key": "dup", "value": "1"}, {"key": "dup", "value": "2"}, "not an object"]},
-            {"id": ""}, {"configurations": []}, "not an object",
-            {"id": "mail", "configurations": [{"key": "old", "value": "1"}]},
-            {"id": "mail", "configurations": [{"key": "new", "value": "2"}]}],
-        "ExtensionAuthInfo": {
-            "H5": {"https://b.example.com": [{"bundleId": "web", "accessKey": "k2"}],
-                   "https://a.example.com:8443": [{"bundleId": "web", "accessKey": "k1"},
-                                                 {"bundleId": "web", "accessKey": ""},
-                                                 {"bundleId": "", "accessKey": "x"}, {}, 7],
-                   "https://c.example.com": "not a list"},
-            "Native": [{"bundleId": "native", "accessKey": "k3"}, {"accessKey": "k4"}]},
-        "artifacts": ["good1", "missing", "notjson", "listroot", "", 5, "other", "adapter", "src",
-                      "adapter2", "good2"]})");
+    // "host.menu" and "host.other" are found through nested objects; "self"
+    // maps a point onto itself.
+    install.WriteMapping(R"({"host": {"menu": {"extensionPointId": "adapter.web", "version": "9.9",
+        "clsid": "{CLS}", "iid": "{IID}", "isSingleton": true},
+        "other": {"extensionPointId": "adapter.none"}}, "self": {"extensionPointId": "self"}})");
+    install.WriteConfig(R"({"modules": [{"id": "core"},
+        {"id": "a_mod", "configurations": [{"key": "vv_video_meetting_live", "value": "false"}]},
+        {"id": "b_mod", "configurations": [{"key": "vv_video_meetting_live", "value": "true"},
+            {"key": "im_enable_burn_chat", "value": "TRUE"},
+            {"key": "vorn.feature.sms.enabled", "value": "true"},
+            {"key": "with_default", "value": "", "defaultValue": "dflt"},
+            {"key": "no_value", "defaultValue": "x"}, {"key": "number", "value": 5},
+            {"key": "empty", "value": ""}, {"value": "no key"}, {"key": "", "value": "empty key"},
+            {"key": "dup", "value": "1"}, {"key": "dup", "value": "2"}, "not an object"]},
+        {"id": ""}, {"configurations": []}, "not an object",
+        {"id": "mail", "configurations": [{"key": "old", "value": "1"}]},
+        {"id": "mail", "configurations": [{"key": "new", "value": "2"}]}],
+      "ExtensionAuthInfo": {
+        "H5": {"https://b.example.com": [{"bundleId": "web", "accessKey": "k2"}],
+               "https://a.example.com:8443": [{"bundleId": "web", "accessKey": "k1"},
+                   {"bundleId": "web", "accessKey": ""}, {"bundleId": "", "accessKey": "x"}, {}, 7],
+               "https://c.example.com": "not a list"},
+        "Native": [{"bundleId": "native", "accessKey": "k3"}, {"accessKey": "k4"}]},
+      "artifacts": ["good1", "missing", "notjson", "listroot", "", 5, "other", "adapter", "src",
+                    "adapter2", "good2"]})");
     // Duplicates within and across bundles, a record and a point without id.
     install.WriteManifest("good1", Manifest("bundle.1", "", R"([{"id": "host.list", "extensions": [
-            {"id": "e1", "version": "first"}, {"version": "no id"},
-            {"id": "e1", "version": "second"}]}, {"no id": "point skipped"}])"));
+        {"id": "e1", "version": "first"}, {"version": "no id"}, {"id": "e1", "version": "second"}]},
+        {"no id": "point skipped"}])"));
     install.WriteManifest("good2", Manifest("bundle.2", "", R"([{"id": "host.list", "extensions": [
-            {"id": "e1", "version": "third"}, {"id": "e2"}]}])"));
+        {"id": "e1", "version": "third"}, {"id": "e2"}]}])"));
     install.WriteManifest("notjson", "{\"id\": ");
     install.WriteManifest("listroot", "[]");
-    // A look-alike of the adapter, the adapter, and a second adapter that
-    // comes too late to serve.
+    // A look-alike of the adapter, the adapter, and a second one too late to serve.
     install.WriteManifest("other", Manifest("not_adapter", "", R"([{"id": "adapter.web"}])"));
-    install.WriteManifest("adapter", Manifest("extension_adapter", "", R"([
-        {"id": "adapter.web", "iid": "{POINT-IID}", "extensions": [{"id": "local"}]},
+    install.WriteManifest("adapter", Manifest("extension_adapter", "", R"([{"id": "adapter.web",
+        "iid": "{POINT-IID}", "extensions": [{"id": "local"}]},
         {"id": "self", "extensions": [{"id": "z"}]}])",
                                               "bin/adapter.dll"));
     install.WriteManifest("adapter2", Manifest("extension_adapter", "",
                                                R"([{"id": "adapter.web", "iid": "{LATE}"}])"));
-    // Sources of derived records, and points for the lookups.
-    install.WriteManifest("src", Manifest("bundle.src", "", R"([
-        {"id": "host.menu", "extensions": [
-            {"id": "s1", "unifiedId": "u1",
-             "payloads": {"a": "1", "b": "", "x.y": "2"},
-             "constraints": [{"key": "k", "value": ["", "v"]}, {"key": "gone", "value": [""]}],
-             "settingMap": {"modalPosition": "c", "modalSize": "s", "host": "h", "uri": "/u",
-                            "openType": "tab"}},
-            {"id": "s2", "payloads": {"extensionId": "given"}},
-            {"id": "s3"}]},
-        {"id": "host.other", "extensions": [{"id": "o1"}]},
-        {"id": "p.b", "extensions": [{"id": "same", "version": "from b"}]},
-        {"id": "p.a", "extensions": [{"id": "same", "version": "from a"}, {"id": ""}]},
-        {"id": "p.empty", "extensions": []}])"));
-    // Read by nothing but the debug reader. The binding at index i reads
-    // extension i, once per extension it has.
-    install.Write("vplus-toolkit-extension.json", R"({
-        "extensionAuths": {"https://d.example.com": {"bundleId": "dbg"}, "e": {"bundleId": ""}},
-        "extensionBindings": [
-            {"extensionPointId": "host.menu", "extensions": [
-                {"payloads": [{"key": "p", "value": "first"}, {"key": "q", "value": ""}],
-                 "settingMap": {"uri": "/x"}}, {"payloads": [{"key": "p", "value": "second"}]}]},
-            {"extensionPointId": "host.menu", "extensions": [{"payloads": []}]}]})");
-    // Debug mode changes nothing, and the load never reads the debug file.
+    install.WriteManifest("src", Manifest("bundle.src", "", R"([{"id": "host.menu", "extensions": [
+        {"id": "s1", "unifiedId": "u1", "payloads": {"a": "1", "b": "", "x.y": "2"},
+         "constraints": [{"key": "k", "value": ["", "v"]}, {"key": "gone", "value": [""]}],
+         "settingMap": {"modalPosition": "c", "modalSize": "s", "host": "h", "uri": "/u",
+                        "openType": "tab"}},
+        {"id": "s2", "payloads": {"extensionId": "given"}}, {"id": "s3"}]},
+      {"id": "host.other", "extensions": [{"id": "o1"}]},
+      {"id": "p.b", "extensions": [{"id": "same", "version": "from b"}]},
+      {"id": "p.a", "extensions": [{"id": "same", "version": "from a"}, {"id": ""}]},
+      {"id": "p.empty", "extensions": []}])"));
+    // Debug mode changes nothing in the load.
     ASSERT_TRUE(manager.SetDebugModeEnable(true));
     loadLog = CaptureLog();
     ASSERT_TRUE(manager.LoadAllExtensionInfos());

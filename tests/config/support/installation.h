@@ -23,9 +23,8 @@ public:
     Installation& operator=(const Installation&) = delete;
 
     const std::filesystem::path& root() const { return root_; }
-    // The executable's directory as the kit's paths begin it.
     std::string RootText() const { return root_.u8string(); }
-    // Writes `bytes` to a file below the root, creating folders on the way.
+    // Writes `bytes` below the root, creating folders on the way.
     void Write(const std::string& relative, const std::string& bytes) const;
     void WriteMapping(const std::string& json) const {
         Write("extension_adapter_mapping.json", json);
@@ -34,7 +33,6 @@ public:
     void WriteManifest(const std::string& bundle, const std::string& json) const {
         Write("extensions/" + bundle + "/manifest.json", json);
     }
-    // Removes a file or folder below the root.
     void Remove(const std::string& relative) const {
         std::filesystem::remove_all(root_ / relative);
     }
@@ -69,7 +67,6 @@ protected:
     std::shared_ptr<CapturedLines> log;
 };
 
-// The text the log sink receives for one of the configuration manager's lines.
 inline std::string ConfigLine(const std::string& text) {
     return "[QZExtensionKit] configuration manager impl - " + text;
 }

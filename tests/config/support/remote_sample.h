@@ -43,24 +43,18 @@ public:
 
     void FetchConfig(const std::function<void()>& onSuccess,
                      const std::function<void(const std::string&)>& onFailure) override {
-        switch (answer) {
-            case Answer::kSucceed:
-                onSuccess();
-                break;
-            case Answer::kFail:
-                onFailure(failureText);
-                break;
-            case Answer::kTwice:
-                onSuccess();
-                onSuccess();
-                break;
-            case Answer::kNever:
-                break;
+        if (answer == Answer::kFail) {
+            onFailure(failureText);
+        }
+        for (int i = answer == Answer::kSucceed ? 1
+                     : answer == Answer::kTwice ? 2
+                                                : 0;
+             i > 0; --i) {
+            onSuccess();
         }
     }
     void GetConfig(RemoteExtensions& outExtensions, RemoteAuthInfos& outAuthInfos) override {
         ++getConfigCalls;
-        // Without `fill` the kit's containers keep what they hold.
         if (fill) {
             outExtensions = extensions;
             outAuthInfos = authInfos;
@@ -90,35 +84,30 @@ public:
 class RemoteSample : public ::testing::Test {
 protected:
     void SetUp() override {
-        install.WriteMapping(R"({
-            "web": {"src": {"extensionPointId": "adapter.panel", "version": "2.0",
-                            "clsid": "{ACLS}", "iid": "{AIID}"}},
+        install.WriteMapping(R"({"web": {"src": {"extensionPointId": "adapter.panel",
+                "version": "2.0", "clsid": "{ACLS}", "iid": "{AIID}"}},
             "native": {"src": {"extensionPointId": "host.tools"}},
             "fresh": {"src": {"extensionPointId": "adapter.fresh"}},
             "plain": {"src": {"extensionPointId": "host.plain"}},
             "none": {"src": {"extensionPointId": "adapter.none"}}})");
-        install.WriteConfig(R"({
-            "artifacts": ["tools", "adapter", "plain"],
-            "ExtensionAuthInfo": {
-                "H5": {"https://a.example.com": [{"bundleId": "dup", "accessKey": "ka"}],
-                       "https://b.example.com": [{"bundleId": "dup", "accessKey": "kb"}],
-                       "https://h5.example.com": [{"bundleId": "web.app", "accessKey": "wk"},
-                                                  {"bundleId": "shop", "accessKey": "sk"}],
-                       "https://port.example.com:8443": [{"bundleId": "portal",
-                                                          "accessKey": "pk"}]},
-                "Native": [{"bundleId": "bundle.tools", "accessKey": "nk"}]}})");
-        install.WriteManifest("tools", Manifest("bundle.tools", "", R"([
-            {"id": "host.tools", "iid": "{TOOLS-IID}", "extensions": [
-                {"id": "t1", "version": "1.1", "clsid": "{T1}", "isSingleton": true},
-                {"id": "t2", "version": "2.2", "clsid": "{T2}"}]}])"));
+        install.WriteConfig(R"({"artifacts": ["tools", "adapter", "plain"], "ExtensionAuthInfo": {
+            "H5": {"https://a.example.com": [{"bundleId": "dup", "accessKey": "ka"}],
+                   "https://b.example.com": [{"bundleId": "dup", "accessKey": "kb"}],
+                   "https://h5.example.com": [{"bundleId": "web.app", "accessKey": "wk"},
+                                              {"bundleId": "shop", "accessKey": "sk"}],
+                   "https://port.example.com:8443": [{"bundleId": "portal", "accessKey": "pk"}]},
+            "Native": [{"bundleId": "bundle.tools", "accessKey": "nk"}]}})");
+        install.WriteManifest("tools", Manifest("bundle.tools", "", R"([{"id": "host.tools",
+            "iid": "{TOOLS-IID}", "extensions": [
+            {"id": "t1", "version": "1.1", "clsid": "{T1}", "isSingleton": true},
+            {"id": "t2", "version": "2.2", "clsid": "{T2}"}]}])"));
         install.WriteManifest("adapter", Manifest("extension_adapter", "", R"([
             {"id": "adapter.panel", "iid": "{PANEL-IID}", "extensions": [{"id": "panel.local"}]},
             {"id": "adapter.fresh", "iid": "{FRESH-IID}"}])",
                                                   "bin/adapter.dll"));
-        install.WriteManifest("plain", Manifest("bundle.plain", "",
-                                                R"([{"id": "host.plain", "extensions": [
-                {"id": "p1"}]}])",
-                                                ""));
+        install.WriteManifest(
+            "plain", Manifest("bundle.plain", "",
+                              R"([{"id": "host.plain", "extensions": [{"id": "p1"}]}])", ""));
         ASSERT_TRUE(manager.LoadAllExtensionInfos());
         source = std::make_shared<FakeSource>();
         log = CaptureLog();

@@ -1,7 +1,6 @@
 #pragma once
 
-// The interface of the sample host's extension point, shared by the host and
-// the sample bundle.
+// The sample host's extension point, shared by the host and the bundle.
 
 #include <string>
 
@@ -10,9 +9,8 @@
 class ISampleGreeter : public by::IBaseUnknown {
 public:
     BY_DECLARE_INTERFACE_ID("{3a9c2f10-6b7d-4e21-9f08-1c2d3e4f5a60}")
-    // The manifest's "greeting", the name and the bundle's motto file.
+    // The manifest's "greeting", the name and the bundle's motto.
     virtual std::string Greet(const std::string& name) = 0;
-    // How often the bundle's entry object was started (once).
     virtual int BundleStarts() = 0;
 
 protected:

@@ -1,6 +1,5 @@
-// A host built against the installed kit: it loads the sample bundle from
-// extensions/ beside it, with the library digest check on, and checks what
-// the bundle's extension answers.
+// A host built against the installed kit: loads the sample bundle from
+// extensions/ beside it, with the library digest check on.
 
 #include <cstdio>
 #include <string>
@@ -22,39 +21,27 @@ private:
     std::vector<std::string>* lines_;
 };
 
-int failures = 0;
-
-void Check(bool ok, const std::string& what) {
-    std::printf("%s: %s\n", ok ? "ok" : "FAILED", what.c_str());
-    if (!ok) {
-        ++failures;
-    }
-}
-
 }  // namespace
 
 int main() {
     std::vector<std::string> lines;
     QZExtensionKit::InitSDK();
     QZELogService::GetInstance()->RegisterLogger(new Lines(&lines));
-
     QZExtensionManager* extensions = QZExtensionManager::GetInstance();
     extensions->SetFoundationVersion("1.0");
     extensions->SetLibFileVerifyEnable(true);
-    Check(extensions->Load(), "Load");
-
     void* object = nullptr;
-    bool found = extensions->GetExtensionById("com.example.sample.greeter", &object);
-    Check(found && object != nullptr, "GetExtensionById(com.example.sample.greeter)");
-    if (found && object != nullptr) {
+    std::string text = "(no extension)";
+    int starts = 0;
+    if (extensions->Load() && extensions->GetExtensionById("com.example.sample.greeter", &object) &&
+        object) {
         auto* greeter = static_cast<ISampleGreeter*>(object);
-        std::string text = greeter->Greet("consumer");
-        Check(text == "Hello, consumer! Built against the installed kit.", "Greet: " + text);
-        Check(greeter->BundleStarts() == 1, "the bundle's entry object started once");
+        text = greeter->Greet("consumer");
+        starts = greeter->BundleStarts();
         greeter->Release();
     }
-
-    if (failures != 0) {
+    if (text != "Hello, consumer! Built against the installed kit." || starts != 1) {
+        std::printf("FAILED: greeting \"%s\", bundle started %d times\n", text.c_str(), starts);
         for (const std::string& line : lines) {
             std::printf("  kit: %s\n", line.c_str());
         }

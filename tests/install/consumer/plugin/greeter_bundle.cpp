@@ -1,5 +1,5 @@
-// A bundle as its author would write it against the installed kit: an entry
-// object and one extension that reads its payload and its resources.
+// A bundle as its author writes it: an entry object and one extension that
+// reads its payload and its resources.
 
 #include <string>
 
@@ -27,11 +27,8 @@ public:
         return 0;
     }
     std::string Greet(const std::string& name) override {
-        std::string motto;
-        base::FilePath file = base::FilePath(GetResourcesPath()).AppendASCII("motto.txt");
-        if (!base::ReadFileToString(file, &motto)) {
-            motto = "(no motto)";
-        }
+        std::string motto = "(no motto)";
+        base::ReadFileToString(base::FilePath(GetResourcesPath()).AppendASCII("motto.txt"), &motto);
         while (!motto.empty() && (motto.back() == '\n' || motto.back() == '\r')) {
             motto.pop_back();
         }

@@ -1,0 +1,663 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <openssl/bio.h>
+#include <openssl/pem.h>
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bundle/base_bundle.h"
+#include "bundle/bundle_manager_impl.h"
+#include "bundle/lib_file_verify.h"
+#include "bundle/library_signer.h"
+#include "bundle/sign_verify.h"
+#include "bundle/support/bundle_dirs.h"
+#include "bundle/support/verify_pki.h"
+#include "common/capture_logger.h"
+#include "component/support/test_plugins.h"
+#include "kit/extension_manager.h"
+#include "kit/qzextensionkit.h"
+#include "platform/platform.h"
+#include "plugins/test_interfaces.h"
+
+namespace qzextensionkit {
+namespace {
+
+namespace fs = std::filesystem;
+namespace pf = platform;
+using qzetest::BundleDir;
+using ::testing::ElementsAre;
+using Lines = std::vector<std::string>;
+
+const std::string P = "[QZExtensionKit] [SignVerify] ";
+const std::string kNoFile = "(no file)";  // a row's bytes when its path holds no file
+const std::string kEntry = std::string("entry") + qzetest::kLibrarySuffix;
+const std::string kClass = qzetest::kBundleClass;
+
+TEST(LibFileVerify, DigestMatrix) {
+    const std::string kOk = P + "Verify lib file md5 success.";
+    const std::string kHashFailed =
+        P + "Verify lib file md5 failed, because of generate lib file md5 failed.";
+    const std::string kEmptyMd5 = "d41d8cd98f00b204e9800998ecf8427e";
+    // Two blocks of 1,024 bytes and one byte more.
+    const std::string bytes = std::string(2048, '\0') + "x";
+    const std::string md5 = qzetest::Md5Hex(bytes);
+    std::string upper = md5;
+    std::transform(md5.begin(), md5.end(), upper.begin(), ::toupper);
+    const struct {
+        const char* file;  // UTF-8, in the folder; "." is the folder
+        std::string bytes;
+        std::string manifest;
+        Lines lines;  // a mismatch is the caller's to log
+        bool failRead;
+    } rows[] = {
+        {"a.so", bytes, md5, {kOk}, false},
+        {"empty.so", "", kEmptyMd5, {kOk}, false},
+        {"\xE5\x8A\xA0\xE8\xBD\xBD\xC3\xA9.so", bytes, md5, {kOk}, false},
+        {"a.so", bytes, kEmptyMd5, {}, false},
+        {"a.so", bytes, upper, {}, false},
+        {"a.so", bytes, "", {}, false},
+        {"missing.so", kNoFile, md5, {kHashFailed}, false},
+        {".", kNoFile, md5, {kHashFailed}, false},
+        {"a.so", bytes, md5, {kHashFailed}, true},
+    };
+    qzetest::TempDir dir;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.file + (" " + row.manifest));
+        const fs::path path = dir.path() / fs::u8path(row.file);
+        if (row.bytes != kNoFile) {
+            qzetest::WriteBytes(path, row.bytes);
+        }
+        auto log = qzetest::CaptureLog();
+        if (row.failRead) {
+            pf::testing::InjectFailure(pf::testing::Operation::kReadFile, 1);
+        }
+        const bool result =
+            QZEExtensionLibFileVerify::GetInstance()->Verify(qzetest::Wide(path), row.manifest);
+        pf::testing::ClearFailures();
+        EXPECT_EQ(result, row.lines == Lines{kOk});
+        EXPECT_EQ(log->Texts(), row.lines);
+    }
+}
+
+#if !defined(_WIN32)
+
+using qzetest::Identity;
+using qzetest::SignOptions;
+
+qzetest::TestPki* g_pki = nullptr;
+
+// Set before the first test: libcrypto reads these once, for its store.
+class VerifyEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        dir_ = std::make_unique<qzetest::TempDir>();
+        pki_ = qzetest::MakeTestPki(dir_->path());
+        ::setenv("SSL_CERT_FILE", pki_.trustFile.c_str(), 1);
+        ::setenv("SSL_CERT_DIR", pki_.trustDir.c_str(), 1);
+        g_pki = &pki_;
+    }
+    void TearDown() override { dir_.reset(); }
+
+private:
+    std::unique_ptr<qzetest::TempDir> dir_;
+    qzetest::TestPki pki_;
+};
+
+::testing::Environment* const kEnvironment =
+    ::testing::AddGlobalTestEnvironment(new VerifyEnvironment);
+
+const unsigned char kSaltBytes[] = {QZEKIT_SIGN_SALT_BYTES};
+const std::string kSalt(reinterpret_cast<const char*>(kSaltBytes), sizeof kSaltBytes);
+// Not the file's digest: signMD5 binds the manifest's text, not a fresh hash.
+const std::string kLibMd5 = "0123456789abcdef0123456789abcdef";
+const std::string kSigner = "Example Signer Ltd";
+const std::string kIntermediate = "Verify Test Intermediate CA";
+
+std::string Library() {
+    return qzetest::ReadBytes(qzetest::BuiltPlugin("qzekit_plugin_complete"));
+}
+
+// Signed with the intermediate certificate carried along.
+std::string SignedWith(const Identity& signer, SignOptions options = {}) {
+    options.chain.push_back(&qzetest::VerifyPki().intermediate);
+    return qzetest::AppendSignature(Library(), qzetest::SignDetached(Library(), signer, options));
+}
+
+std::string SignMd5(const std::string& subject) {
+    return qzetest::Md5Hex(subject + kLibMd5 + kSalt);
+}
+
+Lines Join(std::initializer_list<Lines> parts) {
+    Lines out;
+    for (const Lines& part : parts) {
+        out.insert(out.end(), part.begin(), part.end());
+    }
+    return out;
+}
+
+Lines Cert(const std::string& serial, const std::string& issuer, const std::string& subject) {
+    return {P + "Serial Number: " + serial, P + "Issuer Name: " + issuer,
+            P + "Subject Name: " + subject};
+}
+
+Lines Failed(const std::string& reason) {
+    return {P + "Verify signer certificate information failed, because of " + reason};
+}
+
+Lines Error(const char* code) {
+    return {P + "Error is: " + code + "."};
+}
+
+LibrarySigningInput Input(const Identity& id, const fs::path& key = {}, const fs::path& chain = {},
+                          const std::string& passphrase = {}) {
+    LibrarySigningInput input;
+    input.certificatePath = qzetest::Wide(id.certPath);
+    input.keyPath = qzetest::Wide(key.empty() ? id.keyPath : key);
+    input.chainPath = chain.empty() ? std::wstring() : qzetest::Wide(chain);
+    input.keyPassphrase = passphrase;
+    return input;
+}
+
+TEST(SignVerify, SignatureMatrix) {
+    const qzetest::TestPki& pki = qzetest::VerifyPki();
+    const std::string library = Library();
+    const std::string good = SignedWith(pki.signer);
+    std::string tampered = good;
+    tampered[100] = static_cast<char>(tampered[100] ^ 1);
+    std::string overlong = good;
+    overlong[overlong.size() - 28 - 4] = 0x7F;  // the block's length, top byte
+    SignOptions sha1;
+    sha1.digest = EVP_sha1();
+    SignOptions stamped;
+    stamped.countersigner = &pki.timestamper;
+    stamped.countersignTime = 1700000000;
+    struct tm local {};
+    ASSERT_NE(localtime_r(&stamped.countersignTime, &local), nullptr);
+    char date[64];
+    std::snprintf(date, sizeof date, "%02d/%02d/%04d %02d:%02d", local.tm_mon + 1, local.tm_mday,
+                  local.tm_year + 1900, local.tm_hour, local.tm_min);
+    auto der = [](unsigned char tag, const std::string& content) {
+        return std::string(1, static_cast<char>(tag)) + static_cast<char>(content.size()) + content;
+    };
+    auto withProgram = [&](const std::string& value) {
+        SignOptions options;
+        options.programNameDer = der(0x30, value);
+        return SignedWith(pki.signer, options);
+    };
+    const std::string nonAscii = "Z\xC3\xBCrich Sign\xC3\xA9 \xE5\x8C\x97\xE4\xBA\xAC";
+    qzetest::TempDir dir;
+    qzetest::CertRequest noName;
+    noName.issuer = &pki.intermediate;
+    noName.serial = 0x6001;
+    const Identity nameless = qzetest::MakeIdentity(noName, dir.path(), "nameless");
+    // Signed twice by the kit: the second signature replaces the first.
+    const fs::path resigned = dir.path() / "resigned.so";
+    qzetest::WriteBytes(resigned, library);
+    fs::permissions(resigned, fs::perms(0755));
+    std::string error;
+    ASSERT_TRUE(SignLibraryFile(qzetest::Wide(resigned), Input(pki.selfSigned), &error)) << error;
+    LibrarySigningInput input = Input(pki.signer, {}, pki.intermediate.certPath);
+    input.programName = "Hello Bundle \xE2\x9C\x93";
+    input.moreInfoLink = "https://example.com/hello";
+    ManifestDigests digests;
+    ASSERT_TRUE(SignLibraryFile(qzetest::Wide(resigned), input, &error) &&
+                ComputeManifestDigests(qzetest::Wide(resigned), &digests, &error))
+        << error;
+    EXPECT_EQ(fs::status(resigned).permissions() & fs::perms::all, fs::perms(0755));
+    const std::string right = SignMd5(kSigner);
+    const std::string wrong = "0000" + right.substr(4);
+    const Lines kSigned = {P + "The file \"{path}\" is signed and the signature was verified."};
+    const Lines kSignerCert = Cert("008f1e2d3c4b5a6978", kIntermediate, kSigner);
+    const Lines kMatched = {P + "Compare config sign md5 with lib file cert md5.",
+                            P + "Verify signer certificate information success."};
+    const Lines verified = Join({kSigned, kSignerCert, kMatched});
+    const Lines unknown = {
+        P + "An unknown error occurred trying to verify the signature of the \"{path}\" file."};
+    const Lines notMatched =
+        Join({kSigned, kSignerCert, {kMatched[0]}, Failed("sign md5 not match.")});
+    const struct {
+        const char* name;
+        std::string bytes;
+        std::string signMD5;
+        bool expected;
+        Lines lines;                 // "{path}" stands for the file's path
+        std::size_t pathLength = 0;  // pads the path to this many characters
+        std::string libFileMD5 = kLibMd5;
+    } rows[] = {
+        {"good signature", good, right, true, verified},
+        {"byte changed after signing", tampered, right, false, Error("0x80096010")},
+        {"block longer than the file", overlong, right, false, unknown},
+        {"unsigned file", library, right, false, {P + "The file \"{path}\" is not signed."}},
+        {"missing file", kNoFile, right, false, Error("0x80070002")},
+        {"self-signed signer", SignedWith(pki.selfSigned), right, false, Error("0x800b0109")},
+        {"expired signer", SignedWith(pki.expired), right, false, Error("0x800b0101")},
+        {"not for code signing", SignedWith(pki.wrongUsage), right, false, Error("0x800b0110")},
+        {"root rejected for code signing",
+         SignedWith(pki.belowRejected),
+         SignMd5("Signer Below Rejected Root"),
+         false,
+         {P + "The signature is present, but specifically disallowed."}},
+        {"SHA-1 digest", SignedWith(pki.signer, sha1), right, false, Error("0x80090008")},
+        {"certificate signed with SHA-1", SignedWith(pki.sha1Cert), right, false,
+         Error("0x80090008")},
+        {"wrong signMD5", good, wrong, false, notMatched},
+        {"empty signMD5: the trust check still runs first", good, "", false,
+         Join({kSigned, kSignerCert, Failed("sign md5 is empty.")})},
+        {"empty libFileMD5", good, right, false,
+         Join({kSigned, kSignerCert, Failed("lib file md5 is empty.")}), 0, ""},
+        // A name with no attribute is an empty text, as Windows reads it.
+        {"subject without a name", SignedWith(nameless), SignMd5(""), false,
+         Join({kSigned, Cert("6001", kIntermediate, ""), Failed("subject name empty.")})},
+        {"subject outside ASCII", SignedWith(pki.nonAscii), SignMd5(nonAscii), true,
+         Join({kSigned, Cert("2004", kIntermediate, nonAscii), kMatched})},
+        {"issuer without a name", SignedWith(pki.belowNameless),
+         SignMd5("Signer Below Nameless Root"), true,
+         Join({kSigned, Cert("5002", "", "Signer Below Nameless Root"), kMatched})},
+        {"countersigned", SignedWith(pki.signer, stamped), right, true,
+         Join({verified,
+               Cert("4001", kIntermediate, "Verify Test Time Stamping"),
+               {P + "Date of TimeStamp : " + date}})},
+        // The comparison fails before the time stamp is read.
+        {"countersigned, wrong signMD5", SignedWith(pki.signer, stamped), wrong, false, notMatched},
+        // Logged in this order; a broken attribute is not logged.
+        {"program name and both links",
+         withProgram(der(0xA0, der(0x81, "Tool")) + der(0xA1, der(0xA2, der(0x81, "C:\\i.txt"))) +
+                     der(0xA2, der(0x80, "https://p.example"))),
+         right, true,
+         Join({kSigned,
+               {P + "Program Name : Tool", P + "Publisher Link : https://p.example",
+                P + "MoreInfo Link : C:\\i.txt"},
+               kSignerCert,
+               kMatched})},
+        {"name as BMPString, moniker link",
+         withProgram(der(0xA0, der(0x80, std::string("\0N\0a\0m\0e\x20\xAC", 10))) +
+                     der(0xA1, der(0xA1, der(0x04, "0123456789abcdef")))),
+         right, true,
+         Join({kSigned, {P + "Program Name : Name\xE2\x82\xAC"}, kSignerCert, kMatched})},
+        {"program name cut short", withProgram(std::string("\xA0\x05\x81\x09Tool", 8)), right, true,
+         verified},
+        {"signed twice by the kit", qzetest::ReadBytes(resigned), digests.signMD5, true,
+         Join({kSigned,
+               {P + "Program Name : Hello Bundle \xE2\x9C\x93",
+                P + "MoreInfo Link : https://example.com/hello"},
+               kSignerCert,
+               kMatched}),
+         0, digests.libFileMD5},
+        {"path of 260 characters", good, right, true, verified, 260},
+        {"path of 261 characters",
+         good,
+         right,
+         false,
+         {P + "Sign Verify failed, because of file path length too long"},
+         261},
+    };
+    int n = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::string name = std::to_string(++n) + ".so";
+        if (row.pathLength > 0) {
+            ASSERT_GT(row.pathLength, (dir.path() / name).string().size());
+            name.insert(0, row.pathLength - (dir.path() / name).string().size(), 'p');
+        }
+        const fs::path path = dir.path() / name;
+        if (row.bytes != kNoFile) {
+            qzetest::WriteBytes(path, row.bytes);
+        }
+        Lines expected = row.lines;
+        for (std::string& line : expected) {
+            if (line.find("{path}") != std::string::npos) {
+                line.replace(line.find("{path}"), 6, path.string());
+            }
+        }
+        auto log = qzetest::CaptureLog();
+        EXPECT_EQ(QZEExtensionSignVerify::GetInstance()->Verify(qzetest::Wide(path), row.signMD5,
+                                                                row.libFileMD5),
+                  row.expected);
+        EXPECT_EQ(log->Texts(), expected);
+    }
+}
+
+TEST(LibrarySigner, RefusalsLeaveTheFileAsItWas) {
+    const qzetest::TestPki& pki = qzetest::VerifyPki();
+    qzetest::TempDir dir;
+    const fs::path library = dir.path() / "plugin.so";
+    const fs::path damaged = dir.path() / "damaged.so";
+    const fs::path notPem = dir.path() / "not.pem";
+    const fs::path key = dir.path() / "encrypted.key";
+    fs::copy_file(qzetest::BuiltPlugin("qzekit_plugin_complete"), library);
+    qzetest::WriteBytes(damaged, qzetest::ReadBytes(library) + std::string(12, '\0') +
+                                     "~Module signature appended~\n");
+    qzetest::WriteBytes(notPem, "not a certificate");
+    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new(BIO_s_mem()), &BIO_free);
+    ASSERT_EQ(PEM_write_bio_PrivateKey(bio.get(), pki.signer.key.get(), EVP_aes_256_cbc(), nullptr,
+                                       0, nullptr, const_cast<char*>("open sesame")),
+              1);
+    char* pem = nullptr;
+    const long size = BIO_get_mem_data(bio.get(), &pem);
+    qzetest::WriteBytes(key, std::string(pem, static_cast<std::size_t>(size)));
+    const struct {
+        fs::path library;
+        LibrarySigningInput input;
+        std::string error;  // how the error text starts
+    } rows[] = {
+        {library, Input(pki.signer, {}, notPem),
+         "no PEM certificate in the chain file " + notPem.string()},
+        {library, Input(pki.signer, key, {}, "wrong"),
+         "cannot read the private key in " + key.string() + " (wrong passphrase or not a PEM key)"},
+        {damaged, Input(pki.signer),
+         "the file ends with a damaged appended signature, so where the library ends is "
+         "unknown; sign the original library instead"},
+    };
+    for (const auto& row : rows) {
+        const std::string before = qzetest::ReadBytes(row.library);
+        std::string error;
+        EXPECT_FALSE(SignLibraryFile(qzetest::Wide(row.library), row.input, &error));
+        EXPECT_EQ(error.compare(0, row.error.size(), row.error), 0) << error;
+        EXPECT_EQ(qzetest::ReadBytes(row.library), before);
+    }
+    ManifestDigests digests;
+    std::string error;
+    EXPECT_FALSE(ComputeManifestDigests(qzetest::Wide(library), &digests, &error));
+    EXPECT_EQ(error, "the library carries no signature that can be read");
+    EXPECT_TRUE(
+        SignLibraryFile(qzetest::Wide(library), Input(pki.signer, key, {}, "open sesame"), &error))
+        << error;
+}
+
+#endif  // !defined(_WIN32)
+
+// The host's two switches, on the kit's own extension manager.
+void Checks(bool on) {
+    QZExtensionManager::GetInstance()->SetLibFileVerifyEnable(on);
+    QZExtensionManager::GetInstance()->SetSignVerifyEnable(on);
+}
+
+// What the bundle manager itself wrote, without the service's tag.
+Lines BundleLines(qzetest::CapturedLines& log) {
+    const std::string tag = "[QZExtensionKit] Bundle Loader - ";
+    Lines out;
+    for (const std::string& line : log.Texts()) {
+        if (line.compare(0, tag.size(), tag) == 0) {
+            out.push_back(line.substr(tag.size()));
+        }
+    }
+    return out;
+}
+
+class BundleManagerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        log = qzetest::CaptureLog();
+        QZExtensionKit::InitSDK();
+        manager = std::make_unique<QZEBundleManagerImpl>();
+        marker = qzetest::Backslashed(qzetest::Wide(temp.path()));
+        pf::SetLibraryDirectory(marker.c_str());
+    }
+    void TearDown() override {
+        // Libraries close here, before their folders are removed.
+        manager.reset();
+        pf::SetLibraryDirectory(L"");
+        Checks(false);
+    }
+
+    qzetest::TempDir temp;
+    std::shared_ptr<qzetest::CapturedLines> log;
+    std::unique_ptr<QZEBundleManagerImpl> manager;
+    std::wstring marker;
+};
+
+TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
+    using Prepare = std::function<void(BundleDir&, Artifact&)>;
+    const Prepare nothing = [](BundleDir&, Artifact&) {};
+    auto library = [](const char* plugin) -> Prepare {
+        return [plugin](BundleDir& d, Artifact&) { d.Library(plugin, kEntry); };
+    };
+    const Prepare bundle = library("qzekit_plugin_bundle");
+    // Both checks on and a wrong digest: the file check fails first.
+    const Prepare wrongDigest = [](BundleDir& d, Artifact& a) {
+        d.Library("qzekit_plugin_bundle", kEntry);
+        a.SetLibFileMD5(std::string(32, '0'));
+        Checks(true);
+    };
+#if !defined(_WIN32)
+    const Prepare signedBoth = [](BundleDir& d, Artifact& a) {
+        const qzetest::TestPki& pki = qzetest::VerifyPki();
+        d.Library("qzekit_plugin_bundle", kEntry);
+        const std::wstring path = qzetest::Wide(d.root / kEntry);
+        ManifestDigests digests;
+        std::string error;
+        EXPECT_TRUE(
+            SignLibraryFile(path, Input(pki.signer, {}, pki.intermediate.certPath), &error) &&
+            ComputeManifestDigests(path, &digests, &error))
+            << error;
+        a.SetLibFileMD5(digests.libFileMD5);
+        a.SetSignMD5(digests.signMD5);
+        Checks(true);
+    };
+#endif
+    // Its helper is only in the bundle's "bin"; no run path leads there.
+    const std::string dependent = std::string("qzekit_plugin_dependent") + qzetest::kLibrarySuffix;
+    const Prepare withDependency = [dependent](BundleDir& d, Artifact&) {
+        const fs::path built = fs::path(qzetest::TestPluginDir()) / "dep_bundle";
+        const std::string helper =
+            std::string("qzekit_plugin_dep_helper") + qzetest::kLibrarySuffix;
+        fs::copy_file(built / dependent, d.root / dependent);
+        fs::copy_file(built / "bin" / helper, d.root / "bin" / helper);
+    };
+    const std::string failed = "load bundle failed, because of ";
+    const Lines kRootMissing{failed + "root path not exist"};
+    const Lines kLibraryMissing{failed + "library file path not exist or empty"};
+    const Lines kLoadCom{failed + "load com failed"};
+    const Lines kEntryFailed{"initialze bundle entry failed"};
+    const Lines kStored{"class id:" + kClass + ", set bundle object success",
+                        "initialze bundle entry success"};
+    enum Left { kNothing, kUnopenedAtBin, kOpenAtBin, kOpen };
+    const struct {
+        const char* name;
+        Prepare prepare;
+        std::string mainEntry;
+        std::string classId;
+        Lines lines;
+        bool result;
+        Left left;
+    } rows[] = {
+        {"root missing", [](BundleDir& d, Artifact&) { fs::remove_all(d.root); }, kEntry, "",
+         kRootMissing, false, kNothing},
+        {"library missing", nothing, kEntry, "", kLibraryMissing, false, kNothing},
+        {"file check fails, before the signature's",
+         wrongDigest,
+         kEntry,
+         kClass,
+         {failed + "lib file verify failed"},
+         false,
+         kNothing},
+        {"not a library",
+         [](BundleDir& d, Artifact&) { qzetest::WriteBytes(d.root / kEntry, "no library"); },
+         kEntry, "", kLoadCom, false, kUnopenedAtBin},
+        {"empty library path: the root", nothing, "", "", kLoadCom, false, kUnopenedAtBin},
+        {"export missing", library("qzekit_plugin_no_unregister_server"), kEntry, "", kLoadCom,
+         false, kOpenAtBin},
+        {"no module object", library("qzekit_plugin_null_module"), kEntry, "", kLoadCom, false,
+         kUnopenedAtBin},
+        {"entry refuses to be built", library("qzekit_plugin_bundle_refuses"), kEntry, kClass,
+         kEntryFailed, true, kOpen},
+        {"entry class not in the library", bundle, kEntry, qzetest::kGreeterClass, kEntryFailed,
+         true, kOpen},
+        {"no entry class", bundle, kEntry, "", {}, true, kOpen},
+        {"dependency found in the bundle's bin", withDependency, dependent, "", {}, true, kOpen},
+        {"entry built and kept", bundle, kEntry, kClass, kStored, true, kOpen},
+#if !defined(_WIN32)
+        {"signed library, both checks on", signedBoth, kEntry, kClass, kStored, true, kOpen},
+#endif
+    };
+    int n = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        manager = std::make_unique<QZEBundleManagerImpl>();
+        BundleDir dir(temp.path(), "row" + std::to_string(++n));
+        const std::string key = dir.Key(row.mainEntry);
+        const bool inPool = row.left != kNothing;
+        // Every load past the path checks asks the pool first.
+        Lines lines;
+        if (row.lines != kRootMissing && row.lines != kLibraryMissing) {
+            lines.push_back("key:" + key + ", com loader is not exist");
+        }
+        if (inPool) {
+            lines.insert(lines.end(), {"key:" + key + ", com loader is not exist",
+                                       "key:" + key + ", create com loader",
+                                       "key:" + key + ", get com loader success"});
+        }
+        lines.insert(lines.end(), row.lines.begin(), row.lines.end());
+        auto artifact = dir.Artifact(row.mainEntry, row.classId);
+        pf::SetLibraryDirectory(marker.c_str());
+        row.prepare(dir, *artifact);
+        log->Clear();
+        EXPECT_EQ(manager->LoadBundle(artifact.get()), row.result);
+        EXPECT_EQ(BundleLines(*log), lines);
+        EXPECT_EQ(qzetest::SearchDirectory(), row.left == kUnopenedAtBin || row.left == kOpenAtBin
+                                                  ? qzetest::Backslashed(dir.RootText() + L"\\bin")
+                                                  : marker);
+        EXPECT_EQ(manager->ComLoaderIsExist(key), inPool);
+        if (inPool) {
+            by::CComLoader* loader = nullptr;
+            ASSERT_TRUE(manager->GetComLoader(key, &loader));
+            EXPECT_EQ(loader->IsLoaded(), row.left == kOpen || row.left == kOpenAtBin);
+        }
+        by::IBaseUnknown* entry = nullptr;
+        EXPECT_EQ(manager->GetBundleObject(row.classId.empty() ? "-" : row.classId, &entry),
+                  row.lines == kStored);
+        // A second load repeats the checks, or finds the loader and stops.
+        log->Clear();
+        EXPECT_EQ(manager->LoadBundle(artifact.get()), inPool || row.result);
+        const Lines again{"key:" + key + ", com loader is exist", "bundle has been loaded"};
+        EXPECT_EQ(BundleLines(*log), inPool ? again : lines);
+
+        Checks(false);
+        BundleDir next(temp.path(), "next" + std::to_string(n));
+        next.Library("qzekit_plugin_bundle", kEntry);
+        EXPECT_TRUE(manager->LoadBundle(next.Artifact(kEntry, qzetest::kQuietBundleClass).get()));
+        EXPECT_THAT(BundleLines(*log), ::testing::Contains("initialze bundle entry success"));
+        manager.reset();
+    }
+}
+
+std::vector<std::string>& Events() {
+    static auto* events = new std::vector<std::string>();
+    return *events;
+}
+
+TEST_F(BundleManagerTest, EntriesAreKeptByExactClassIdAndReleasedBeforeAnyLibraryCloses) {
+    // One class id in two letter cases, from two copies of the library.
+    std::string lower = kClass;
+    std::transform(lower.begin(), lower.end(), lower.begin(), ::tolower);
+    const std::string binEntry = "bin\\" + kEntry;
+    BundleDir a(temp.path(), "a");
+    BundleDir b(temp.path(), "b");
+    a.Library("qzekit_plugin_bundle", kEntry);
+    b.Library("qzekit_plugin_bundle", "bin/" + kEntry);
+    auto first = a.Artifact(kEntry, kClass);
+    ASSERT_TRUE(manager->LoadBundle(first.get()));
+    ASSERT_TRUE(manager->LoadBundle(b.Artifact(binEntry, lower).get()));
+    // Another artifact on the same library stops at the pool too.
+    auto sharing = a.Artifact(kEntry, qzetest::kQuietBundleClass);
+    for (Artifact* again : {first.get(), sharing.get()}) {
+        log->Clear();
+        EXPECT_TRUE(manager->LoadBundle(again));
+        EXPECT_THAT(BundleLines(*log), ElementsAre("key:" + a.Key(kEntry) + ", com loader is exist",
+                                                   "bundle has been loaded"));
+    }
+    auto count = [&](const BundleDir& dir, const std::string& entry, const char* name) {
+        by::CComLoader* loader = nullptr;
+        EXPECT_TRUE(manager->GetComLoader(dir.Key(entry), &loader));
+        return qzetest::CallCountExport(loader->Path(), name);
+    };
+    EXPECT_EQ(count(a, kEntry, "TestBundleInitializeCalls"), 1);
+    EXPECT_EQ(count(a, kEntry, "TestBundleContextChecks"), 1);
+    EXPECT_EQ(count(a, kEntry, "TestLiveObjects"), 1);
+    EXPECT_EQ(count(b, binEntry, "TestBundleInitializeCalls"), 1);
+
+    by::IBaseUnknown* upperEntry = nullptr;
+    by::IBaseUnknown* lowerEntry = nullptr;
+    ASSERT_TRUE(manager->GetBundleObject(kClass, &upperEntry));
+    ASSERT_TRUE(manager->GetBundleObject(lower, &lowerEntry));
+    EXPECT_NE(upperEntry, lowerEntry);
+    // The table's reference is the only one: the getter adds none.
+    EXPECT_EQ(upperEntry->AddRef(), 2u);
+    EXPECT_EQ(upperEntry->Release(), 1u);
+    log->Clear();
+    EXPECT_FALSE(manager->GetBundleObject(qzetest::kQuietBundleClass, &upperEntry));
+    EXPECT_EQ(upperEntry, nullptr);
+    EXPECT_THAT(BundleLines(*log),
+                ElementsAre("class id:" + std::string(qzetest::kQuietBundleClass) +
+                            ", get bundle object failed, because of object didn't founded"));
+
+    for (const fs::path& path : {a.root / kEntry, b.root / "bin" / kEntry}) {
+        pf::LibraryHandle handle = pf::OpenLibrary(qzetest::Wide(path).c_str());
+        ASSERT_NE(handle, nullptr);
+        auto set = reinterpret_cast<qzetest::TestSetEventSinkFunc>(
+            pf::FindExport(handle, "TestBundleSetEventSink"));
+        ASSERT_NE(set, nullptr);
+        set([](const char* event) { Events().push_back(event); });
+        pf::CloseLibrary(handle);
+    }
+    Events().clear();
+    manager.reset();
+    EXPECT_THAT(Events(), ElementsAre("bundle released", "bundle released", "library closed",
+                                      "library closed"));
+}
+
+TEST_F(BundleManagerTest, EmptyKeysAreRefusedAndAClassIdKeepsItsFirstObject) {
+    by::CComLoader* loader = nullptr;
+    EXPECT_FALSE(manager->ComLoaderIsExist(""));
+    EXPECT_FALSE(manager->GetComLoader("", &loader) || loader);
+    class Entry : public QZEBaseBundle {};
+    Entry* kept = nullptr;
+    Entry* dropped = nullptr;
+    ASSERT_EQ(by::CComObject<Entry>::CreateInstance(&kept), 0);
+    ASSERT_EQ(by::CComObject<Entry>::CreateInstance(&dropped), 0);
+    // Each entry object owns a context of its own.
+    ASSERT_NE(kept->GetContext(), nullptr);
+    EXPECT_NE(kept->GetContext(), dropped->GetContext());
+    by::IBaseUnknown* out = kept;
+    EXPECT_FALSE(manager->SetBundleObject("", kept));
+    EXPECT_FALSE(manager->SetBundleObject("c", nullptr));
+    EXPECT_FALSE(manager->GetBundleObject("", &out));
+    EXPECT_EQ(out, kept);  // left as it was
+    EXPECT_TRUE(manager->SetBundleObject("c", kept));
+    EXPECT_TRUE(manager->SetBundleObject("c", dropped));
+    EXPECT_TRUE(manager->GetBundleObject("c", &out));
+    EXPECT_EQ(out, static_cast<by::IBaseUnknown*>(kept));
+    EXPECT_THAT(BundleLines(*log),
+                ElementsAre("query com loader is exist failed, because of key is empty",
+                            "key:, get com loader failed, because of key is empty",
+                            "set bundle object failed, because of class id is empty",
+                            "class id:c, set bundle object failed, because of object pointer is "
+                            "nullptr",
+                            "get bundle object failed, because of class id is empty",
+                            "class id:c, set bundle object success",
+                            "class id:c, set bundle object success",
+                            "class id:c, get bundle object success"));
+    EXPECT_EQ(kept->Release(), 1u);
+    EXPECT_EQ(dropped->Release(), 0u);
+}
+
+}  // namespace
+}  // namespace qzextensionkit
+
+#if !defined(_WIN32)
+const qzetest::TestPki& qzetest::VerifyPki() {
+    return *qzextensionkit::g_pki;
+}
+#endif

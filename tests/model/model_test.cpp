@@ -1,0 +1,428 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/json/json_reader.h"
+#include "base/utf_string_conversions.h"
+#include "base/values.h"
+#include "bundle/support/bundle_dirs.h"
+#include "common/capture_logger.h"
+#include "model/artifact.h"
+#include "model/extension_factory.h"
+#include "model/extension_impl.h"
+#include "model/extension_point_impl.h"
+#include "model/extension_point_payload_meta_item.h"
+#include "model/manifest.h"
+
+namespace {
+
+using namespace qzextensionkit;
+using base::FilePath;
+using Constraints = std::map<std::string, std::vector<std::string>>;
+using Payloads = std::map<std::string, std::string>;
+
+// id|version|clsid|singleton|payloads|constraints|unifiedId|
+// modalPosition,modalSize,url,openType,host,uri
+std::string Describe(const Extension& record) {
+    std::string text = record.GetId() + "|" + record.GetVersion() + "|" + record.GetClsid() +
+                       (record.IsSingleton() ? "|1|" : "|0|");
+    for (auto& payload : record.GetPayloads()) {
+        text += payload.first + "=" + payload.second + ";";
+    }
+    text += "|";
+    for (auto& constraint : record.GetConstraints()) {
+        text += constraint.first + ":";
+        for (auto& value : constraint.second) {
+            text += value + ",";
+        }
+        text += ";";
+    }
+    SettingMap s = record.GetSettingMap();
+    return text + "|" + record.GetUnifiedId() + "|" + s.modalPosition + "," + s.modalSize + "," +
+           s.url + "," + s.openType + "," + s.host + "," + s.uri;
+}
+
+// iid|mainEntry|rootPath|resourcesPath|libFileMD5|signMD5|bundleClassId|native
+std::string Resolved(const Extension& e) {
+    return e.GetIid() + "|" + base::WideToUTF8(e.GetMainEntry()) + "|" +
+           base::WideToUTF8(e.GetRootPath().value()) + "|" +
+           base::WideToUTF8(e.GetResourcesPath()) + "|" + e.GetLibFileMD5() + "|" + e.GetSignMD5() +
+           "|" + e.GetBundleClassId() + (e.IsNative() ? "|native" : "|");
+}
+
+// One sample bundle read from a temporary folder. Nothing in the model logs.
+class ModelTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        log_ = qzetest::CaptureLog();
+        root_ = Bundle("sample", R"({"id": "extension_adapter", "version": "1.02.3",
+            "foundationVersion": "3.2", "mainEntry": "bin/d\u00e9mo.dll", "libFileMD5": "lib-md5",
+            "signMD5": "sign-md5", "BundleClassId": "{BUNDLE}", "bundleClassId": "another key",
+            "extensionPoints": [{"id": "host.point", "iid": "{IID}", "extensions": [
+                {"id": "shared.id", "version": "2.1", "clsid": "{LOCAL}", "isSingleton": false,
+                 "payloads": {"local": "1"}, "unifiedId": "local-u"},
+                {"clsid": "{no id}"}, "not an object", {"id": "third"}]},
+              "not an object", {"type": "no id"},
+              {"id": "host.empty", "iid": 5, "extensions": {"id": "not a list"}}]})");
+        Artifact* raw = nullptr;
+        ASSERT_TRUE(ReadManifest(root_, &raw) && raw);
+        artifact_.reset(raw);
+        artifact_->GetExtensionPoints(points_);
+        ASSERT_EQ(points_.size(), 2u);
+        point_ = points_.front();
+        point_->GetExtensions(records_);
+        ASSERT_EQ(records_.size(), 3u);
+        local_ = records_.front();
+    }
+    void TearDown() override { EXPECT_EQ(log_->Texts(), std::vector<std::string>()); }
+
+    FilePath Bundle(const std::string& name, const char* manifest) {
+        std::filesystem::create_directories(temp_.path() / name);
+        if (manifest) {
+            std::ofstream(temp_.path() / name / "manifest.json", std::ios::binary) << manifest;
+        }
+        return FilePath(base::UTF8ToWide(temp_.path().u8string())).AppendASCII(name);
+    }
+    std::wstring Resources() const { return root_.value() + L"\\resources"; }
+
+    qzetest::TempDir temp_;
+    std::shared_ptr<qzetest::CapturedLines> log_;
+    FilePath root_;
+    std::unique_ptr<Artifact> artifact_;
+    std::list<ExtensionPoint*> points_;
+    std::list<Extension*> records_;
+    ExtensionPoint* point_ = nullptr;
+    Extension* local_ = nullptr;
+};
+
+TEST_F(ModelTest, ReadManifest) {
+    EXPECT_EQ(artifact_->GetId() + "|" + artifact_->GetBundleClassId() + "|" +
+                  artifact_->GetLibFileMD5() + "|" + artifact_->GetSignMD5(),
+              "extension_adapter|{BUNDLE}|lib-md5|sign-md5");
+    EXPECT_EQ(artifact_->GetVersion(), (std::vector<uint32_t>{1, 2, 3}));
+    EXPECT_EQ(artifact_->GetFoundationVersion(), (std::vector<uint32_t>{3, 2}));
+    EXPECT_EQ(artifact_->GetMainEntry(), std::wstring(L"bin/d\u00e9mo.dll"));
+    EXPECT_EQ(artifact_->GetRootPath(), root_);
+    EXPECT_EQ(artifact_->GetResourcesPath(), Resources());
+    // Points that are no object or have no id are skipped; a record object
+    // without "id" leaves a null, a string is skipped.
+    EXPECT_EQ(point_->GetIid() + "|" + points_.back()->GetId() + "|" + points_.back()->GetIid(),
+              "{IID}|host.empty|");
+    std::list<Extension*> none;
+    EXPECT_TRUE(points_.back()->GetExtensions(none) && none.empty());
+    EXPECT_EQ(static_cast<ExtensionPointImpl*>(point_)->GetArtifact(), artifact_.get());
+    EXPECT_EQ(*std::next(records_.begin()), nullptr);
+    EXPECT_EQ(Describe(*local_), "shared.id|2.1|{LOCAL}|0|local=1;||local-u|,,,,,");
+    EXPECT_EQ(Describe(*records_.back()), "third|||1||||,,,,,");
+
+    const struct {
+        const char* manifest;  // null: no manifest.json
+        bool result;
+        const char* id;  // null: no artifact
+    } cases[] = {
+        {nullptr, false, nullptr},
+        {"", false, nullptr},
+        {"{\"id\": \"a\",}", false, nullptr},  // the reader runs without options
+        {"[]", true, nullptr},
+        {"{}", true, ""},
+        {"\xEF\xBB\xBF{\"id\": \"bom\"}", true, "bom"},
+        {"// bundle\n{ /* the id */ \"id\": \"commented\" }", true, "commented"},
+        {"{\"id\": 7, \"version\": [1], \"mainEntry\": true, \"extensionPoints\": {}}", true, ""},
+    };
+    int n = 0;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.manifest ? c.manifest : "(none)");
+        const FilePath root = Bundle("b" + std::to_string(++n), c.manifest);
+        Artifact* artifact = nullptr;
+        EXPECT_EQ(ReadManifest(root, &artifact), c.result);
+        std::unique_ptr<Artifact> owned(artifact);
+        ASSERT_EQ(owned != nullptr, c.id != nullptr);
+        if (owned) {
+            std::list<ExtensionPoint*> points;
+            owned->GetExtensionPoints(points);
+            EXPECT_EQ(owned->GetId() + "|" + base::WideToUTF8(owned->GetMainEntry()) + "|" +
+                          std::to_string(owned->GetVersion().size() + points.size()),
+                      std::string(c.id) + "||0");
+            EXPECT_EQ(owned->GetResourcesPath(), root.value() + L"\\resources");
+        }
+    }
+    // A folder in the place of manifest.json.
+    std::filesystem::create_directories(temp_.path() / "folder" / "manifest.json");
+    Artifact* untouched = nullptr;
+    EXPECT_FALSE(ReadManifest(Bundle("folder", nullptr), &untouched) || untouched);
+}
+
+TEST_F(ModelTest, StrictAndForgivingRecordReaders) {
+    // "" for no record; a null forgiving column means the same as the strict.
+    const struct {
+        const char* json;
+        const char* strict;
+        const char* forgiving;
+    } cases[] = {
+        {R"({"id": "a"})", "a|||1||||,,,,,", nullptr},
+        {R"({"version": "1.0", "clsid": "{C}"})", "", nullptr},
+        {R"({"id": "full", "version": "01.x", "clsid": "{C}", "isSingleton": false,
+             "iid": "{OTHER}", "extensionPointId": "other.point", "unifiedId": "u-1",
+             "payloads": {"title": "Hi", "a.b": "dotted"},
+             "constraints": [{"key": "os", "value": ["win", "mac"]}],
+             "settingMap": {"modalPosition": "center", "modalSize": "640x480",
+                            "host": "https://h", "uri": "/p", "openType": "modal"}})",
+         "full|01.x|{C}|0|a.b=dotted;title=Hi;|os:win,mac,;|u-1|center,640x480,https://h/p,modal,"
+         "https://h,/p",
+         nullptr},
+        // Wrong types count as absent; "isSingleton" then defaults to true.
+        {R"({"id": "t", "version": 2, "clsid": ["{C}"], "unifiedId": {}, "isSingleton": "false",
+             "payloads": ["a", "1"], "constraints": {"key": "k"}, "settingMap": "host=h"})",
+         "t|||1||||,,,,,", nullptr},
+        {R"({"id": "p", "payloads": {"a": "1", "b": "", "c": 2, "d": null, "e": {"x": "y"}}})",
+         "p|||1|a=1;|||,,,,,", nullptr},
+        // The first entry of a key stays; non-strings in "value" are skipped.
+        {R"({"id": "c", "constraints": [{"key": "k", "value": ["x", 1, "y"]},
+                                         {"key": "k", "value": ["z"]}]})",
+         "c|||1||k:x,y,;||,,,,,", nullptr},
+        {R"({"id": "c", "constraints": [{"value": ["x"]}, {"key": 3, "value": ["y"]}]})",
+         "c|||1||:x,;||,,,,,", nullptr},
+        {R"({"id": "c", "constraints": ["k", {"key": "a"}, {"key": "b", "value": "x"},
+                                         {"key": "c", "value": []}]})",
+         "c|||1||a:;b:;c:;||,,,,,", nullptr},
+        // The strict reader wants all five settings, the forgiving one any.
+        {R"({"id": "m", "settingMap": {"host": "h", "uri": "/p"}})", "m|||1||||,,,,,",
+         "m|||1||||,,h/p,,h,/p"},
+        {R"({"id": "m", "settingMap": {"modalPosition": 1, "modalSize": "s", "host": "h",
+                                       "uri": "u", "openType": "o"}})",
+         "m|||1||||,,,,,", "m|||1||||,s,hu,o,h,u"},
+    };
+    Artifact artifact(FilePath(L"C:\\bundles\\adapter"));
+    ExtensionPointImpl point(&artifact);
+    point.SetIdentifiers("host.point", "{POINT-IID}");
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.json);
+        std::unique_ptr<base::DictionaryValue> item =
+            base::DictionaryValue::From(base::JSONReader::Read(c.json));
+        ASSERT_TRUE(item);
+        for (bool strict : {true, false}) {
+            const std::string expected = strict || !c.forgiving ? c.strict : c.forgiving;
+            Extension* raw = nullptr;
+            bool result =
+                strict ? ParseManifestExtension(&point, item.get(), &raw)
+                       : ParseExtensionDictionary(&point, item->CreateDeepCopy().release(), &raw);
+            std::unique_ptr<Extension> record(raw);
+            EXPECT_EQ(result, !expected.empty()) << strict;
+            ASSERT_EQ(record != nullptr, !expected.empty()) << strict;
+            if (record) {
+                EXPECT_EQ(Describe(*record), expected) << strict;
+                EXPECT_EQ(record->GetExtensionPointId() + record->GetIid(),
+                          "host.point{POINT-IID}");
+            }
+        }
+    }
+}
+
+template <typename Base>
+class Counted : public Base {
+public:
+    explicit Counted(int* deleted) : deleted_(deleted) {}
+    ~Counted() override { ++*deleted_; }
+
+private:
+    int* deleted_;
+};
+
+TEST_F(ModelTest, Ownership) {
+    // The forgiving reader deletes its dictionary on every path; the strict
+    // one leaves it to its caller.
+    for (int path = 0; path < 3; ++path) {
+        int deleted = 0;
+        auto* item = new Counted<base::DictionaryValue>(&deleted);
+        if (path != 1) {
+            item->SetString("id", "x");
+        }
+        Extension* raw = nullptr;
+        EXPECT_EQ(ParseExtensionDictionary(point_, item, path == 2 ? nullptr : &raw), path == 0);
+        std::unique_ptr<Extension> record(raw);
+        EXPECT_EQ(deleted, 1) << path;
+    }
+    int deleted = 0;
+    {
+        Counted<base::DictionaryValue> item(&deleted);
+        item.SetString("id", "x");
+        Extension* raw = nullptr;
+        EXPECT_TRUE(ParseManifestExtension(point_, &item, &raw));
+        std::unique_ptr<Extension> record(raw);
+        EXPECT_FALSE(ParseManifestExtension(point_, &item, nullptr));
+        EXPECT_EQ(deleted, 0);
+    }
+
+    // Lists append to what the caller holds; null entries are passed over
+    // when every record goes with its artifact.
+    deleted = 0;
+    auto artifact = std::make_unique<Artifact>(FilePath(L"root"));
+    auto* first = new ExtensionPointImpl(artifact.get());
+    auto* second = new ExtensionPointImpl(artifact.get());
+    for (ExtensionPoint* point : {first, static_cast<ExtensionPointImpl*>(nullptr), second}) {
+        artifact->AddExtensionPoint(point);
+    }
+    auto* a = new Counted<ExtensionImpl>(&deleted);
+    auto* b = new Counted<ExtensionImpl>(&deleted);
+    for (Extension* record : {static_cast<Extension*>(a), static_cast<Extension*>(nullptr),
+                              static_cast<Extension*>(b)}) {
+        first->AddExtension(record);
+    }
+    second->AddExtension(new Counted<ExtensionImpl>(&deleted));
+    std::list<ExtensionPoint*> points{nullptr};
+    EXPECT_TRUE(artifact->GetExtensionPoints(points));
+    EXPECT_EQ(points, (std::list<ExtensionPoint*>{nullptr, first, nullptr, second}));
+    std::list<Extension*> extensions{b};
+    EXPECT_TRUE(first->GetExtensions(extensions));
+    EXPECT_EQ(extensions, (std::list<Extension*>{b, a, nullptr, b}));
+    artifact.reset();
+    EXPECT_EQ(deleted, 3);
+
+    // A moved payload meta item leaves its source empty.
+    std::vector<std::string> values{"a", "b"};
+    ExtensionPointPayloadMetaItem item("color", "The color", PAYLOAD_META_ITEM_CHOICE, true,
+                                       values);
+    ExtensionPointPayloadMetaItem moved(std::move(item));
+    // Long enough not to fit a short-string buffer.
+    ExtensionPointPayloadMetaItem target(std::string(40, 'x'), "", PAYLOAD_META_ITEM_TEXT, false,
+                                         values);
+    target = std::move(moved);
+    for (auto* source : {&item, &moved}) {
+        EXPECT_TRUE(source->firstText.empty() && source->secondText.empty() &&
+                    source->values.empty());
+    }
+    EXPECT_TRUE(target.firstText == "color" && target.secondText == "The color" &&
+                target.itemType == PAYLOAD_META_ITEM_CHOICE && target.flag &&
+                target.values == values);
+}
+
+TEST(ExtensionRecords, ResolveBundleDetailsThroughPointAndArtifact) {
+    enum Parent { kNone, kPointOnly, kArtifact };
+    const struct {
+        Parent parent;
+        std::wstring mainEntry;
+        std::wstring ownResources;
+        const char* expected;
+    } cases[] = {
+        {kNone, L"", L"", "|||||||"},
+        {kPointOnly, L"", L"", "{iid}|||||||"},
+        {kArtifact, L"demo.dll", L"", "{iid}|demo.dll|C:\\b|C:\\b\\res|lib|sign|{class}|native"},
+        {kArtifact, L"", L"", "{iid}||C:\\b|C:\\b\\res|lib|sign|{class}|"},
+        // A record's own resources path wins.
+        {kArtifact, L"demo.dll", L"D:\\own",
+         "{iid}|demo.dll|C:\\b|D:\\own|lib|sign|{class}|native"},
+    };
+    for (const auto& c : cases) {
+        Artifact artifact(FilePath(L"C:\\b"));
+        artifact.SetMainEntry(c.mainEntry);
+        artifact.SetResourcesPath(L"C:\\b\\res");
+        artifact.SetLibFileMD5("lib");
+        artifact.SetSignMD5("sign");
+        artifact.SetBundleClassId("{class}");
+        ExtensionPointImpl point(c.parent == kArtifact ? &artifact : nullptr);
+        point.SetIdentifiers("demo.point", "{iid}");
+        ExtensionImpl record(c.parent == kNone ? nullptr : &point);
+        record.SetResourcesPath(c.ownResources);
+        EXPECT_EQ(Resolved(record), c.expected);
+    }
+}
+
+// A record class of someone else's: the factory must not treat it as its own.
+class ForeignExtension : public Extension {
+public:
+    std::string GetId() const override { return "shared.id"; }
+    std::string GetVersion() const override { return "9"; }
+    std::string GetExtensionPointId() const override { return "p"; }
+    std::string GetIid() const override { return {}; }
+    std::string GetClsid() const override { return "{FOREIGN}"; }
+    Payloads GetPayloads() const override { return {}; }
+    std::wstring GetMainEntry() const override { return L"foreign.dll"; }
+    Constraints GetConstraints() const override { return {}; }
+    FilePath GetRootPath() const override { return {}; }
+    SettingMap GetSettingMap() const override { return {}; }
+    std::wstring GetResourcesPath() const override { return L"foreign"; }
+    bool IsSingleton() const override { return false; }
+    std::string GetLibFileMD5() const override { return {}; }
+    std::string GetSignMD5() const override { return {}; }
+    std::string GetBundleClassId() const override { return {}; }
+    bool IsNative() const override { return true; }
+    std::string GetUnifiedId() const override { return {}; }
+};
+
+TEST_F(ModelTest, FactoryCopies) {
+    Extension* raw = nullptr;
+    ExtensionFactory::CopyExtension(local_, &raw);
+    ASSERT_NE(raw, nullptr);
+    std::unique_ptr<Extension> copy(raw);
+    EXPECT_EQ(Describe(*copy), Describe(*local_));
+    EXPECT_EQ(Resolved(*copy), Resolved(*local_));
+    EXPECT_EQ(static_cast<ExtensionImpl*>(copy.get())->GetExtensionPoint(), point_);
+    // The source still asks its artifact; the copy keeps what it was given,
+    // and a change stays on its own side.
+    artifact_->SetResourcesPath(L"moved");
+    EXPECT_EQ(local_->GetResourcesPath(), L"moved");
+    EXPECT_EQ(copy->GetResourcesPath(), Resources());
+    static_cast<ExtensionImpl*>(copy.get())->SetPayloads(Payloads{{"copy", "2"}});
+    static_cast<ExtensionImpl*>(local_)->SetUnifiedId("changed-u");
+    EXPECT_EQ(local_->GetPayloads(), (Payloads{{"local", "1"}}));
+    EXPECT_EQ(copy->GetUnifiedId(), "local-u");
+    std::shared_ptr<Extension> shared = CopyExtensionShared(copy.get());
+    ASSERT_TRUE(shared);
+    EXPECT_EQ(Describe(*shared), Describe(*copy));
+    EXPECT_EQ(shared->GetResourcesPath(), Resources());
+    // Records the factory did not make are left alone.
+    ForeignExtension foreign;
+    for (Extension* source :
+         {static_cast<Extension*>(&foreign), static_cast<Extension*>(nullptr)}) {
+        Extension* untouched = local_;
+        ExtensionFactory::CopyExtension(source, &untouched);
+        EXPECT_EQ(untouched, local_);
+        EXPECT_FALSE(CopyExtensionShared(source));
+    }
+}
+
+TEST_F(ModelTest, LocalDetailsGoToARemoteRecordOfTheSameId) {
+    Artifact libraryless(FilePath(L"C:\\bundles\\plain"));
+    ExtensionPointImpl plainPoint(&libraryless);
+    ExtensionImpl plainLocal(&plainPoint);
+    plainLocal.SetId("shared.id");
+    ForeignExtension foreign;
+    const struct {
+        std::string remoteId;
+        Extension* local;
+    } cases[] = {{"shared.id", local_},
+                 {"Shared.id", local_},       // ids differ in case
+                 {"shared.id", &plainLocal},  // local bundle without library
+                 {"shared.id", &foreign}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        SettingMap setting("", "", "https://r/x", "", "https://r", "/x");
+        Payloads payloads{{"remote", "yes"}};
+        Constraints constraints{{"os", {"mac"}}};
+        std::shared_ptr<Extension> remote = ExtensionFactory::createExtension(
+            c.remoteId, "remote.point", payloads, constraints, setting, "remote-u");
+        // Made with no extension point of its own, and not singleton.
+        EXPECT_EQ(static_cast<ExtensionImpl*>(remote.get())->GetExtensionPoint(), nullptr);
+        EXPECT_FALSE(remote->IsSingleton());
+        static_cast<ExtensionImpl*>(remote.get())->SetSingleton(true);
+        ExtensionFactory::ExtractLocalNativeExtensionInfoToRemote(remote.get(), c.local);
+        const bool merged = c.local == local_ && c.remoteId == "shared.id";
+        EXPECT_EQ(Describe(*remote),
+                  c.remoteId + (merged ? "|2.1|{LOCAL}|0|" : "|||1|") +
+                      "remote=yes;|os:mac,;|remote-u|,,https://r/x,,https://r,/x");
+        EXPECT_EQ(remote->GetExtensionPointId() + "|" + remote->GetIid() + "|" +
+                      base::WideToUTF8(remote->GetResourcesPath()) + "|" +
+                      (remote->IsNative() ? "native" : ""),
+                  merged ? "host.point|{IID}|" + base::WideToUTF8(Resources()) + "|native"
+                         : "remote.point|||");
+    }
+}
+
+}  // namespace
