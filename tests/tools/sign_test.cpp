@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <cstdlib>
@@ -42,26 +43,6 @@ fs::path WriteBundle(const fs::path& parent, const std::string& name, const std:
                R"({"id": "com.example.)" + name + R"(", "mainEntry": "bin/lib", "libFileMD5": ")" +
                    libFileMD5 + R"(", "signMD5": ")" + signMD5 + R"("})");
     return bundle.root;
-}
-
-TEST(QzekitVerify, RefusesABundleItCannotCheck) {
-    TempDir dir;
-    const std::pair<const char*, const char*> rows[] = {
-        {nullptr, "manifest.json (missing, unreadable or not JSON)"},
-        {"{\"id\": \"x\"}", "names no library (\"mainEntry\")"},
-        {"{\"mainEntry\": \"bin/none.so\"}", "bin/none.so that \"mainEntry\" names does not exist"},
-    };
-    int n = 0;
-    for (const auto& [manifest, error] : rows) {
-        BundleDir bundle(dir.path(), std::to_string(++n));
-        if (manifest) {
-            WriteBytes(bundle.root / "manifest.json", manifest);
-        }
-        ToolRun run = RunTool({"verify", U8(bundle.root)});
-        EXPECT_EQ(run.status, 1);
-        EXPECT_EQ(run.out + run.err.substr(0, 15), "qzekit verify: ");
-        EXPECT_TRUE(Has(run.err, error)) << run.err;
-    }
 }
 
 #if !defined(_WIN32)
@@ -125,38 +106,25 @@ TEST(QzekitSign, AppendedSignatureGivesTheTextsTheKitAccepts) {
         EXPECT_EQ(kit.libFileMD5, Md5Hex(ReadBytes(library)));
         EXPECT_EQ(run.out, Printed(kit));
     }
-}
-
-TEST(QzekitSign, FailuresLeaveTheLibraryAsItWas) {
-    const TestPki& pki = Pki();
-    TempDir dir;
+    // Refusals leave the library alone; an empty subject gives no name at all.
     const fs::path library = dir.path() / "lib.so";
     WriteBytes(library, "original library");
-    const std::string lib = U8(library);
-    const struct {
-        std::vector<std::string> arguments;
-        int status;
-        const char* error;
-    } rows[] = {
-        {{"sign", U8(dir.path() / "none.so")}, 1, "cannot read the library"},
-        {{"sign", lib, "--key", lib}, 2, "is not a Windows (PE) library, so it is signed here"},
-        {{"sign", lib, "--cert", U8(dir.path() / "none.pem"), "--key", lib},
-         1,
-         "cannot read the certificate file"},
-        {{"sign", lib, "--cert", U8(pki.signer.certPath), "--key", U8(pki.nonAscii.keyPath)},
-         1,
+    const Identity& nameless = Pki().namelessRoot;
+    const std::pair<std::vector<std::string>, const char*> refusals[] = {
+        {{"--cert", U8(Pki().signer.certPath), "--key", U8(Pki().nonAscii.keyPath)},
          "the private key does not belong to the certificate"},
-        // The POSIX reading of an empty subject gives no name at all.
-        {{"sign", lib, "--cert", U8(pki.namelessRoot.certPath), "--key",
-          U8(pki.namelessRoot.keyPath)},
-         1,
+        {{"--cert", U8(nameless.certPath), "--key", U8(nameless.keyPath)},
          "has an empty subject name"},
+        {{"--cert", U8(dir.path() / "none.pem"), "--key", U8(library)},
+         "cannot read the certificate file"},
     };
-    for (const auto& row : rows) {
-        ToolRun run = RunTool(row.arguments);
-        EXPECT_EQ(run.status, row.status) << row.error;
+    for (const auto& [options, error] : refusals) {
+        std::vector<std::string> arguments = {"sign", U8(library)};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        ToolRun run = RunTool(arguments);
+        EXPECT_EQ(run.status, 1) << error;
         EXPECT_EQ(run.out + run.err.substr(0, 13), "qzekit sign: ");
-        EXPECT_TRUE(Has(run.err, row.error)) << run.err;
+        EXPECT_TRUE(Has(run.err, error)) << run.err;
         EXPECT_EQ(ReadBytes(library), "original library");
     }
 }
@@ -176,9 +144,8 @@ TEST(QzekitVerify, ReportsTheKitsChecksAndVerdict) {
     const auto self = library("self", Pki().selfSigned);
     ASSERT_FALSE(good.second.signMD5.empty() || self.second.signMD5.empty());
     std::string upper = good.second.libFileMD5;
-    for (char& c : upper) {
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    }
+    std::transform(upper.begin(), upper.end(), upper.begin(),
+                   [](char c) { return std::toupper(c); });
     const std::string tag = "[QZExtensionKit] [SignVerify] ";
     const struct {
         const char* name;
@@ -214,19 +181,14 @@ TEST(QzekitVerify, ReportsTheKitsChecksAndVerdict) {
         run = RunTool({"verify", "--json", U8(bundle)});
         std::unique_ptr<base::Value> json = base::JSONReader::Read(run.out);
         base::DictionaryValue* root = nullptr;
-        const base::ListValue* log = nullptr;
-        std::string verdict, last;
+        std::string verdict;
         bool passed = !row.fileCheck;
         ASSERT_TRUE(json && json->GetAsDictionary(&root) && root->GetString("verdict", &verdict) &&
-                    root->GetBoolean("fileCheck.passed", &passed) &&
-                    root->GetList("signatureCheck.log", &log) &&
-                    log->GetString(log->GetSize() - 1, &last))
+                    root->GetBoolean("fileCheck.passed", &passed))
             << run.out;
         EXPECT_EQ(run.status, accepted ? 0 : 1);
-        EXPECT_EQ(verdict + (passed ? " passed" : " failed"),
-                  (accepted ? "accepted" : "rejected") +
-                      std::string(row.fileCheck ? " passed" : " failed"));
-        EXPECT_TRUE(last.rfind(tag, 0) == 0 && Has(last, row.lastLine)) << last;
+        EXPECT_EQ(verdict, accepted ? "accepted" : "rejected");
+        EXPECT_EQ(passed, row.fileCheck);
     }
 }
 
@@ -282,31 +244,21 @@ TEST(QzekitSign, WindowsLibraryGivesItsSignersTexts) {
     const struct {
         const fs::path& library;
         std::vector<std::string> options;
-        std::string signer;  // empty when it fails
-        std::string error;
+        std::string signer, error;  // no signer when it fails
     } rows[] = {
+        // clang-format off
         {signedPe, {}, signer, ""},
         {unicodePe, {}, "Z\xC3\xBCrich Sign\xC3\xA9 \xE5\x8C\x97\xE4\xBA\xAC", ""},
-        {signedPe,
-         {"--cert", U8(pki.signer.certPath), "--key", U8(pki.signer.keyPath)},
-         signer,
-         ""},
-        {signedPe,
-         {"--cert", U8(pki.nonAscii.certPath)},
-         "",
+        {signedPe, {"--cert", U8(pki.signer.certPath), "--key", U8(pki.signer.keyPath)}, signer, ""},
+        {signedPe, {"--cert", U8(pki.nonAscii.certPath)}, "",
          "is signed by \"Example Signer Ltd\", not by the certificate in"},
-        {signedPe,
-         {"--key", U8(pki.nonAscii.keyPath)},
-         "",
-         "does not belong to \"" + signer + "\""},
-        {unsignedPe,
-         {"--cert", "my.crt"},
-         "",
+        {signedPe, {"--key", U8(pki.nonAscii.keyPath)}, "", "does not belong to \"" + signer + "\""},
+        {unsignedPe, {"--cert", "my.crt"}, "",
          "without an Authenticode signature; sign it first, for example with:\n"
-         "  osslsigncode sign -certs my.crt -key KEY.pem -h sha256 -in " +
-             U8(unsignedPe)},
+         "  osslsigncode sign -certs my.crt -key KEY.pem -h sha256 -in " + U8(unsignedPe)},
         {cut, {}, "", "its certificate table lies beyond the end of the file"},
         {garbled, {}, "", "is not a PKCS#7 SignedData"},
+        // clang-format on
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(U8(row.library) + " " + row.error);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -11,11 +12,17 @@ namespace qzetest {
 namespace {
 
 // `printed` is part of stdout, or of stderr when the run fails.
-TEST(QzekitTool, HashUsageAndHelp) {
+// Every command: its usage errors (2), its failures (1) and its help (0).
+TEST(QzekitTool, ExitStatusesAndWhatEachPrints) {
     TempDir dir;
     const std::string d = dir.path().u8string();
     WriteBytes(dir.path() / "lib.bin", "abc");
     WriteBytes(dir.path() / "short.key", "0123");
+    for (const char* bundle : {"empty", "noentry", "nofile"}) {
+        std::filesystem::create_directories(dir.path() / bundle);
+    }
+    WriteBytes(dir.path() / "noentry" / "manifest.json", "{\"id\": \"x\"}");
+    WriteBytes(dir.path() / "nofile" / "manifest.json", "{\"mainEntry\": \"bin/none.so\"}");
     const struct {
         std::vector<std::string> arguments;
         int status;
@@ -28,6 +35,15 @@ TEST(QzekitTool, HashUsageAndHelp) {
         {{"no-such-command"}, 2, ""},
         {{"hash", "a", "b"}, 2, ""},
         {{"sign"}, 2, ""},
+        {{"sign", d + "/none.so"}, 1, "qzekit sign: cannot read the library"},
+        {{"sign", d + "/lib.bin", "--key", d + "/lib.bin"},
+         2,
+         "is not a Windows (PE) library, so it is signed here"},
+        {{"verify", d + "/empty"}, 1, "manifest.json (missing, unreadable or not JSON)"},
+        {{"verify", d + "/noentry"},
+         1,
+         "qzekit verify: the manifest of " + d + "/noentry names no library (\"mainEntry\")"},
+        {{"verify", d + "/nofile"}, 1, "bin/none.so that \"mainEntry\" names does not exist"},
         {{"config", "encrypt", "in", "out"}, 2, ""},
         {{"lint", "--foundation", "1.+2", d}, 2, "qzekit lint: --foundation: \"1.+2\" is not a"},
         {{"lint", "--key-file", d + "/short.key", d}, 2, "qzekit lint: "},
