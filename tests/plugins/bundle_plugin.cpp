@@ -27,13 +27,17 @@ struct UnloadReporter {
     ~UnloadReporter() { Report("library closed"); }
 } g_unloadReporter;
 
-class CountingBundle : public qzextensionkit::QZEBaseBundle {
-public:
-    CountingBundle() { ++g_liveObjects; }
-    ~CountingBundle() override {
+// Counts and reports the entry object that holds it.
+struct Live {
+    Live() { ++g_liveObjects; }
+    ~Live() {
         --g_liveObjects;
         Report("bundle released");
     }
+};
+
+class CountingBundle : public qzextensionkit::QZEBaseBundle {
+public:
 #if defined(QZEKIT_TEST_BUNDLE_REFUSES)
     by::Result init_class(by::IBaseUnknown*, by::IBaseUnknown*) {
         return qzetest::kInitFailsStatus;
@@ -46,16 +50,14 @@ public:
             ++g_contextChecks;
         }
     }
+
+private:
+    Live live_;
 };
 
 // Keeps the base class's Initialize, which does nothing.
 class QuietBundle : public qzextensionkit::QZEBaseBundle {
-public:
-    QuietBundle() { ++g_liveObjects; }
-    ~QuietBundle() override {
-        --g_liveObjects;
-        Report("bundle released");
-    }
+    Live live_;
 };
 
 }  // namespace
@@ -63,12 +65,7 @@ public:
 BY_PLUGIN_MODULE(BY_PLUGIN_CLASS(qzetest::kBundleClass, CountingBundle),
                  BY_PLUGIN_CLASS(qzetest::kQuietBundleClass, QuietBundle))
 
-BY_PLUGIN_API long TestLiveObjects() {
-    return g_liveObjects.load();
-}
-BY_PLUGIN_API long TestLiveFactories() {
-    return by::plugin::LiveCount().load();
-}
+QZETEST_COUNT_EXPORTS(g_liveObjects.load())
 BY_PLUGIN_API long TestBundleInitializeCalls() {
     return g_initializeCalls.load();
 }

@@ -11,23 +11,29 @@ namespace {
 
 std::atomic<long> g_liveObjects{0};
 
+// Counts the object that holds it.
+struct Live {
+    Live() { ++g_liveObjects; }
+    ~Live() { --g_liveObjects; }
+};
+
 class Greeter : public qzetest::ITestGreeter, public by::CUnknownImp {
 public:
-    Greeter() { ++g_liveObjects; }
-    ~Greeter() override { --g_liveObjects; }
     by::Result init_class(by::IBaseUnknown*, by::IBaseUnknown*) { return 0; }
     const char* Greet() override { return "hello from complete"; }
+
+private:
+    Live live_;
 };
 
 class Counter : public qzetest::ITestCounter, public by::CUnknownImp {
 public:
-    Counter() { ++g_liveObjects; }
-    ~Counter() override { --g_liveObjects; }
     by::Result init_class(by::IBaseUnknown*, by::IBaseUnknown*) { return 0; }
     int Increment() override { return ++value_; }
 
 private:
     int value_ = 0;
+    Live live_;
 };
 
 }  // namespace
@@ -54,9 +60,4 @@ BY_PLUGIN_EXPORT_REGISTER_SERVER()
 BY_PLUGIN_EXPORT_UNREGISTER_SERVER()
 #endif
 
-BY_PLUGIN_API long TestLiveObjects() {
-    return g_liveObjects.load();
-}
-BY_PLUGIN_API long TestLiveFactories() {
-    return by::plugin::LiveCount().load();
-}
+QZETEST_COUNT_EXPORTS(g_liveObjects.load())

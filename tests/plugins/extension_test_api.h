@@ -1,12 +1,8 @@
 #pragma once
 
-// What the extension test library and the manager tests share: class ids,
-// the probe interface, and the marker library that both sides link.
-//
-// The marker library is loaded with the test program, so every copy of the
-// extension library that the kit opens finds the same one: the counters
-// below are what all copies did, and a copy that was never opened left no
-// trace in them.
+// What the extension test library and the manager tests share. The marker
+// library is loaded with the test program, so every copy of the extension
+// library that the kit opens reports to the same counters.
 
 #include "component/unknown.h"
 
@@ -23,22 +19,19 @@
 // Named counters: adds `delta` and returns the new value.
 QZETEST_MARKER_API long QzeTestCounterAdd(const char* name, long delta);
 QZETEST_MARKER_API long QzeTestCounter(const char* name);
-// Objects alive: the extension classes add themselves when built and take
-// themselves off when destroyed, so a test can release what the kit made
-// and dropped. Writes at most `capacity` pointers and returns how many are
-// alive.
+// Extension objects alive, so that a test can release what the kit made and
+// dropped: writes at most `capacity` and returns how many there are.
 QZETEST_MARKER_API void QzeTestTrackObject(by::IBaseUnknown* object, int alive);
 QZETEST_MARKER_API int QzeTestTrackedObjects(by::IBaseUnknown** out, int capacity);
-// A gate: while closed, QzeTestLatchWait blocks (after adding 1 to the
-// counter "latch.waiting"). Open at the start.
+// A gate, open at the start: while closed, QzeTestLatchWait adds 1 to
+// "latch.waiting" and blocks.
 QZETEST_MARKER_API void QzeTestLatchClose();
 QZETEST_MARKER_API void QzeTestLatchOpen();
 QZETEST_MARKER_API void QzeTestLatchWait();
 
 namespace qzetest {
 
-// Counter names. Each copy of the extension library adds one to "loads" as
-// it is opened.
+// Each copy of the extension library adds one to "loads" as it is opened.
 constexpr const char kLoadsCounter[] = "extension.loads";
 constexpr const char kInitializationsCounter[] = "extension.initializations";
 constexpr const char kLatchWaitingCounter[] = "latch.waiting";
@@ -61,8 +54,7 @@ public:
 constexpr const char kProbeIid[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1C01}";
 constexpr const char kBaseExtensionIid[] = "{E16D76C1-4200-CF27-9703-2480B97FC9E3}";
 
-// Classes of the extension library. The probe is listed twice, so that one
-// class id can serve singleton records and the other the rest.
+// The probe is listed twice: one class id for singleton records, one for the rest.
 constexpr const char kProbeClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1C11}";
 constexpr const char kSingletonProbeClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1C12}";
 // A probe whose Initialization asks the kit, through QZExtensionManager, for

@@ -67,12 +67,7 @@ BY_PLUGIN_EXPORT_CAN_UNLOAD_NOW()
 BY_PLUGIN_EXPORT_REGISTER_SERVER()
 BY_PLUGIN_EXPORT_UNREGISTER_SERVER()
 
-BY_PLUGIN_API long TestLiveObjects() {
-    return 0;
-}
-BY_PLUGIN_API long TestLiveFactories() {
-    return by::plugin::LiveCount().load();
-}
+QZETEST_COUNT_EXPORTS(0)
 // 1 when the last class id asked for was the all-zero id, 0 otherwise.
 BY_PLUGIN_API long TestLastClassIdIsZero() {
     return by::IsEqualId(g_lastClassId, by::GUID{}) ? 1 : 0;

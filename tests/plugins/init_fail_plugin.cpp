@@ -27,12 +27,7 @@ public:
 
 BY_PLUGIN_MODULE(BY_PLUGIN_CLASS(qzetest::kInitFailsClass, Refuser))
 
-BY_PLUGIN_API long TestLiveObjects() {
-    return g_liveObjects.load();
-}
+QZETEST_COUNT_EXPORTS(g_liveObjects.load())
 BY_PLUGIN_API long TestObjectsBuilt() {
     return g_built.load();
-}
-BY_PLUGIN_API long TestLiveFactories() {
-    return by::plugin::LiveCount().load();
 }

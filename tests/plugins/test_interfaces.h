@@ -1,7 +1,6 @@
 #pragma once
 
-// Interfaces and ids shared by the test component libraries and the tests
-// that load them.
+// What the test component libraries and the tests that load them share.
 
 #include "component/unknown.h"
 
@@ -22,8 +21,7 @@ public:
 constexpr const char kGreeterIid[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A21}";
 constexpr const char kCounterIid[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A22}";
 
-// Classes of the complete library (also offered by the libraries that miss
-// an export).
+// Classes of the complete library (and of those that miss an export).
 constexpr const char kGreeterClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A11}";
 constexpr const char kCounterClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A12}";
 
@@ -32,10 +30,9 @@ constexpr const char kGetterFailsClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A3
 constexpr const char kNullFactoryClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A32}";
 constexpr const char kPlainFactoryClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A33}";
 constexpr const char kCreateFailsClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A34}";
-// What the failing factory's CreateInstance returns (E_INVALIDARG).
-constexpr by::Result kCreateFailsStatus = static_cast<by::Result>(0x80070057);
+constexpr by::Result kCreateFailsStatus = static_cast<by::Result>(0x80070057);  // E_INVALIDARG
 
-// The class of the library whose objects fail init_class, and its status.
+// The class whose objects fail init_class, and its status.
 constexpr const char kInitFailsClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A41}";
 constexpr by::Result kInitFailsStatus = static_cast<by::Result>(0x8000FFFF);
 
@@ -48,15 +45,21 @@ constexpr const char kDependentClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A51}
 constexpr const char kBundleClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A61}";
 constexpr const char kQuietBundleClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A62}";
 
-// The bundle library reports what happens to it through a function the test
-// hands over with TestBundleSetEventSink: "bundle released" when an entry
-// object goes, "library closed" when the library itself is unloaded.
+// Given with TestBundleSetEventSink, hears "bundle released" when an entry
+// object goes and "library closed" when the library is unloaded.
 using TestEventSink = void (*)(const char* event);
 using TestSetEventSinkFunc = void (*)(TestEventSink sink);
 
-// Every test library exports these, to let tests count what lives.
-// TestLiveObjects: objects made by the library's classes.
-// TestLiveFactories: factories and module objects.
+// TestLiveObjects (objects of the library's classes) and TestLiveFactories
+// (factories and module objects), which every test library exports.
 using TestCountFunc = long (*)();
+// Defines both in a library that includes component/plugin.h.
+#define QZETEST_COUNT_EXPORTS(liveObjects)     \
+    BY_PLUGIN_API long TestLiveObjects() {     \
+        return (liveObjects);                  \
+    }                                          \
+    BY_PLUGIN_API long TestLiveFactories() {   \
+        return by::plugin::LiveCount().load(); \
+    }
 
 }  // namespace qzetest

@@ -58,19 +58,20 @@ QZETEST_MARKER_API int QzeTestTrackedObjects(by::IBaseUnknown** out, int capacit
     return n;
 }
 
-QZETEST_MARKER_API void QzeTestLatchClose() {
-    State& s = Shared();
-    std::lock_guard<std::mutex> hold(s.mutex);
-    s.latchOpen = false;
-}
-
-QZETEST_MARKER_API void QzeTestLatchOpen() {
+static void SetLatch(bool open) {
     State& s = Shared();
     {
         std::lock_guard<std::mutex> hold(s.mutex);
-        s.latchOpen = true;
+        s.latchOpen = open;
     }
     s.latchChanged.notify_all();
+}
+
+QZETEST_MARKER_API void QzeTestLatchClose() {
+    SetLatch(false);
+}
+QZETEST_MARKER_API void QzeTestLatchOpen() {
+    SetLatch(true);
 }
 
 QZETEST_MARKER_API void QzeTestLatchWait() {

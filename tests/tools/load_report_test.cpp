@@ -15,13 +15,6 @@
 namespace qzetest {
 namespace {
 
-// A copy of a built test plug-in, or the bytes given, for the "bin" folder.
-struct BinFile {
-    std::string name;
-    std::string plugin;
-    std::string bytes;
-};
-
 std::string Lib(const std::string& name) {
     return name + kLibrarySuffix;
 }
@@ -47,9 +40,11 @@ std::string ForeignHeader() {
     return image;
 }
 
-// Bundle "b" with bin/main.<suffix> and `classId`; "core" and one feature on.
-void WriteInstallation(const Installation& install, const std::vector<BinFile>& bin,
-                       const std::string& classId, const std::string& foundation = "") {
+// Bundle "b" whose bin/main is a copy of `plugin` (or, if none, `bytes`),
+// with a copy of `dependency` beside it; "core" and one feature on.
+void WriteInstallation(const Installation& install, const std::string& plugin,
+                       const std::string& bytes, const std::string& classId,
+                       const std::string& dependency = "", const std::string& foundation = "") {
     install.WriteMapping("{}");
     install.WriteConfig(R"({"artifacts": ["b"], "modules": [{"id": "core", "configurations": [
         {"key": "im_enable_burn_chat", "value": "true"}]}]})");
@@ -58,122 +53,96 @@ void WriteInstallation(const Installation& install, const std::vector<BinFile>& 
                  R"(", "mainEntry": "bin/)" + Lib("main") + R"(", "BundleClassId": ")" + classId +
                  R"(", "extensionPoints": [{"id": "host.toolbar", "iid": "{IID-T}",
                  "extensions": [{"id": "hello.button", "clsid": "{CLS-H}", "isSingleton": true}]}]})");
-    std::filesystem::create_directories(install.root() / "extensions" / "b" / "bin");
-    for (const BinFile& file : bin) {
-        auto target = install.root() / "extensions" / "b" / "bin" / file.name;
-        if (!file.plugin.empty()) {
-            std::filesystem::copy_file(BuiltPlugin(file.plugin), target);
-        } else {
-            install.Write("extensions/b/bin/" + file.name, file.bytes);
-        }
+    const std::filesystem::path bin = install.root() / "extensions" / "b" / "bin";
+    std::filesystem::create_directories(bin);
+    if (!plugin.empty()) {
+        std::filesystem::copy_file(BuiltPlugin(plugin), bin / Lib("main"));
+    } else if (!bytes.empty()) {
+        install.Write("extensions/b/bin/" + Lib("main"), bytes);
+    }
+    if (!dependency.empty()) {
+        const std::string name = std::filesystem::u8path(dependency).filename().u8string();
+        std::filesystem::copy_file(BuiltPlugin(dependency), bin / Lib(name));
     }
 }
 
 TEST(QzekitInspect, SaysWhyEachBundleDoesOrDoesNotLoad) {
     const std::string unserved = "{0BADC1A5-0000-4000-8000-000000000001}";
-    struct Case {
-        const char* name;
-        std::vector<BinFile> bin;
+    const std::string bundle = "qzekit_plugin_bundle";
+    const struct {
+        std::string plugin, bytes;
         std::vector<std::string> expected;
         int status = 1;
-        std::string classId = kBundleClass;
+        std::string classId = kBundleClass, dependency = "";
         std::vector<std::string> options = {};
     } cases[] = {
-        {"good bundle",
-         {{Lib("main"), "qzekit_plugin_bundle", ""}},
-         {"Load: succeeded", "host.toolbar  iid {IID-T}",
+        // clang-format off
+        {bundle, "", {"Load: succeeded", "host.toolbar  iid {IID-T}",
           "hello.button  clsid {CLS-H}  library bin/" + Lib("main") + "  singleton",
           "foundation -: fits", std::string("loaded; entry object ") + kBundleClass + " is live",
           "Modules on: core\n", "Features on: im_enable_burn_chat\n",
-          "  [QZExtensionKit] Bundle Loader - initialze bundle entry success\n"},
-         0},
-        {"library missing",
-         {},
-         {"FAILED: the library file does not exist", "library: ", Lib("main")}},
-        {"dependency missing",
-         {{Lib("main"), "dep_bundle/qzekit_plugin_dependent", ""}},
-         {"FAILED: a library it depends on is missing",
+          "  [QZExtensionKit] Bundle Loader - initialze bundle entry success\n"}, 0},
+        {"", "", {"FAILED: the library file does not exist", "library: ", Lib("main")}},
+        {"dep_bundle/qzekit_plugin_dependent", "", {"FAILED: a library it depends on is missing",
           "system loader: ", "missing dependency: " + Lib("qzekit_plugin_dep_helper")},
-         1,
-         kDependentClass},
-        {"symbol missing from a dependency",
-         {{Lib("main"), "qzekit_plugin_symbol_user", ""},
-          {Lib("qzekit_plugin_symbol_dep"), "symbol_short/qzekit_plugin_symbol_dep", ""}},
-         {"FAILED: a function or symbol it needs is missing",
-          "missing symbol: ", "SymbolDepExtra"}},
-        {"export missing",
-         {{Lib("main"), "qzekit_plugin_no_unregister_server", ""}},
+         1, kDependentClass},
+        {"qzekit_plugin_symbol_user", "", {"FAILED: a function or symbol it needs is missing",
+          "missing symbol: ", "SymbolDepExtra"}, 1, kBundleClass,
+         "symbol_short/qzekit_plugin_symbol_dep"},
+        {"qzekit_plugin_no_unregister_server", "",
          {"FAILED: the library lacks an export", "missing export: DllUnregisterServer\n"}},
-        {"text file",
-         {{Lib("main"), "", "this is not a library\n"}},
-         {"FAILED: the file is not a library"}},
-        {"class id not served",
-         {{Lib("main"), "qzekit_plugin_bundle", ""}},
-         {"FAILED: the library does not serve the entry class id " + unserved,
+        {"", "this is not a library\n", {"FAILED: the file is not a library"}},
+        {bundle, "", {"FAILED: the library does not serve the entry class id " + unserved,
           "reports this as E_FAIL", "class id " + unserved + ": DllGetClassObject answered 0x"},
-         1,
-         unserved},
-        {"another machine",
-         {{Lib("main"), "", ForeignHeader()}},
-         {"FAILED: the library is built for another machine", "built for RISC-V 64 (",
-          ", this host is "}},
-        {"file check on, no libFileMD5",
-         {{Lib("main"), "qzekit_plugin_bundle", ""}},
-         {"lib file verify on", "FAILED: the file check refused the library: its MD5 is ",
-          "manifest.json says libFileMD5 \"\""},
-         1,
-         kBundleClass,
-         {"--lib-file-verify"}},
+         1, unserved},
+        {"", ForeignHeader(), {"FAILED: the library is built for another machine",
+          "built for RISC-V 64 (", ", this host is "}},
+        {bundle, "", {"lib file verify on", "FAILED: the file check refused the library: its MD5 is ",
+          "manifest.json says libFileMD5 \"\""}, 1, kBundleClass, "", {"--lib-file-verify"}},
+        // clang-format on
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.expected[0]);
         Installation install;
-        WriteInstallation(install, c.bin, c.classId);
+        WriteInstallation(install, c.plugin, c.bytes, c.classId, c.dependency);
         std::vector<std::string> arguments{"inspect"};
         arguments.insert(arguments.end(), c.options.begin(), c.options.end());
         arguments.push_back(install.RootText());
         ToolRun run = RunTool(arguments);
-        EXPECT_EQ(run.status, c.status) << c.name << "\n" << run.out << run.err;
+        EXPECT_EQ(run.status, c.status) << run.out << run.err;
         for (const std::string& text : c.expected) {
-            EXPECT_NE(run.out.find(text), std::string::npos)
-                << c.name << ": no \"" << text << "\" in\n"
-                << run.out;
+            EXPECT_NE(run.out.find(text), std::string::npos) << text << " in\n" << run.out;
         }
     }
 }
 
 TEST(QzekitInspect, JsonAndSettings) {
     Installation install;
-    WriteInstallation(install, {{Lib("main"), "qzekit_plugin_bundle", ""}}, kBundleClass, "2.0");
-    // The same configuration, encrypted with a key the tool reads from a file.
+    WriteInstallation(install, "qzekit_plugin_bundle", "", kBundleClass, "", "2.0");
     const std::string key = "0123456789abcdef0123456789ABCDEF";
     std::string plain = R"({"artifacts": ["b"]})";
     plain.resize((plain.size() + 15) / 16 * 16, ' ');
     install.WriteConfig(EncryptForConfig(plain, key));
     install.Write("key.txt", key + "\n");
-    const std::string keyFile = install.RootText() + "/key.txt";
-
-    ToolRun run = RunTool(
-        {"inspect", "--json", "--foundation", "1.5", "--key-file", keyFile, install.RootText()});
+    ToolRun run = RunTool({"inspect", "--json", "--foundation", "1.5", "--key-file",
+                           install.RootText() + "/key.txt", install.RootText()});
     EXPECT_EQ(run.status, 0) << run.out << run.err;
     std::unique_ptr<base::Value> root = base::JSONReader::Read(run.out);
-    const base::DictionaryValue* document = nullptr;
-    const base::DictionaryValue* bundle = nullptr;
-    const base::ListValue* list = nullptr;
-    ASSERT_TRUE(root && root->GetAsDictionary(&document)) << run.out;
-    bool loaded = false, fits = true, secKey = false;
+    const base::DictionaryValue *document = nullptr, *bundle = nullptr;
+    const base::ListValue *points = nullptr, *bundles = nullptr;
+    bool loaded = false, secKey = false, bundleLoaded = false, fits = true;
     std::string foundation;
-    EXPECT_TRUE(document->GetBoolean("loaded", &loaded) && loaded);
-    EXPECT_TRUE(document->GetBoolean("settings.secKey", &secKey) && secKey);
-    EXPECT_TRUE(document->GetString("settings.foundationVersion", &foundation) &&
-                foundation == "1.5");
-    EXPECT_TRUE(document->GetList("log", &list) && list->GetSize() > 0);
+    ASSERT_TRUE(
+        root && root->GetAsDictionary(&document) && document->GetBoolean("loaded", &loaded) &&
+        document->GetBoolean("settings.secKey", &secKey) &&
+        document->GetString("settings.foundationVersion", &foundation) &&
+        document->GetList("extensionPoints", &points) && document->GetList("bundles", &bundles) &&
+        bundles->GetDictionary(0, &bundle) && bundle->GetBoolean("loaded", &bundleLoaded) &&
+        bundle->GetBoolean("foundationFits", &fits))
+        << run.out;
     // The bundle wants foundation 2.0: it loads, but nothing of it is in force.
-    EXPECT_TRUE(document->GetList("extensionPoints", &list) && list->GetSize() == 0);
-    ASSERT_TRUE(document->GetList("bundles", &list) && list->GetDictionary(0, &bundle));
-    EXPECT_TRUE(bundle->GetBoolean("loaded", &loaded) && loaded);
-    EXPECT_TRUE(bundle->GetBoolean("foundationFits", &fits) && !fits);
-
-    // A folder that is no installation.
+    EXPECT_TRUE(loaded && secKey && bundleLoaded && !fits && points->GetSize() == 0);
+    EXPECT_EQ(foundation, "1.5");
     ToolRun bare = RunTool({"inspect", install.RootText() + "/extensions"});
     EXPECT_EQ(bare.status, 1);
     EXPECT_NE(bare.out.find("Load: failed: extension_adapter_mapping.json is missing"),
