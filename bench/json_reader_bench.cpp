@@ -73,6 +73,19 @@ void* CountedAlloc(std::size_t size) {
     }
     return p;
 }
+
+// The kit takes its node chunks aligned: those are counted too.
+void* CountedAlignedAlloc(std::size_t size, std::align_val_t align) {
+    const auto alignment = static_cast<std::size_t>(align);
+    void* p = std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+    if (p == nullptr) {
+        throw std::bad_alloc();
+    }
+    if (g_counting) {
+        ++g_allocations;
+    }
+    return p;
+}
 }  // namespace
 
 void* operator new(std::size_t size) {
@@ -91,6 +104,15 @@ void operator delete(void* p, std::size_t) noexcept {
     std::free(p);
 }
 void operator delete[](void* p, std::size_t) noexcept {
+    std::free(p);
+}
+void* operator new(std::size_t size, std::align_val_t align) {
+    return CountedAlignedAlloc(size, align);
+}
+void operator delete(void* p, std::align_val_t) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept {
     std::free(p);
 }
 
