@@ -5,7 +5,6 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "base/json/json_reader.h"
 #include "base/values.h"
@@ -14,45 +13,7 @@ namespace {
 
 using base::internal::CountPoolChunks;
 
-// Enough nodes to fill a few dozen chunks; every entry names its index so
-// that a node whose memory was handed out again shows.
-std::string TreeText(int entries) {
-    std::string text = "[";
-    for (int i = 0; i < entries; ++i) {
-        text += (i ? ",{\"index\":" : "{\"index\":") + std::to_string(i) + ",\"name\":\"n" +
-                std::to_string(i) + "\",\"list\":[" + std::to_string(i) + ",true]}";
-    }
-    return text + "]";
-}
-
-const std::string& Text() {
-    static const std::string text = TreeText(3000);
-    return text;
-}
-
-std::unique_ptr<base::Value> Parse() {
-    return base::JSONReader::Read(Text().data(), Text().size());
-}
-
-void ExpectIntact(const base::Value& tree) {
-    const base::ListValue* list = nullptr;
-    ASSERT_TRUE(tree.GetAsList(&list));
-    ASSERT_EQ(list->GetSize(), 3000u);
-    for (std::size_t i = 0; i < list->GetSize(); i += 7) {
-        const base::DictionaryValue* entry = nullptr;
-        int32_t index = -1;
-        std::string name;
-        const base::ListValue* inner = nullptr;
-        ASSERT_TRUE(list->GetDictionary(i, &entry));
-        ASSERT_TRUE(entry->GetInteger("index", &index) && entry->GetString("name", &name) &&
-                    entry->GetList("list", &inner));
-        ASSERT_EQ(index, static_cast<int32_t>(i));
-        ASSERT_EQ(name, "n" + std::to_string(i));
-        ASSERT_TRUE(inner->GetInteger(0, &index));
-        ASSERT_EQ(index, static_cast<int32_t>(i));
-    }
-}
-
+constexpr int kEntries = 3000;
 // Room for the chunk still handing out and the one whose last frees are
 // not yet counted.
 constexpr std::size_t kSlack = 2;
@@ -63,6 +24,42 @@ constexpr std::size_t kLeftByEndedThread = 2;
 constexpr std::size_t kLeftByEndedThread = 0;
 #endif
 
+// A few dozen chunks of nodes. Every entry names its index, so a node whose
+// memory was handed out again shows.
+std::unique_ptr<base::Value> Parse() {
+    static const std::string text = [] {
+        std::string t = "[";
+        for (int i = 0; i < kEntries; ++i) {
+            const std::string n = std::to_string(i);
+            t += (i ? ",{\"index\":" : "{\"index\":") + n + ",\"name\":\"n" + n + "\",\"list\":[" +
+                 n + ",true]}";
+        }
+        return t + "]";
+    }();
+    return base::JSONReader::Read(text.data(), text.size());
+}
+
+bool Intact(const base::Value& tree) {
+    const base::ListValue* list = nullptr;
+    if (!tree.GetAsList(&list) || list->GetSize() != kEntries) {
+        return false;
+    }
+    for (int i = 0; i < kEntries; i += 7) {
+        const base::DictionaryValue* entry = nullptr;
+        const base::ListValue* inner = nullptr;
+        int32_t index = -1;
+        int32_t first = -1;
+        std::string name;
+        if (!list->GetDictionary(i, &entry) || !entry->GetInteger("index", &index) ||
+            !entry->GetString("name", &name) || !entry->GetList("list", &inner) ||
+            !inner->GetInteger(0, &first) || index != i || first != i ||
+            name != "n" + std::to_string(i)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 TEST(NodePoolTest, FreedTreesGiveTheirChunksBack) {
     const std::size_t before = CountPoolChunks();
     auto tree = Parse();
@@ -70,16 +67,17 @@ TEST(NodePoolTest, FreedTreesGiveTheirChunksBack) {
         GTEST_SKIP() << "this build takes nodes from the general heap";
     }
     EXPECT_GT(CountPoolChunks(), before + 10);
-    ExpectIntact(*tree);
+    EXPECT_TRUE(Intact(*tree));
     tree.reset();
     EXPECT_LE(CountPoolChunks(), before + kSlack);
+
+    const std::size_t at_thread = CountPoolChunks();
+    std::thread([] { Parse().reset(); }).join();
+    EXPECT_LE(CountPoolChunks(), at_thread + kLeftByEndedThread);
 }
 
 TEST(NodePoolTest, TreesMadeOnOneThreadAndFreedOnAnotherStayIntactAndGoBack) {
-    std::size_t before = CountPoolChunks();
-    std::thread([] { Parse().reset(); }).join();
-    EXPECT_LE(CountPoolChunks(), before + kLeftByEndedThread);
-    before = CountPoolChunks();
+    const std::size_t before = CountPoolChunks();
     std::mutex mutex;
     std::deque<std::unique_ptr<base::Value>> made;
     // The maker ends while some of its trees are still alive here.
@@ -90,8 +88,7 @@ TEST(NodePoolTest, TreesMadeOnOneThreadAndFreedOnAnotherStayIntactAndGoBack) {
             made.push_back(std::move(tree));
         }
     });
-    int freed = 0;
-    while (freed < 6) {
+    for (int freed = 0; freed < 6;) {
         std::unique_ptr<base::Value> tree;
         {
             std::lock_guard<std::mutex> lock(mutex);
@@ -101,17 +98,17 @@ TEST(NodePoolTest, TreesMadeOnOneThreadAndFreedOnAnotherStayIntactAndGoBack) {
             }
         }
         if (tree) {
-            ExpectIntact(*tree);
-            // Trees of this thread in between, so that chunks of both are freed mixed.
+            // A tree of this thread in between, so that chunks of both are freed mixed.
             auto local = Parse();
+            EXPECT_TRUE(Intact(*tree));
             tree.reset();
-            ExpectIntact(*local);
+            EXPECT_TRUE(Intact(*local));
             ++freed;
         }
     }
     maker.join();
     for (auto& tree : made) {
-        ExpectIntact(*tree);
+        EXPECT_TRUE(Intact(*tree));
     }
     made.clear();
     Parse().reset();
