@@ -11,14 +11,16 @@ cd "$ROOT"
 bash scripts/deps.sh libtsan2 "${BUILD_PACKAGES[@]}" ||
     die "installing the TSan stage's packages failed"
 BUILD="${QZEKIT_TSAN_BUILD_DIR:-$ROOT/build-ci-tsan}"
-BUILD_TARGETS="${E2E_PROGRAMS[*]}" configure_and_build "$BUILD" -DQZEKIT_SANITIZE=thread \
+# The base tests too, for the node pool's frees across threads.
+PROGRAMS=("${E2E_PROGRAMS[@]}" qzekit_base_tests)
+BUILD_TARGETS="${PROGRAMS[*]}" configure_and_build "$BUILD" -DQZEKIT_SANITIZE=thread \
     -DQZEKIT_BUILD_EXAMPLES=OFF -DQZEKIT_BUILD_TOOLS=OFF
 
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:exitcode=66"
 if [ -f "$ROOT/tests/tsan.supp" ]; then
     TSAN_OPTIONS="$TSAN_OPTIONS:suppressions=$ROOT/tests/tsan.supp"
 fi
-for program in "${E2E_PROGRAMS[@]}"; do
+for program in "${PROGRAMS[@]}"; do
     echo "--> $program under ThreadSanitizer"
     start=$(date +%s)
     (cd "$BUILD/bin" && "./$program" --gtest_brief=1) ||

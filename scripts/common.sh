@@ -14,10 +14,9 @@ die() {
     exit 1
 }
 
-# The test programs that drive the kit end to end, and the base tests for the
-# node pool's threads; the TSan and valgrind stages run these.
-E2E_PROGRAMS=(qzekit_manager_tests qzekit_services_tests qzekit_config_tests qzekit_kit_tests
-    qzekit_base_tests)
+# The test programs that drive the kit end to end; the TSan and valgrind
+# stages run these.
+E2E_PROGRAMS=(qzekit_manager_tests qzekit_services_tests qzekit_config_tests qzekit_kit_tests)
 
 # configure_and_build BUILD_DIR [cmake options...]
 # BUILD_TARGETS (space-separated) builds only those targets.
