@@ -18,7 +18,6 @@
 namespace {
 
 using qzextensionkit::QZEObjectContainer;
-using qzextensionkit::QZEObjectCreator;
 using ::testing::ElementsAre;
 using Lines = std::vector<std::string>;
 
@@ -28,12 +27,9 @@ const std::string kClass = "{0B7E2C44-1F3A-4D59-8E60-7A1B2C3D4E02}";
 // Counts references only, so the container's share can be read any time.
 struct Object : by::IBaseUnknown {
     by::Result QueryInterface(const by::GUID& iid, void** out) override {
-        if (!answersRoot || !by::IsEqualId(iid, by::IID_IBaseUnknown)) {
-            return by::kNoInterface;
-        }
-        *out = this;
-        AddRef();
-        return by::kOk;
+        const bool ok = answersRoot && by::IsEqualId(iid, by::IID_IBaseUnknown);
+        *out = ok ? (AddRef(), this) : *out;
+        return ok ? by::kOk : by::kNoInterface;
     }
     uint32_t AddRef() override { return ++refs; }
     uint32_t Release() override { return --refs; }
@@ -41,16 +37,16 @@ struct Object : by::IBaseUnknown {
     bool answersRoot = true;
 };
 
-std::string Line(const std::string& text) {
+const auto Line = [](const std::string& text) {
     return "[QZExtensionKit] object container impl - " + text;
-}
-std::string ClassLine(const std::string& text, const std::string& id = kClass) {
+};
+const auto ClassLine = [](const std::string& text, const std::string& id = kClass) {
     return Line("class id:" + id + ", " + text);
-}
+};
 
 class ObjectContainerTest : public ::testing::Test {
 protected:
-    QZEObjectCreator Objects() {
+    auto Objects() {
         return [this](const std::string&, const std::string&, void** out) {
             *out = static_cast<by::IBaseUnknown*>(&objects_[calls_++]);
             return true;
@@ -61,29 +57,28 @@ protected:
         EXPECT_TRUE(container_.CreateObjectInstanceByCreator(kIid, kClass, &out));
         return out;
     }
-    Lines Tail(size_t n) {
-        Lines all = log_->Texts();
-        return Lines(all.end() - std::min(n, all.size()), all.end());
-    }
-    by::CComLoader* Load(const std::string& name) {
-        const bool loaded = loader_.LoadCom(qzetest::TestPluginPath(name).c_str());
-        log_->Clear();
-        return loaded ? &loader_ : nullptr;
+    Lines Tail(long n) {
+        const Lines all = log_->Texts();
+        return Lines(all.end() - n, all.end());
     }
 
     std::shared_ptr<qzetest::CapturedLines> log_ = qzetest::CaptureLog();
     qzetest::DebugCapture debug_;  // keeps the loader's lines out of the output
     // Before the container: what it keeps must outlive it.
     by::CComLoader loader_;
-    Object objects_[3];
+    Object objects_[4];
     std::atomic<int> calls_{0};
     QZEObjectContainer container_;
 };
 
 TEST_F(ObjectContainerTest, RefusalsAndFailuresReportFalseWithTheirOwnLines) {
     void* out = nullptr;
+    // Class ids are compared as text, case included.
+    const std::string lower = "{0b7e2c44-1f3a-4d59-8e60-7a1b2c3d4e02}";
+    ASSERT_TRUE(container_.Register(Objects(), kClass, false));
+    log_->Clear();
     EXPECT_FALSE(container_.IsRegistered("") || container_.Register(Objects(), "", false) ||
-                 container_.UnRegister("") ||
+                 container_.UnRegister("") || container_.UnRegister(lower) ||
                  container_.CreateObjectInstanceByCreator("", kClass, &out) ||
                  container_.CreateObjectInstanceByCreator(kIid, "", &out) ||
                  container_.CreateObjectInstanceByLibrary("", kClass, false, nullptr, &out) ||
@@ -95,61 +90,45 @@ TEST_F(ObjectContainerTest, RefusalsAndFailuresReportFalseWithTheirOwnLines) {
         log_->Texts(),
         ElementsAre(Line("query class is registered " + empty), Line("register " + empty),
                     Line("unregister " + empty),
+                    ClassLine("unregister failed, because of not found register info", lower),
                     Line("create object instance by creator failed, because of iid is empty"),
                     Line("create object instance by creator " + empty),
                     Line(library + "iid is empty"), Line(library + "class id is empty")));
 }
 
-TEST_F(ObjectContainerTest, SecondRegistrationKeepsTheFirstCreatorAndFlag) {
-    ASSERT_TRUE(container_.Register(Objects(), kClass, false));
-    EXPECT_TRUE(container_.Register([](auto&&...) { return false; }, kClass, true));
-    EXPECT_THAT(log_->Texts(), ElementsAre(ClassLine("class is not registered"),
-                                           ClassLine("is singletion;false, register success"),
-                                           ClassLine("class is registered")));
-    log_->Clear();
-    void* a = Create();
-    EXPECT_THAT(log_->Texts(),
-                ElementsAre(ClassLine("class is registered"), ClassLine("class is registered"),
-                            Line("get object register info success"),
-                            Line("create object instance by creator, iid:" + kIid +
-                                 ", class id:" + kClass + ", singleton:false"),
-                            Line("create object instance by creator success")));
-    // A new object per call, each with the caller's reference only.
-    EXPECT_EQ(a, &objects_[0]);
-    EXPECT_EQ(Create(), &objects_[1]);
-    EXPECT_EQ(objects_[0].refs, 1u);
-
-    // Class ids are compared as text, case included.
-    EXPECT_FALSE(container_.UnRegister("{0b7e2c44-1f3a-4d59-8e60-7a1b2c3d4e02}"));
-    EXPECT_EQ(Tail(1)[0], ClassLine("unregister failed, because of not found register info",
-                                    "{0b7e2c44-1f3a-4d59-8e60-7a1b2c3d4e02}"));
-    EXPECT_TRUE(container_.IsRegistered(kClass));
-}
-
-TEST_F(ObjectContainerTest, SingletonHitCarriesNoReferenceOfItsOwn) {
+TEST_F(ObjectContainerTest, CreatorObjectsAreNewEachTimeUnlessSingleton) {
     ASSERT_TRUE(container_.Register(Objects(), kClass, true));
     EXPECT_EQ(Create(), &objects_[0]);
-    EXPECT_EQ(objects_[0].refs, 2u);  // the caller's and the table's
     // A fresh singleton ends without the success line.
     EXPECT_THAT(Tail(2), ElementsAre(ClassLine("get singleton object failed, because of object "
                                                "didn't founded"),
                                      ClassLine("set singleton object success")));
     EXPECT_EQ(Create(), &objects_[0]);
-    EXPECT_EQ(objects_[0].refs, 2u);
+    EXPECT_EQ(objects_[0].refs, 2u);  // the caller's and the table's
     EXPECT_THAT(Tail(2), ElementsAre(ClassLine("get singleton object success"),
                                      Line("create object instance by creator success")));
-
-    // Unregistering drops the table's reference.
     ASSERT_TRUE(container_.UnRegister(kClass));
     EXPECT_EQ(Tail(1)[0], ClassLine("unregister success"));
     EXPECT_EQ(objects_[0].refs, 1u);
-    // An object that fails the root query is kept as a null entry.
-    objects_[1].answersRoot = false;
-    ASSERT_TRUE(container_.Register(Objects(), kClass, true));
+    // A second registration keeps the first creator and flag.
+    log_->Clear();
+    ASSERT_TRUE(container_.Register(Objects(), kClass, false));
+    EXPECT_TRUE(container_.Register([](auto&&...) { return false; }, kClass, true));
     EXPECT_EQ(Create(), &objects_[1]);
-    EXPECT_EQ(objects_[1].refs, 1u);
-    EXPECT_EQ(Create(), nullptr);
-    EXPECT_EQ(Tail(2)[0], ClassLine("get singleton object success"));
+    EXPECT_THAT(
+        log_->Texts(),
+        ElementsAre(ClassLine("class is not registered"),
+                    ClassLine("is singletion;false, register success"),
+                    ClassLine("class is registered"), ClassLine("class is registered"),
+                    ClassLine("class is registered"), Line("get object register info success"),
+                    Line("create object instance by creator, iid:" + kIid + ", class id:" + kClass +
+                         ", singleton:false"),
+                    Line("create object instance by creator success")));
+    EXPECT_TRUE(Create() == &objects_[2] && objects_[1].refs == 1u);
+    // An object that fails the root query is kept as a null entry.
+    objects_[3].answersRoot = false;
+    ASSERT_TRUE(container_.UnRegister(kClass) && container_.Register(Objects(), kClass, true));
+    EXPECT_TRUE(Create() == &objects_[3] && Create() == nullptr && objects_[3].refs == 1u);
 }
 
 // The first call into the creator waits until the second has stored its object.
@@ -158,12 +137,8 @@ TEST_F(ObjectContainerTest, RacingSingletonCreationKeepsTheFirstStored) {
     std::shared_future<void> go = secondDone.get_future().share();
     ASSERT_TRUE(container_.Register(
         [&](const std::string& iid, const std::string& id, void** out) {
-            const bool first = calls_ == 0;
-            const bool made = Objects()(iid, id, out);
-            if (first) {
-                go.wait();
-            }
-            return made;
+            const bool first = calls_ == 0, made = Objects()(iid, id, out);
+            return first ? (go.wait(), made) : made;
         },
         kClass, true));
     void* late = nullptr;
@@ -174,69 +149,51 @@ TEST_F(ObjectContainerTest, RacingSingletonCreationKeepsTheFirstStored) {
     EXPECT_EQ(Create(), &objects_[1]);
     secondDone.set_value();
     first.join();
-    EXPECT_EQ(late, &objects_[0]);
     // Both stores reported success; the table kept the first stored.
+    EXPECT_TRUE(late == &objects_[0] && Create() == &objects_[1]);
     EXPECT_EQ(objects_[1].refs * 10 + objects_[0].refs, 21u);
-    EXPECT_EQ(Create(), &objects_[1]);
 }
 
-TEST_F(ObjectContainerTest, LibraryObjectsAreNewEachTimeUnlessSingleton) {
-    by::CComLoader* loader = Load("qzekit_plugin_complete");
-    ASSERT_NE(loader, nullptr);
-    const std::string iid = qzetest::kGreeterIid;
-    const std::string id = qzetest::kGreeterClass;
+TEST_F(ObjectContainerTest, LibraryObjectsAreNewEachTimeUnlessSingletonAndFailuresReportFalse) {
+    by::CComLoader faulty;
+    const std::wstring completePath = qzetest::TestPluginPath("qzekit_plugin_complete"),
+                       faultyPath = qzetest::TestPluginPath("qzekit_plugin_faulty");
+    ASSERT_TRUE(loader_.LoadCom(completePath.c_str()) && faulty.LoadCom(faultyPath.c_str()));
+    log_->Clear();
+    const std::string iid = qzetest::kGreeterIid, id = qzetest::kGreeterClass;
     const std::string start = "create object instance by library, iid:" + iid + ", class id:" + id;
-    void *a = nullptr, *b = nullptr;
-    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, false, loader, &a));
+    auto make = [&](bool singleton) {
+        void* out = nullptr;
+        EXPECT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, singleton, &loader_, &out));
+        return static_cast<by::IBaseUnknown*>(out);
+    };
+    by::IBaseUnknown* a = make(false);
     EXPECT_THAT(log_->Texts(), ElementsAre(Line(start + ", is singleton:false"),
                                            Line("com loader create instance success"),
                                            Line("create object instance success")));
-    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, false, loader, &b));
-    EXPECT_NE(a, b);
+    by::IBaseUnknown* b = make(false);
     // Each carries the caller's reference only.
-    EXPECT_EQ(static_cast<by::IBaseUnknown*>(a)->Release(), 0u);
-    EXPECT_EQ(static_cast<by::IBaseUnknown*>(b)->Release(), 0u);
-
-    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, true, loader, &a));
-    log_->Clear();
-    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, true, loader, &b));
-    EXPECT_EQ(a, b);
-    EXPECT_THAT(log_->Texts(), ElementsAre(Line(start + ", is singleton:true"),
-                                           ClassLine("get singleton object success", id),
-                                           Line("create object instance success")));
+    EXPECT_TRUE(a != b && a->Release() == 0u && b->Release() == 0u);
+    a = make(true);
+    EXPECT_EQ(make(true), a);
+    EXPECT_THAT(Tail(3), ElementsAre(Line(start + ", is singleton:true"),
+                                     ClassLine("get singleton object success", id),
+                                     Line("create object instance success")));
     // Caller and table; the hit added nothing.
-    auto* object = static_cast<by::IBaseUnknown*>(a);
-    EXPECT_EQ(object->AddRef(), 3u);
-    object->Release();
-    // Not in the register table, so UnRegister can't reach the singleton.
-    EXPECT_FALSE(container_.UnRegister(id));
-    EXPECT_EQ(Tail(1)[0], ClassLine("unregister failed, because of not found register info", id));
-    ASSERT_TRUE(container_.CreateObjectInstanceByLibrary(iid, id, true, loader, &b));
-    EXPECT_EQ(b, a);
-    object->Release();
-    EXPECT_EQ(qzetest::CallCountExport(qzetest::TestPluginPath("qzekit_plugin_complete"),
-                                       "TestLiveObjects"),
-              1);
-}
-
-TEST_F(ObjectContainerTest, LoaderFailuresReportFalse) {
-    by::CComLoader* loader = Load("qzekit_plugin_faulty");
-    ASSERT_NE(loader, nullptr);
-    auto fails = [&](const std::string& id, bool singleton, by::CComLoader* with) {
+    EXPECT_EQ(a->Release(), 1u);
+    EXPECT_EQ(qzetest::CallCountExport(completePath, "TestLiveObjects"), 1);
+    auto fails = [&](const std::string& classId, by::CComLoader* with) {
         void* out = nullptr;
-        EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(qzetest::kGreeterIid, id, singleton,
-                                                              with, &out));
-        EXPECT_EQ(out, nullptr);
+        EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(iid, classId, false, with, &out) ||
+                     out);
         EXPECT_EQ(Tail(1)[0], Line("create object instance failed, because of com loader create "
                                    "instance failed"));
-        return qzetest::CallCountExport(qzetest::TestPluginPath("qzekit_plugin_faulty"),
-                                        "TestLastClassIdIsZero");
+        return qzetest::CallCountExport(faultyPath, "TestLastClassIdIsZero");
     };
-    EXPECT_EQ(fails(qzetest::kCreateFailsClass, false, loader), 0);
-    EXPECT_EQ(fails(qzetest::kCreateFailsClass, true, loader), 0);
-    EXPECT_EQ(fails(qzetest::kGreeterClass, false, nullptr), 0);
+    EXPECT_EQ(fails(qzetest::kCreateFailsClass, &faulty), 0);
+    EXPECT_EQ(fails(qzetest::kGreeterClass, nullptr), 0);
     // One character short: the library is asked for the zero id.
-    EXPECT_EQ(fails("{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A34", false, loader), 1);
+    EXPECT_EQ(fails("{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A34", &faulty), 1);
 }
 
 }  // namespace

@@ -17,39 +17,31 @@ namespace qzextensionkit {
 class QZNotificationServiceTestPeer {
 public:
     static int Slots(const QZNotificationService* s, int type, unsigned int key) {
-        auto outer = s->lists_.find(type);
-        if (outer == s->lists_.end()) {
-            return -1;
-        }
-        auto inner = outer->second.find(key);
-        return inner == outer->second.end() ? -1 : static_cast<int>(inner->second->SlotCount());
+        const auto& lists = s->lists_;
+        return lists.count(type) == 0 || lists.at(type).count(key) == 0
+                   ? -1
+                   : static_cast<int>(lists.at(type).at(key)->SlotCount());
     }
 };
 
 namespace {
 
-using Calls = std::string;  // names of the observers reached, in order
-
-const int kDocA = 1;
-const int kDocB = 2;
-const Source<int> kA(&kDocA);
-const Source<int> kB(&kDocB);
+const int kDocs[] = {1, 2};
+const Source<int> kA(&kDocs[0]), kB(&kDocs[1]);
 const QZNotificationSource kAll = IQZNotificationService::AllSources();
 
-class Named : public QZNotificationObserver {
-public:
-    Named(std::string name, Calls* calls) : name(std::move(name)), calls(calls) {}
+struct Named : QZNotificationObserver {
+    Named(std::string name, std::string* calls) : name(std::move(name)), calls(calls) {}
     void Observe(int type, const QZNotificationSource& source,
                  const QZNotificationParameters& params) override {
         *calls += (calls->empty() ? "" : " ") + name;
         last = {static_cast<unsigned int>(type), source.map_key(), params.map_key()};
-        ++count;
-        if (action) {
+        if (++count, action) {
             action();
         }
     }
     std::string name;
-    Calls* calls;
+    std::string* calls;
     std::function<void()> action;
     int count = 0;
     std::vector<unsigned int> last;
@@ -60,11 +52,7 @@ public:
 class NotificationTest : public ::testing::Test {
 protected:
     Named* Obs(const std::string& name) {
-        auto& slot = observers_[name];
-        if (!slot) {
-            slot = std::make_unique<Named>(name, &calls);
-        }
-        return slot.get();
+        return observers_.emplace(name, std::make_unique<Named>(name, &calls)).first->second.get();
     }
     void Reset() {
         QZNotificationService* s = nullptr;
@@ -81,58 +69,32 @@ protected:
     int Slots(int type, const QZNotificationSource& source) {
         return QZNotificationServiceTestPeer::Slots(service.Get(), type, source.map_key());
     }
-    Calls Notify(int type, const QZNotificationSource& source, bool global = false) {
+    std::string Notify(int type, const QZNotificationSource& source, bool global = false) {
         calls.clear();
-        IQZNotificationService* target = service.Get();
-        if (global) {
-            target = QZServiceManager::GetInstance()->GetService<IQZNotificationService>(
-                kNotificationServiceName);
-        }
+        IQZNotificationService* target =
+            global ? QZServiceManager::GetInstance()->GetService<IQZNotificationService>(
+                         kNotificationServiceName)
+                   : service.Get();
         target->Notify(type, source, IQZNotificationService::NoParams());
         return calls;
     }
 
-    Calls calls;
+    std::string calls;
     by::ComPtr<QZNotificationService> service;
     std::map<std::string, std::unique_ptr<Named>> observers_;
 };
 
 TEST_F(NotificationTest, DispatchWalksTheFourListsInOrder) {
-    struct Reg {
-        const char* name;
-        int type;
-        const QZNotificationSource* source;
-    };
-    const std::vector<Reg> four = {
-        {"7A", 7, &kA}, {"7all", 7, &kAll}, {"0A", 0, &kA}, {"0all", 0, &kAll}};
-    const struct {
-        std::vector<Reg> regs;
-        int type;
-        const QZNotificationSource* source;
-        Calls expected;
-    } cases[] = {
-        {four, 7, &kA, "0all 0A 7all 7A"},
-        {four, 7, &kAll, "0all 7all"},
-        {four, 0, &kA, "0all 0A 0all 0A"},
-        {four, 8, &kB, "0all"},
-        {{{"x", 7, &kA}, {"y", 7, &kA}, {"z", 7, &kA}}, 7, &kA, "x y z"},
-        // Once per list; a second add of the same triple changes nothing.
-        {{{"x", 7, &kA}, {"x", 0, &kA}, {"x", 7, &kB}, {"x", 7, &kA}}, 7, &kA, "x x"},
-        {{{nullptr, 7, &kA}}, 7, &kA, ""},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.expected);
-        Reset();
-        for (const Reg& r : c.regs) {
-            service->AddObserver(r.name ? Obs(r.name) : nullptr, r.type, *r.source);
-        }
-        EXPECT_EQ(Notify(c.type, *c.source), c.expected);
-    }
-    const struct Info { int code; } info{42};
     Reset();
-    Add("x", 0, kAll);
+    Add("7A", 7, kA), Add("7all", 7, kAll), Add("0A", 0, kA), Add("0all", 0, kAll);
+    // Once per list: a second add of the same triple changes nothing, a null one is dropped.
+    Add("x", 5, kB), Add("y", 5, kB), Add("x", 0, kB), Add("x", 5, kB), Add("x", 5, kA);
+    service->AddObserver(nullptr, 5, kB);
+    EXPECT_EQ(Notify(7, kA) + "|" + Notify(7, kAll) + "|" + Notify(5, kB),
+              "0all 0A 7all 7A|0all 7all|0all x x y");
+    const struct Info { int code; } info{42};
     service->Notify(9, kB, Params<Info>(&info));
-    EXPECT_EQ(Obs("x")->last,
+    EXPECT_EQ(Obs("0all")->last,
               (std::vector<unsigned int>{9, kB.map_key(), Params<Info>(&info).map_key()}));
 }
 
@@ -145,119 +107,97 @@ TEST_F(NotificationTest, WhatAnObserverMayDoDuringObserve) {
         Remove("a", 7, kA), Remove("b", 7, kA);
     };
     const struct {
-        const char* what;
         std::function<void()> actionOfA;
         std::string on7A;
-        Calls first, second;
-        int slotsAfter;
+        std::string expected;  // first walk|slots after it|after the removals|second walk
     } cases[] = {
-        {"removes itself", [this] { Remove("a", 7, kA); }, "a b c", "a b c", "b c", 2},
-        {"adds to the same list: reached by this walk", [this] { Add("d", 7, kA); }, "a b", "a b d",
-         "a b d", 3},
-        {"adds to a list walked before: reached from the next Notify",
-         [this] { Add("d", 0, kAll); }, "a", "a", "d a", 1},
-        {"removes the last observer: an empty list stays", [this] { Remove("a", 7, kA); }, "a", "a",
-         "", 0},
-        {"nested Notify: removals inside, behind and ahead, are kept by the outer walk", nested,
-         "a b c", "a a c c", "c", 1},
+        // Reached by this walk.
+        {[this] { Add("d", 7, kA); }, "a b", "a b d|3|3|a b d"},
+        // An emptied list stays until a removal finds it empty.
+        {[this] { Remove("a", 7, kA); }, "a", "a|0|-1|"},
+        // Removals inside, behind and ahead are kept by the outer walk.
+        {nested, "a b c", "a a c c|1|1|c"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
         Reset();
         Obs("a")->action = c.actionOfA;
         for (size_t at = 0; at < c.on7A.size(); at += 2) {
             Add(c.on7A.substr(at, 1).c_str(), 7, kA);
         }
-        EXPECT_EQ(Notify(7, kA), c.first);
-        EXPECT_EQ(Slots(7, kA), c.slotsAfter);
-        EXPECT_EQ(Notify(7, kA), c.second);
+        const std::string first = Notify(7, kA);
+        const int slots = Slots(7, kA);
         // Unknown, null and absent removals only drop a list left empty.
-        Remove("stranger", 7, kA);
-        service->RemoveObserver(nullptr, 7, kA);
-        Remove("a", 11, kB);
-        EXPECT_EQ(Slots(7, kA), c.slotsAfter == 0 ? -1 : c.slotsAfter);
+        Remove("stranger", 7, kA), service->RemoveObserver(nullptr, 7, kA), Remove("a", 11, kB);
+        EXPECT_EQ(first + "|" + std::to_string(slots) + "|" + std::to_string(Slots(7, kA)) + "|" +
+                      Notify(7, kA),
+                  c.expected);
     }
 }
 
 TEST(NotificationObserverListTest, ANonZeroModeStopsAWalkAtItsStartingSize) {
-    Calls calls;
+    std::string calls;
     Named a("a", &calls), late("late", &calls);
-    for (int mode : {0, 1}) {
-        calls.clear();
-        QZNotificationObserverList list(mode);
-        a.action = [&list, &late] { list.Add(&late); };
-        list.Add(&a);
-        list.Walk(1, kA, IQZNotificationService::NoParams());
-        EXPECT_EQ(calls, mode == 0 ? "a late" : "a");
-        EXPECT_EQ(list.SlotCount(), 2u);
-        EXPECT_EQ(list.NotifyDepth(), 0);
-    }
+    QZNotificationObserverList list(1);
+    a.action = [&list, &late] { list.Add(&late); };
+    list.Add(&a);
+    list.Walk(1, kA, IQZNotificationService::NoParams());
+    EXPECT_EQ(
+        calls + "|" + std::to_string(list.SlotCount()) + "|" + std::to_string(list.NotifyDepth()),
+        "a|2|0");
 }
 
 TEST_F(NotificationTest, RegistrarRecordsAndTheServiceStayInStep) {
     QZExtensionKit::InitSDK();
-    {
-        QZNotificationRegistrar registrar;
-        registrar.Add(Obs("x"), 501, kA);
-        QZExtensionKit::InitSDK();
-        EXPECT_EQ(Notify(501, kA, true), "x");
-    }
-    EXPECT_EQ(Notify(501, kA, true), "") << "a destroyed registrar removes its observers";
     // Shares kLow's key on 64-bit systems only.
     const Source<int> kLow(reinterpret_cast<const int*>(std::uintptr_t{0x40}));
     const Source<int> kHigh(reinterpret_cast<const int*>(
         (sizeof(void*) > 4 ? (std::uintptr_t{1} << (sizeof(void*) * 4)) : 0) | 0x40));
     using R = QZNotificationRegistrar;
     const struct {
-        const char* what;
         const QZNotificationSource* notified;
-        const char* reached;  // the one observer reached, if any
-        const char* empty;    // of each registrar at the end
+        const char* reached;  // "observer reached|registrars empty at the end"
         std::function<void(R*, int)> ops;
     } cases[] = {
-        {"Remove through another registrar, or of a triple never added, does nothing", &kA, "x",
-         "01",
+        // Remove through another registrar, or of a triple never added, does nothing.
+        {&kA, "x|01",
          [&](R* r, int t) {
              r[0].Add(Obs("x"), t, kA), r[1].Remove(Obs("x"), t, kA);
              r[0].Remove(Obs("x"), t, kB), r[0].Remove(Obs("y"), t, kA);
          }},
-        {"RemoveAll removes every record of its registrar only", &kA, "z", "10",
+        // RemoveAll removes every record of its registrar only.
+        {&kA, "z|10",
          [&](R* r, int t) {
              r[0].Add(Obs("x"), t, kA), r[0].Add(Obs("y"), t, kAll), r[0].Add(Obs("x"), t, kB);
              r[1].Add(Obs("z"), t, kA), r[0].RemoveAll();
          }},
-        {"one triple in two registrars: the service holds it once", &kA, "", "10",
+        // One triple in two registrars: the service holds it once.
+        {&kA, "|10",
          [&](R* r, int t) {
              r[0].Add(Obs("x"), t, kA), r[1].Add(Obs("x"), t, kA), r[0].Remove(Obs("x"), t, kA);
          }},
-        {"RemoveAll finds a source by its key", &kLow, "", "11",
-         [&](R* r, int t) { r[0].Add(Obs("x"), t, kHigh), r[0].RemoveAll(); }},
+        // Without a service only the registrar's records change.
+        {&kA, "|01",
+         [&](R* r, int t) {
+             QZServiceManager::GetInstance()->UnInitialize();
+             r[0].Add(Obs("x"), t, kA), r[1].Add(Obs("x"), t, kA), r[1].Remove(Obs("x"), t, kA);
+             EXPECT_TRUE(r[0].IsRegistered(Obs("x"), t, kA) && !r[0].IsRegistered(Obs("x"), 0, kA));
+             QZExtensionKit::InitSDK();
+         }},
+        // RemoveAll finds a source by its key.
+        {&kLow, "|11", [&](R* r, int t) { r[0].Add(Obs("x"), t, kHigh), r[0].RemoveAll(); }},
     };
     int type = 600;
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        R registrars[2];
-        c.ops(registrars, ++type);
-        EXPECT_EQ(Notify(type, *c.notified, true), *c.reached ? Calls{c.reached} : "");
-        EXPECT_EQ(std::string(registrars[0].IsEmpty() ? "1" : "0") +
-                      (registrars[1].IsEmpty() ? "1" : "0"),
-                  c.empty);
+        {
+            R registrars[2];
+            c.ops(registrars, ++type);
+            EXPECT_EQ(Notify(type, *c.notified, true) + "|" +
+                          (registrars[0].IsEmpty() ? "1" : "0") +
+                          (registrars[1].IsEmpty() ? "1" : "0"),
+                      c.reached);
+        }
+        EXPECT_EQ(Notify(type, kA, true), "") << type;
     }
-}
-
-TEST_F(NotificationTest, WithoutAServiceOnlyTheRegistrarsRecordsChange) {
-    QZServiceManager::GetInstance()->UnInitialize();
-    {
-        QZNotificationRegistrar registrar;
-        registrar.Add(Obs("x"), 801, kA);
-        EXPECT_TRUE(registrar.IsRegistered(Obs("x"), 801, kA) &&
-                    !registrar.IsRegistered(Obs("x"), 802, kA));
-        registrar.Remove(Obs("x"), 801, kA);
-        EXPECT_TRUE(registrar.IsEmpty());
-        registrar.Add(Obs("x"), 801, kA);
-    }
-    QZExtensionKit::InitSDK();
-    EXPECT_EQ(Notify(801, kA, true), "");
 }
 
 }  // namespace
