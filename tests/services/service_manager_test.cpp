@@ -135,7 +135,7 @@ TEST_F(ServiceManagerImpl, ASingletonIsMadeOnceAndEachPointerCarriesAReference) 
 // Creators never store a pointer here; a failed one runs again next time.
 TEST_F(ServiceManagerImpl, FailuresGiveNullAndLogTheirLinesEachTime) {
     int calls = 0;
-    for (const char* name : {"n0", "s0", "s1"}) {
+    for (const char* name : {"n0", "n1", "s0", "s1"}) {
         QZServiceRegisterInfo info = Record(name, std::string("{") + name + "}", name[0] == 's');
         info.creator = [&calls, name](void**) { return ++calls, name[1] == '1'; };
         ASSERT_TRUE(manager->RegisterService(info));
@@ -156,6 +156,7 @@ TEST_F(ServiceManagerImpl, FailuresGiveNullAndLogTheirLinesEachTime) {
         Lines lines;
     } rows[] = {
         {"n0", {failed + because + "construct service failed"}},
+        {"n1", {}},
         {"s0", {notFound("{s0}"), failed + "(singleton)" + because + "construct service failed"}},
         {"s1",
          {notFound("{s1}"), "impl - class id:{s1}, set singleton object failed" + because +
@@ -181,7 +182,7 @@ TEST_F(ServiceManagerImpl, FailuresGiveNullAndLogTheirLinesEachTime) {
                              "registered",
                              notFound("{d}"),
                              "impl - set singleton object failed, because of class id is empty"}));
-    EXPECT_EQ(calls, 6);
+    EXPECT_EQ(calls, 8);
     EXPECT_EQ(made->Release(), 1u);  // the failed queries left the count alone
     try {
         manager->GetServiceClassId("Other");
