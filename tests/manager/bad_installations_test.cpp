@@ -57,8 +57,7 @@ Expectation ReadExpectation(const fs::path& file) {
 
 bool UnderWine() {
 #if defined(_WIN32)
-    HMODULE ntdll = GetModuleHandleA("ntdll.dll");
-    return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+    return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
 #else
     return false;
 #endif

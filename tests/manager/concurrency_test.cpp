@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <cstdio>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -39,10 +38,6 @@ constexpr int kRaceRounds = 25;
 
 const char kTitles[][2] = {"A", "B"};
 constexpr char kHostSingletonClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1F02}";
-
-bool IsTitle(const std::string& title) {
-    return title == kTitles[0] || title == kTitles[1];
-}
 
 // One pointer per object, whichever interface the kit handed out.
 by::IBaseUnknown* Identity(void* object) {
@@ -158,6 +153,7 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     ReleaseObject(notification);
 
     auto check = [](bool ok, const char* what) { EXPECT_TRUE(ok) << what; };
+    auto IsTitle = [](const std::string& title) { return title == "A" || title == "B"; };
     const std::vector<std::function<void()>> kinds = {
         [&] {
             std::vector<void*> list;
@@ -259,8 +255,8 @@ TEST_F(ConcurrencyTest, RacingSingletonCreatorsMayEachBuildOneAndTheFirstStoredS
     int roundsWithTwoOrMore = 0;
     for (int round = 0; round < kRaceRounds; ++round) {
         SCOPED_TRACE(round);
-        char classId[39];
-        std::snprintf(classId, sizeof(classId), "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B%04X}", round);
+        const std::string classId =
+            "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B" + std::to_string(1000 + round) + "}";
         std::mutex mutex;
         std::set<by::IBaseUnknown*> built;
         ASSERT_TRUE(container->Register(

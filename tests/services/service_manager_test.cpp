@@ -19,15 +19,13 @@ namespace {
 using Lines = std::vector<std::string>;
 constexpr char kPrefix[] = "[QZExtensionKit] service manager ";
 
-class IEcho : public by::IBaseUnknown {
-public:
+struct IEcho : by::IBaseUnknown {
     static constexpr const char kId[] = "{0F7C2A52-1B7B-4E0C-9A57-5D3B1B6A0002}";
     BY_DECLARE_INTERFACE_ID(kId)
     virtual int Echo(int v) = 0;
 };
 
-class EchoService : public IEcho, public by::CUnknownImp {
-public:
+struct EchoService : IEcho, by::CUnknownImp {
     static std::atomic<int> live;
     EchoService() { ++live; }
     ~EchoService() override { --live; }
@@ -43,9 +41,7 @@ uint32_t Count(by::IBaseUnknown* object) {
 
 QZServiceRegisterInfo Record(const std::string& name, const std::string& classId, bool singleton) {
     QZServiceRegisterInfo info;
-    info.serviceName = name;
-    info.classId = classId;
-    info.interfaceId = IEcho::kId;
+    info.serviceName = name, info.classId = classId, info.interfaceId = IEcho::kId;
     info.isSingleton = singleton;
     info.creator = [](void** out) {
         return QZServiceManager::CreateServiceObject<EchoService>(IEcho::InterfaceId(), out);
