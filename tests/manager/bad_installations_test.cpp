@@ -7,6 +7,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -130,12 +131,8 @@ protected:
 };
 
 TEST_F(BadInstallationsTest, EveryCaseOfTheCorpusLoadsAroundItsBadPart) {
-    std::vector<fs::path> cases;
-    for (const auto& entry :
-         fs::directory_iterator(fs::path(QZEKIT_TEST_DATA_DIR) / "bad_installations")) {
-        cases.push_back(entry.path());
-    }
-    std::sort(cases.begin(), cases.end());
+    const fs::path corpus = fs::path(QZEKIT_TEST_DATA_DIR) / "bad_installations";
+    const std::set<fs::path> cases((fs::directory_iterator(corpus)), fs::directory_iterator());
     ASSERT_GE(cases.size(), 10u);
     for (const fs::path& dir : cases) {
         SCOPED_TRACE(dir.filename().string());

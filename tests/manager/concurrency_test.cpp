@@ -107,9 +107,8 @@ struct StressSource : qzextensionkit::IQZERemoteConfigDataSource {
 // A sink without a lock, which would order every logging call.
 struct CountingLogger : qzextensionkit::IQZELogger {
     void Log(int, std::string) override { lines.fetch_add(1, std::memory_order_relaxed); }
-    static std::atomic<long> lines;
+    inline static std::atomic<long> lines{0};
 };
-std::atomic<long> CountingLogger::lines{0};
 
 using ConcurrencyTest = KitHost;
 
