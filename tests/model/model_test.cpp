@@ -117,7 +117,6 @@ TEST_F(ModelTest, ReadManifest) {
               "{IID}|host.empty|");
     std::list<Extension*> none;
     EXPECT_TRUE(points_.back()->GetExtensions(none) && none.empty());
-    EXPECT_EQ(static_cast<ExtensionPointImpl*>(point_)->GetArtifact(), artifact_.get());
     EXPECT_EQ(*std::next(records_.begin()), nullptr);
     EXPECT_EQ(Describe(*local_) + " " + Describe(*records_.back()),
               "shared.id|2.1|{LOCAL}|0|local=1;||local-u|,,,,, third|||1||||,,,,,");
@@ -161,28 +160,25 @@ TEST_F(ModelTest, StrictAndForgivingRecordReaders) {
         const char* strict;
         const char* forgiving;
     } cases[] = {
-        // Payloads that are empty or no text are left out.
+        // Payloads that are empty or no text are left out. A missing "key" is
+        // the empty one; the first entry of a key stays; non-strings in "value"
+        // are skipped.
         {R"({"id": "full", "version": "01.x", "clsid": "{C}", "isSingleton": false,
              "iid": "{OTHER}", "extensionPointId": "other.point", "unifiedId": "u-1",
              "payloads": {"title": "Hi", "a.b": "dotted", "b": "", "c": 2},
-             "constraints": [{"key": "os", "value": ["win", "mac"]}],
+             "constraints": [{"key": "os", "value": ["win", 1, "mac"]}, "k", {"value": ["x"]},
+                             {"key": "os", "value": ["z"]}, {"key": "b", "value": "x"}],
              "settingMap": {"modalPosition": "center", "modalSize": "640x480",
                             "host": "https://h", "uri": "/p", "openType": "modal"}})",
-         "full|01.x|{C}|0|a.b=dotted;title=Hi;|os:win,mac,;|u-1|center,640x480,https://h/p,modal,"
-         "https://h,/p",
+         "full|01.x|{C}|0|a.b=dotted;title=Hi;|:x,;b:;os:win,mac,;|u-1|center,640x480,https://h/p,"
+         "modal,https://h,/p",
          nullptr},
-        // Wrong types count as absent; "isSingleton" then defaults to true.
+        // Wrong types count as absent; "isSingleton" then defaults to true. The
+        // strict reader wants all five settings, the forgiving one any.
         {R"({"id": "t", "version": 2, "clsid": ["{C}"], "unifiedId": {}, "isSingleton": "false",
-             "payloads": ["a", "1"], "constraints": {"key": "k"}, "settingMap": "host=h"})",
-         "t|||1||||,,,,,", nullptr},
-        // A missing "key" is the empty one, whose first entry stays; non-strings
-        // in "value" are skipped.
-        {R"({"id": "c", "constraints": ["k", {"value": ["x", 1, "y"]}, {"key": "", "value": ["z"]},
-                                         {"key": "b", "value": "x"}]})",
-         "c|||1||:x,y,;b:;||,,,,,", nullptr},
-        // The strict reader wants all five settings, the forgiving one any.
-        {R"({"id": "m", "settingMap": {"host": "h", "uri": "/p"}})", "m|||1||||,,,,,",
-         "m|||1||||,,h/p,,h,/p"},
+             "payloads": ["a", "1"], "constraints": {"key": "k"},
+             "settingMap": {"host": "h", "uri": "/p", "openType": 3}})",
+         "t|||1||||,,,,,", "t|||1||||,,h/p,,h,/p"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.json);
@@ -228,15 +224,13 @@ TEST_F(ModelTest, Ownership) {
         EXPECT_EQ(deleted, 1) << path;
     }
     int deleted = 0;
-    {
-        Counted<base::DictionaryValue> item(&deleted);
-        item.SetString("id", "x");
-        Extension* raw = nullptr;
-        EXPECT_TRUE(ParseManifestExtension(point_, &item, &raw));
-        std::unique_ptr<Extension> record(raw);
-        EXPECT_FALSE(ParseManifestExtension(point_, &item, nullptr));
-        EXPECT_EQ(deleted, 0);
-    }
+    Counted<base::DictionaryValue> kept(&deleted);
+    kept.SetString("id", "x");
+    Extension* raw = nullptr;
+    EXPECT_TRUE(ParseManifestExtension(point_, &kept, &raw));
+    std::unique_ptr<Extension> record(raw);
+    EXPECT_FALSE(ParseManifestExtension(point_, &kept, nullptr));
+    EXPECT_EQ(deleted, 0);
 
     // Lists append to what the caller holds; null entries are passed over
     // when every record goes with its artifact.
@@ -280,16 +274,14 @@ TEST_F(ModelTest, Ownership) {
 }
 
 TEST_F(ModelTest, FactoryMergesAndCopies) {
-    Artifact libraryless(FilePath(L"C:\\bundles\\plain"));
-    ExtensionPointImpl plainPoint(&libraryless);
-    ExtensionImpl plainLocal(&plainPoint);
+    ExtensionImpl plainLocal(nullptr);
     plainLocal.SetId("shared.id");
     const struct {
         std::string remoteId;
         Extension* local;
     } cases[] = {{"shared.id", local_},
                  {"Shared.id", local_},       // ids differ in case
-                 {"shared.id", &plainLocal},  // local bundle without library
+                 {"shared.id", &plainLocal},  // local record without a library
                  {"shared.id", nullptr}};
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
