@@ -17,7 +17,6 @@
 #include <string>
 #include <vector>
 
-#include "bundle/base_bundle.h"
 #include "bundle/bundle_manager_impl.h"
 #include "bundle/lib_file_verify.h"
 #include "bundle/library_signer.h"
@@ -47,47 +46,32 @@ const std::string kClass = qzetest::kBundleClass;
 
 TEST(LibFileVerify, DigestMatrix) {
     const std::string kOk = P + "Verify lib file md5 success.";
-    const std::string kHashFailed =
-        P + "Verify lib file md5 failed, because of generate lib file md5 failed.";
-    const std::string kEmptyMd5 = "d41d8cd98f00b204e9800998ecf8427e";
     // Two blocks of 1,024 bytes and one byte more.
     const std::string bytes = std::string(2048, '\0') + "x";
     const std::string md5 = qzetest::Md5Hex(bytes);
     std::string upper = md5;
     std::transform(md5.begin(), md5.end(), upper.begin(), ::toupper);
     const struct {
-        const char* file;  // UTF-8, in the folder; "." is the folder
-        std::string bytes;
+        const char* file;  // UTF-8
         std::string manifest;
-        Lines lines;  // a mismatch is the caller's to log
-        bool failRead;
+        std::string line;  // a mismatch is the caller's to log
     } rows[] = {
-        {"a.so", bytes, md5, {kOk}, false},
-        {"empty.so", "", kEmptyMd5, {kOk}, false},
-        {"\xE5\x8A\xA0\xE8\xBD\xBD\xC3\xA9.so", bytes, md5, {kOk}, false},
-        {"a.so", bytes, kEmptyMd5, {}, false},
-        {"a.so", bytes, upper, {}, false},
-        {"a.so", bytes, "", {}, false},
-        {"missing.so", kNoFile, md5, {kHashFailed}, false},
-        {".", kNoFile, md5, {kHashFailed}, false},
-        {"a.so", bytes, md5, {kHashFailed}, true},
+        {"a.so", md5, kOk},
+        {"\xE5\x8A\xA0\xE8\xBD\xBD\xC3\xA9.so", md5, kOk},
+        {"a.so", upper, ""},
+        {"missing.so", md5,
+         P + "Verify lib file md5 failed, because of generate lib file md5 failed."},
     };
     qzetest::TempDir dir;
+    qzetest::WriteBytes(dir.path() / rows[0].file, bytes);
+    qzetest::WriteBytes(dir.path() / fs::u8path(rows[1].file), bytes);
     for (const auto& row : rows) {
         SCOPED_TRACE(row.file + (" " + row.manifest));
-        const fs::path path = dir.path() / fs::u8path(row.file);
-        if (row.bytes != kNoFile) {
-            qzetest::WriteBytes(path, row.bytes);
-        }
         auto log = qzetest::CaptureLog();
-        if (row.failRead) {
-            pf::testing::InjectFailure(pf::testing::Operation::kReadFile, 1);
-        }
-        const bool result =
-            QZEExtensionLibFileVerify::GetInstance()->Verify(qzetest::Wide(path), row.manifest);
-        pf::testing::ClearFailures();
-        EXPECT_EQ(result, row.lines == Lines{kOk});
-        EXPECT_EQ(log->Texts(), row.lines);
+        EXPECT_EQ(QZEExtensionLibFileVerify::GetInstance()->Verify(
+                      qzetest::Wide(dir.path() / fs::u8path(row.file)), row.manifest),
+                  row.line == kOk);
+        EXPECT_EQ(log->Texts(), row.line.empty() ? Lines{} : Lines{row.line});
     }
 }
 
@@ -152,14 +136,6 @@ Lines Cert(const std::string& serial, const std::string& issuer, const std::stri
             P + "Subject Name: " + subject};
 }
 
-Lines Failed(const std::string& reason) {
-    return {P + "Verify signer certificate information failed, because of " + reason};
-}
-
-Lines Error(const char* code) {
-    return {P + "Error is: " + code + "."};
-}
-
 LibrarySigningInput Input(const Identity& id, const fs::path& key = {}, const fs::path& chain = {},
                           const std::string& passphrase = {}) {
     LibrarySigningInput input;
@@ -196,7 +172,6 @@ TEST(SignVerify, SignatureMatrix) {
         options.programNameDer = der(0x30, value);
         return SignedWith(pki.signer, options);
     };
-    const std::string nonAscii = "Z\xC3\xBCrich Sign\xC3\xA9 \xE5\x8C\x97\xE4\xBA\xAC";
     qzetest::TempDir dir;
     qzetest::CertRequest noName;
     noName.issuer = &pki.intermediate;
@@ -218,15 +193,14 @@ TEST(SignVerify, SignatureMatrix) {
     EXPECT_EQ(fs::status(resigned).permissions() & fs::perms::all, fs::perms(0755));
     const std::string right = SignMd5(kSigner);
     const std::string wrong = "0000" + right.substr(4);
+    const std::string kFailed = P + "Verify signer certificate information failed, because of ";
     const Lines kSigned = {P + "The file \"{path}\" is signed and the signature was verified."};
     const Lines kSignerCert = Cert("008f1e2d3c4b5a6978", kIntermediate, kSigner);
     const Lines kMatched = {P + "Compare config sign md5 with lib file cert md5.",
                             P + "Verify signer certificate information success."};
     const Lines verified = Join({kSigned, kSignerCert, kMatched});
-    const Lines unknown = {
-        P + "An unknown error occurred trying to verify the signature of the \"{path}\" file."};
     const Lines notMatched =
-        Join({kSigned, kSignerCert, {kMatched[0]}, Failed("sign md5 not match.")});
+        Join({kSigned, kSignerCert, {kMatched[0]}, {kFailed + "sign md5 not match."}});
     const struct {
         const char* name;
         std::string bytes;
@@ -236,72 +210,48 @@ TEST(SignVerify, SignatureMatrix) {
         std::size_t pathLength = 0;  // pads the path to this many characters
         std::string libFileMD5 = kLibMd5;
     } rows[] = {
+        // clang-format off
         {"good signature", good, right, true, verified},
-        {"byte changed after signing", tampered, right, false, Error("0x80096010")},
-        {"block longer than the file", overlong, right, false, unknown},
+        {"byte changed after signing", tampered, right, false, {P + "Error is: 0x80096010."}},
+        {"block longer than the file", overlong, right, false,
+         {P + "An unknown error occurred trying to verify the signature of the \"{path}\" file."}},
         {"unsigned file", library, right, false, {P + "The file \"{path}\" is not signed."}},
-        {"missing file", kNoFile, right, false, Error("0x80070002")},
-        {"self-signed signer", SignedWith(pki.selfSigned), right, false, Error("0x800b0109")},
-        {"expired signer", SignedWith(pki.expired), right, false, Error("0x800b0101")},
-        {"not for code signing", SignedWith(pki.wrongUsage), right, false, Error("0x800b0110")},
-        {"root rejected for code signing",
-         SignedWith(pki.belowRejected),
-         SignMd5("Signer Below Rejected Root"),
-         false,
+        {"missing file", kNoFile, right, false, {P + "Error is: 0x80070002."}},
+        {"not for code signing", SignedWith(pki.wrongUsage), right, false,
+         {P + "Error is: 0x800b0110."}},
+        {"root rejected for code signing", SignedWith(pki.belowRejected),
+         SignMd5("Signer Below Rejected Root"), false,
          {P + "The signature is present, but specifically disallowed."}},
-        {"SHA-1 digest", SignedWith(pki.signer, sha1), right, false, Error("0x80090008")},
-        {"certificate signed with SHA-1", SignedWith(pki.sha1Cert), right, false,
-         Error("0x80090008")},
+        {"SHA-1 digest", SignedWith(pki.signer, sha1), right, false, {P + "Error is: 0x80090008."}},
         {"wrong signMD5", good, wrong, false, notMatched},
         {"empty signMD5: the trust check still runs first", good, "", false,
-         Join({kSigned, kSignerCert, Failed("sign md5 is empty.")})},
+         Join({kSigned, kSignerCert, {kFailed + "sign md5 is empty."}})},
         {"empty libFileMD5", good, right, false,
-         Join({kSigned, kSignerCert, Failed("lib file md5 is empty.")}), 0, ""},
+         Join({kSigned, kSignerCert, {kFailed + "lib file md5 is empty."}}), 0, ""},
         // A name with no attribute is an empty text, as Windows reads it.
         {"subject without a name", SignedWith(nameless), SignMd5(""), false,
-         Join({kSigned, Cert("6001", kIntermediate, ""), Failed("subject name empty.")})},
-        {"subject outside ASCII", SignedWith(pki.nonAscii), SignMd5(nonAscii), true,
-         Join({kSigned, Cert("2004", kIntermediate, nonAscii), kMatched})},
+         Join({kSigned, Cert("6001", kIntermediate, ""), {kFailed + "subject name empty."}})},
         {"issuer without a name", SignedWith(pki.belowNameless),
          SignMd5("Signer Below Nameless Root"), true,
          Join({kSigned, Cert("5002", "", "Signer Below Nameless Root"), kMatched})},
         {"countersigned", SignedWith(pki.signer, stamped), right, true,
-         Join({verified,
-               Cert("4001", kIntermediate, "Verify Test Time Stamping"),
+         Join({verified, Cert("4001", kIntermediate, "Verify Test Time Stamping"),
                {P + "Date of TimeStamp : " + date}})},
-        // The comparison fails before the time stamp is read.
-        {"countersigned, wrong signMD5", SignedWith(pki.signer, stamped), wrong, false, notMatched},
-        // Logged in this order; a broken attribute is not logged.
+        // Logged in this order.
         {"program name and both links",
          withProgram(der(0xA0, der(0x81, "Tool")) + der(0xA1, der(0xA2, der(0x81, "C:\\i.txt"))) +
                      der(0xA2, der(0x80, "https://p.example"))),
          right, true,
-         Join({kSigned,
-               {P + "Program Name : Tool", P + "Publisher Link : https://p.example",
-                P + "MoreInfo Link : C:\\i.txt"},
-               kSignerCert,
-               kMatched})},
-        {"name as BMPString, moniker link",
-         withProgram(der(0xA0, der(0x80, std::string("\0N\0a\0m\0e\x20\xAC", 10))) +
-                     der(0xA1, der(0xA1, der(0x04, "0123456789abcdef")))),
-         right, true,
-         Join({kSigned, {P + "Program Name : Name\xE2\x82\xAC"}, kSignerCert, kMatched})},
-        {"program name cut short", withProgram(std::string("\xA0\x05\x81\x09Tool", 8)), right, true,
-         verified},
+         Join({kSigned, {P + "Program Name : Tool", P + "Publisher Link : https://p.example",
+                         P + "MoreInfo Link : C:\\i.txt"}, kSignerCert, kMatched})},
         {"signed twice by the kit", qzetest::ReadBytes(resigned), digests.signMD5, true,
-         Join({kSigned,
-               {P + "Program Name : Hello Bundle \xE2\x9C\x93",
-                P + "MoreInfo Link : https://example.com/hello"},
-               kSignerCert,
-               kMatched}),
+         Join({kSigned, {P + "Program Name : Hello Bundle \xE2\x9C\x93",
+                         P + "MoreInfo Link : https://example.com/hello"}, kSignerCert, kMatched}),
          0, digests.libFileMD5},
         {"path of 260 characters", good, right, true, verified, 260},
-        {"path of 261 characters",
-         good,
-         right,
-         false,
-         {P + "Sign Verify failed, because of file path length too long"},
-         261},
+        {"path of 261 characters", good, right, false,
+         {P + "Sign Verify failed, because of file path length too long"}, 261},
+        // clang-format on
     };
     int n = 0;
     for (const auto& row : rows) {
@@ -421,10 +371,9 @@ protected:
 TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
     using Prepare = std::function<void(BundleDir&, Artifact&)>;
     const Prepare nothing = [](BundleDir&, Artifact&) {};
-    auto library = [](const char* plugin) -> Prepare {
-        return [plugin](BundleDir& d, Artifact&) { d.Library(plugin, kEntry); };
+    const Prepare bundle = [](BundleDir& d, Artifact&) {
+        d.Library("qzekit_plugin_bundle", kEntry);
     };
-    const Prepare bundle = library("qzekit_plugin_bundle");
     // Both checks on and a wrong digest: the file check fails first.
     const Prepare wrongDigest = [](BundleDir& d, Artifact& a) {
         d.Library("qzekit_plugin_bundle", kEntry);
@@ -459,47 +408,34 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
     const std::string failed = "load bundle failed, because of ";
     const Lines kRootMissing{failed + "root path not exist"};
     const Lines kLibraryMissing{failed + "library file path not exist or empty"};
-    const Lines kLoadCom{failed + "load com failed"};
-    const Lines kEntryFailed{"initialze bundle entry failed"};
     const Lines kStored{"class id:" + kClass + ", set bundle object success",
                         "initialze bundle entry success"};
-    enum Left { kNothing, kUnopenedAtBin, kOpenAtBin, kOpen };
+    enum Left { kNothing, kUnopenedAtBin, kOpen };
     const struct {
         const char* name;
         Prepare prepare;
         std::string mainEntry;
         std::string classId;
         Lines lines;
-        bool result;
-        Left left;
+        Left left;  // kOpen: the load succeeds
     } rows[] = {
+        // clang-format off
         {"root missing", [](BundleDir& d, Artifact&) { fs::remove_all(d.root); }, kEntry, "",
-         kRootMissing, false, kNothing},
-        {"library missing", nothing, kEntry, "", kLibraryMissing, false, kNothing},
-        {"file check fails, before the signature's",
-         wrongDigest,
-         kEntry,
-         kClass,
-         {failed + "lib file verify failed"},
-         false,
-         kNothing},
+         kRootMissing, kNothing},
+        {"library missing", nothing, kEntry, "", kLibraryMissing, kNothing},
+        {"file check fails, before the signature's", wrongDigest, kEntry, kClass,
+         {failed + "lib file verify failed"}, kNothing},
         {"not a library",
          [](BundleDir& d, Artifact&) { qzetest::WriteBytes(d.root / kEntry, "no library"); },
-         kEntry, "", kLoadCom, false, kUnopenedAtBin},
-        {"empty library path: the root", nothing, "", "", kLoadCom, false, kUnopenedAtBin},
-        {"export missing", library("qzekit_plugin_no_unregister_server"), kEntry, "", kLoadCom,
-         false, kOpenAtBin},
-        {"no module object", library("qzekit_plugin_null_module"), kEntry, "", kLoadCom, false,
-         kUnopenedAtBin},
-        {"entry refuses to be built", library("qzekit_plugin_bundle_refuses"), kEntry, kClass,
-         kEntryFailed, true, kOpen},
-        {"entry class not in the library", bundle, kEntry, qzetest::kGreeterClass, kEntryFailed,
-         true, kOpen},
-        {"no entry class", bundle, kEntry, "", {}, true, kOpen},
-        {"dependency found in the bundle's bin", withDependency, dependent, "", {}, true, kOpen},
-        {"entry built and kept", bundle, kEntry, kClass, kStored, true, kOpen},
+         kEntry, "", {failed + "load com failed"}, kUnopenedAtBin},
+        {"entry class not in the library", bundle, kEntry, qzetest::kGreeterClass,
+         {"initialze bundle entry failed"}, kOpen},
+        {"no entry class", bundle, kEntry, "", {}, kOpen},
+        {"dependency found in the bundle's bin", withDependency, dependent, "", {}, kOpen},
+        {"entry built and kept", bundle, kEntry, kClass, kStored, kOpen},
+    // clang-format on
 #if !defined(_WIN32)
-        {"signed library, both checks on", signedBoth, kEntry, kClass, kStored, true, kOpen},
+        {"signed library, both checks on", signedBoth, kEntry, kClass, kStored, kOpen},
 #endif
     };
     int n = 0;
@@ -524,23 +460,17 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
         pf::SetLibraryDirectory(marker.c_str());
         row.prepare(dir, *artifact);
         log->Clear();
-        EXPECT_EQ(manager->LoadBundle(artifact.get()), row.result);
+        EXPECT_EQ(manager->LoadBundle(artifact.get()), row.left == kOpen);
         EXPECT_EQ(BundleLines(*log), lines);
-        EXPECT_EQ(qzetest::SearchDirectory(), row.left == kUnopenedAtBin || row.left == kOpenAtBin
+        EXPECT_EQ(qzetest::SearchDirectory(), row.left == kUnopenedAtBin
                                                   ? qzetest::Backslashed(dir.RootText() + L"\\bin")
                                                   : marker);
-        EXPECT_EQ(manager->ComLoaderIsExist(key), inPool);
-        if (inPool) {
-            by::CComLoader* loader = nullptr;
-            ASSERT_TRUE(manager->GetComLoader(key, &loader));
-            EXPECT_EQ(loader->IsLoaded(), row.left == kOpen || row.left == kOpenAtBin);
-        }
-        by::IBaseUnknown* entry = nullptr;
-        EXPECT_EQ(manager->GetBundleObject(row.classId.empty() ? "-" : row.classId, &entry),
-                  row.lines == kStored);
+        by::CComLoader* loader = nullptr;
+        EXPECT_EQ(inPool && manager->GetComLoader(key, &loader) && loader->IsLoaded(),
+                  row.left == kOpen);
         // A second load repeats the checks, or finds the loader and stops.
         log->Clear();
-        EXPECT_EQ(manager->LoadBundle(artifact.get()), inPool || row.result);
+        EXPECT_EQ(manager->LoadBundle(artifact.get()), inPool);
         const Lines again{"key:" + key + ", com loader is exist", "bundle has been loaded"};
         EXPECT_EQ(BundleLines(*log), inPool ? again : lines);
 
@@ -570,23 +500,21 @@ TEST_F(BundleManagerTest, EntriesAreKeptByExactClassIdAndReleasedBeforeAnyLibrar
     auto first = a.Artifact(kEntry, kClass);
     ASSERT_TRUE(manager->LoadBundle(first.get()));
     ASSERT_TRUE(manager->LoadBundle(b.Artifact(binEntry, lower).get()));
-    // Another artifact on the same library stops at the pool too.
-    auto sharing = a.Artifact(kEntry, qzetest::kQuietBundleClass);
-    for (Artifact* again : {first.get(), sharing.get()}) {
-        log->Clear();
-        EXPECT_TRUE(manager->LoadBundle(again));
-        EXPECT_THAT(BundleLines(*log), ElementsAre("key:" + a.Key(kEntry) + ", com loader is exist",
-                                                   "bundle has been loaded"));
-    }
+    // Another artifact on the same library stops at the pool.
+    log->Clear();
+    EXPECT_TRUE(manager->LoadBundle(a.Artifact(kEntry, qzetest::kQuietBundleClass).get()));
+    EXPECT_THAT(BundleLines(*log), ElementsAre("key:" + a.Key(kEntry) + ", com loader is exist",
+                                               "bundle has been loaded"));
     auto count = [&](const BundleDir& dir, const std::string& entry, const char* name) {
         by::CComLoader* loader = nullptr;
         EXPECT_TRUE(manager->GetComLoader(dir.Key(entry), &loader));
         return qzetest::CallCountExport(loader->Path(), name);
     };
-    EXPECT_EQ(count(a, kEntry, "TestBundleInitializeCalls"), 1);
-    EXPECT_EQ(count(a, kEntry, "TestBundleContextChecks"), 1);
-    EXPECT_EQ(count(a, kEntry, "TestLiveObjects"), 1);
-    EXPECT_EQ(count(b, binEntry, "TestBundleInitializeCalls"), 1);
+    EXPECT_EQ(std::to_string(count(a, kEntry, "TestBundleInitializeCalls")) +
+                  std::to_string(count(a, kEntry, "TestBundleContextChecks")) +
+                  std::to_string(count(a, kEntry, "TestLiveObjects")) +
+                  std::to_string(count(b, binEntry, "TestBundleInitializeCalls")),
+              "1111");
 
     by::IBaseUnknown* upperEntry = nullptr;
     by::IBaseUnknown* lowerEntry = nullptr;
@@ -597,11 +525,30 @@ TEST_F(BundleManagerTest, EntriesAreKeptByExactClassIdAndReleasedBeforeAnyLibrar
     EXPECT_EQ(upperEntry->AddRef(), 2u);
     EXPECT_EQ(upperEntry->Release(), 1u);
     log->Clear();
-    EXPECT_FALSE(manager->GetBundleObject(qzetest::kQuietBundleClass, &upperEntry));
-    EXPECT_EQ(upperEntry, nullptr);
+    by::CComLoader* loader = nullptr;
+    by::IBaseUnknown* out = upperEntry;
+    EXPECT_FALSE(manager->ComLoaderIsExist("") || manager->GetComLoader("", &loader) || loader);
+    EXPECT_FALSE(manager->SetBundleObject("", upperEntry) ||
+                 manager->SetBundleObject("c", nullptr) || manager->GetBundleObject("", &out));
+    EXPECT_EQ(out, upperEntry);  // left as it was
+    // A class id keeps its first object; the second one is let go.
+    EXPECT_TRUE(manager->SetBundleObject(kClass, lowerEntry) &&
+                manager->GetBundleObject(kClass, &out) && out == upperEntry);
+    EXPECT_EQ(lowerEntry->AddRef(), 2u);
+    EXPECT_EQ(lowerEntry->Release(), 1u);
+    const std::string quiet = qzetest::kQuietBundleClass;
+    EXPECT_FALSE(manager->GetBundleObject(quiet, &out) || out);
     EXPECT_THAT(BundleLines(*log),
-                ElementsAre("class id:" + std::string(qzetest::kQuietBundleClass) +
-                            ", get bundle object failed, because of object didn't founded"));
+                ElementsAre("query com loader is exist failed, because of key is empty",
+                            "key:, get com loader failed, because of key is empty",
+                            "set bundle object failed, because of class id is empty",
+                            "class id:c, set bundle object failed, because of object pointer is "
+                            "nullptr",
+                            "get bundle object failed, because of class id is empty",
+                            "class id:" + kClass + ", set bundle object success",
+                            "class id:" + kClass + ", get bundle object success",
+                            "class id:" + quiet +
+                                ", get bundle object failed, because of object didn't founded"));
 
     for (const fs::path& path : {a.root / kEntry, b.root / "bin" / kEntry}) {
         pf::LibraryHandle handle = pf::OpenLibrary(qzetest::Wide(path).c_str());
@@ -616,41 +563,6 @@ TEST_F(BundleManagerTest, EntriesAreKeptByExactClassIdAndReleasedBeforeAnyLibrar
     manager.reset();
     EXPECT_THAT(Events(), ElementsAre("bundle released", "bundle released", "library closed",
                                       "library closed"));
-}
-
-TEST_F(BundleManagerTest, EmptyKeysAreRefusedAndAClassIdKeepsItsFirstObject) {
-    by::CComLoader* loader = nullptr;
-    EXPECT_FALSE(manager->ComLoaderIsExist(""));
-    EXPECT_FALSE(manager->GetComLoader("", &loader) || loader);
-    class Entry : public QZEBaseBundle {};
-    Entry* kept = nullptr;
-    Entry* dropped = nullptr;
-    ASSERT_EQ(by::CComObject<Entry>::CreateInstance(&kept), 0);
-    ASSERT_EQ(by::CComObject<Entry>::CreateInstance(&dropped), 0);
-    // Each entry object owns a context of its own.
-    ASSERT_NE(kept->GetContext(), nullptr);
-    EXPECT_NE(kept->GetContext(), dropped->GetContext());
-    by::IBaseUnknown* out = kept;
-    EXPECT_FALSE(manager->SetBundleObject("", kept));
-    EXPECT_FALSE(manager->SetBundleObject("c", nullptr));
-    EXPECT_FALSE(manager->GetBundleObject("", &out));
-    EXPECT_EQ(out, kept);  // left as it was
-    EXPECT_TRUE(manager->SetBundleObject("c", kept));
-    EXPECT_TRUE(manager->SetBundleObject("c", dropped));
-    EXPECT_TRUE(manager->GetBundleObject("c", &out));
-    EXPECT_EQ(out, static_cast<by::IBaseUnknown*>(kept));
-    EXPECT_THAT(BundleLines(*log),
-                ElementsAre("query com loader is exist failed, because of key is empty",
-                            "key:, get com loader failed, because of key is empty",
-                            "set bundle object failed, because of class id is empty",
-                            "class id:c, set bundle object failed, because of object pointer is "
-                            "nullptr",
-                            "get bundle object failed, because of class id is empty",
-                            "class id:c, set bundle object success",
-                            "class id:c, set bundle object success",
-                            "class id:c, get bundle object success"));
-    EXPECT_EQ(kept->Release(), 1u);
-    EXPECT_EQ(dropped->Release(), 0u);
 }
 
 }  // namespace

@@ -108,50 +108,44 @@ TEST_F(ModelTest, ReadManifest) {
               "extension_adapter|{BUNDLE}|lib-md5|sign-md5");
     EXPECT_EQ(artifact_->GetVersion(), (std::vector<uint32_t>{1, 2, 3}));
     EXPECT_EQ(artifact_->GetFoundationVersion(), (std::vector<uint32_t>{3, 2}));
-    EXPECT_EQ(artifact_->GetMainEntry(), std::wstring(L"bin/d\u00e9mo.dll"));
-    EXPECT_EQ(artifact_->GetRootPath(), root_);
-    EXPECT_EQ(artifact_->GetResourcesPath(), Resources());
+    EXPECT_EQ(artifact_->GetMainEntry() + L"|" + artifact_->GetRootPath().value() + L"|" +
+                  artifact_->GetResourcesPath(),
+              L"bin/d\u00e9mo.dll|" + root_.value() + L"|" + Resources());
     // Points that are no object or have no id are skipped; a record object
     // without "id" leaves a null, a string is skipped.
     EXPECT_EQ(point_->GetIid() + "|" + points_.back()->GetId() + "|" + points_.back()->GetIid(),
               "{IID}|host.empty|");
     std::list<Extension*> none;
     EXPECT_TRUE(points_.back()->GetExtensions(none) && none.empty());
-    EXPECT_EQ(static_cast<ExtensionPointImpl*>(point_)->GetArtifact(), artifact_.get());
     EXPECT_EQ(*std::next(records_.begin()), nullptr);
-    EXPECT_EQ(Describe(*local_), "shared.id|2.1|{LOCAL}|0|local=1;||local-u|,,,,,");
-    EXPECT_EQ(Describe(*records_.back()), "third|||1||||,,,,,");
+    EXPECT_EQ(Describe(*local_) + " " + Describe(*records_.back()),
+              "shared.id|2.1|{LOCAL}|0|local=1;||local-u|,,,,, third|||1||||,,,,,");
+    // Bundle details come through the point and its artifact.
+    const std::string root = base::WideToUTF8(root_.value());
+    EXPECT_EQ(Resolved(*local_), "{IID}|bin/d\xC3\xA9mo.dll|" + root + "|" + root +
+                                     "\\resources|lib-md5|sign-md5|{BUNDLE}|native");
 
     const struct {
         const char* manifest;  // null: no manifest.json
-        bool result;
-        const char* id;  // null: no artifact
+        const char* expected;  // result|id|mainEntry|versions and points
     } cases[] = {
-        {nullptr, false, nullptr},
-        {"", false, nullptr},
-        {"{\"id\": \"a\",}", false, nullptr},  // the reader runs without options
-        {"[]", true, nullptr},
-        {"{}", true, ""},
-        {"\xEF\xBB\xBF{\"id\": \"bom\"}", true, "bom"},
-        {"// bundle\n{ /* the id */ \"id\": \"commented\" }", true, "commented"},
-        {"{\"id\": 7, \"version\": [1], \"mainEntry\": true, \"extensionPoints\": {}}", true, ""},
+        {nullptr, "0"},
+        {"{\"id\": \"a\",}", "0"},  // the reader runs without options
+        {"[]", "1"},
+        {"{\"id\": 7, \"version\": [1], \"mainEntry\": true, \"extensionPoints\": {}}", "1|||0"},
     };
     int n = 0;
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.manifest ? c.manifest : "(none)");
-        const FilePath root = Bundle("b" + std::to_string(++n), c.manifest);
         Artifact* artifact = nullptr;
-        EXPECT_EQ(ReadManifest(root, &artifact), c.result);
+        const bool result = ReadManifest(Bundle("b" + std::to_string(++n), c.manifest), &artifact);
         std::unique_ptr<Artifact> owned(artifact);
-        ASSERT_EQ(owned != nullptr, c.id != nullptr);
-        if (owned) {
-            std::list<ExtensionPoint*> points;
-            owned->GetExtensionPoints(points);
-            EXPECT_EQ(owned->GetId() + "|" + base::WideToUTF8(owned->GetMainEntry()) + "|" +
-                          std::to_string(owned->GetVersion().size() + points.size()),
-                      std::string(c.id) + "||0");
-            EXPECT_EQ(owned->GetResourcesPath(), root.value() + L"\\resources");
+        std::list<ExtensionPoint*> points;
+        std::string got = result ? "1" : "0";
+        if (owned && owned->GetExtensionPoints(points)) {
+            got += "|" + owned->GetId() + "|" + base::WideToUTF8(owned->GetMainEntry()) + "|" +
+                   std::to_string(owned->GetVersion().size() + points.size());
         }
+        EXPECT_EQ(got, c.expected) << (c.manifest ? c.manifest : "(none)");
     }
     // A folder in the place of manifest.json.
     std::filesystem::create_directories(temp_.path() / "folder" / "manifest.json");
@@ -160,48 +154,32 @@ TEST_F(ModelTest, ReadManifest) {
 }
 
 TEST_F(ModelTest, StrictAndForgivingRecordReaders) {
-    // "" for no record; a null forgiving column means the same as the strict.
+    // A null forgiving column means the same as the strict.
     const struct {
         const char* json;
         const char* strict;
         const char* forgiving;
     } cases[] = {
-        {R"({"id": "a"})", "a|||1||||,,,,,", nullptr},
-        {R"({"version": "1.0", "clsid": "{C}"})", "", nullptr},
+        // Payloads that are empty or no text are left out. A missing "key" is
+        // the empty one; the first entry of a key stays; non-strings in "value"
+        // are skipped.
         {R"({"id": "full", "version": "01.x", "clsid": "{C}", "isSingleton": false,
              "iid": "{OTHER}", "extensionPointId": "other.point", "unifiedId": "u-1",
-             "payloads": {"title": "Hi", "a.b": "dotted"},
-             "constraints": [{"key": "os", "value": ["win", "mac"]}],
+             "payloads": {"title": "Hi", "a.b": "dotted", "b": "", "c": 2},
+             "constraints": [{"key": "os", "value": ["win", 1, "mac"]}, "k", {"value": ["x"]},
+                             {"key": "os", "value": ["z"]}, {"key": "b", "value": "x"}],
              "settingMap": {"modalPosition": "center", "modalSize": "640x480",
                             "host": "https://h", "uri": "/p", "openType": "modal"}})",
-         "full|01.x|{C}|0|a.b=dotted;title=Hi;|os:win,mac,;|u-1|center,640x480,https://h/p,modal,"
-         "https://h,/p",
+         "full|01.x|{C}|0|a.b=dotted;title=Hi;|:x,;b:;os:win,mac,;|u-1|center,640x480,https://h/p,"
+         "modal,https://h,/p",
          nullptr},
-        // Wrong types count as absent; "isSingleton" then defaults to true.
+        // Wrong types count as absent; "isSingleton" then defaults to true. The
+        // strict reader wants all five settings, the forgiving one any.
         {R"({"id": "t", "version": 2, "clsid": ["{C}"], "unifiedId": {}, "isSingleton": "false",
-             "payloads": ["a", "1"], "constraints": {"key": "k"}, "settingMap": "host=h"})",
-         "t|||1||||,,,,,", nullptr},
-        {R"({"id": "p", "payloads": {"a": "1", "b": "", "c": 2, "d": null, "e": {"x": "y"}}})",
-         "p|||1|a=1;|||,,,,,", nullptr},
-        // The first entry of a key stays; non-strings in "value" are skipped.
-        {R"({"id": "c", "constraints": [{"key": "k", "value": ["x", 1, "y"]},
-                                         {"key": "k", "value": ["z"]}]})",
-         "c|||1||k:x,y,;||,,,,,", nullptr},
-        {R"({"id": "c", "constraints": [{"value": ["x"]}, {"key": 3, "value": ["y"]}]})",
-         "c|||1||:x,;||,,,,,", nullptr},
-        {R"({"id": "c", "constraints": ["k", {"key": "a"}, {"key": "b", "value": "x"},
-                                         {"key": "c", "value": []}]})",
-         "c|||1||a:;b:;c:;||,,,,,", nullptr},
-        // The strict reader wants all five settings, the forgiving one any.
-        {R"({"id": "m", "settingMap": {"host": "h", "uri": "/p"}})", "m|||1||||,,,,,",
-         "m|||1||||,,h/p,,h,/p"},
-        {R"({"id": "m", "settingMap": {"modalPosition": 1, "modalSize": "s", "host": "h",
-                                       "uri": "u", "openType": "o"}})",
-         "m|||1||||,,,,,", "m|||1||||,s,hu,o,h,u"},
+             "payloads": ["a", "1"], "constraints": {"key": "k"},
+             "settingMap": {"host": "h", "uri": "/p", "openType": 3}})",
+         "t|||1||||,,,,,", "t|||1||||,,h/p,,h,/p"},
     };
-    Artifact artifact(FilePath(L"C:\\bundles\\adapter"));
-    ExtensionPointImpl point(&artifact);
-    point.SetIdentifiers("host.point", "{POINT-IID}");
     for (const auto& c : cases) {
         SCOPED_TRACE(c.json);
         std::unique_ptr<base::DictionaryValue> item =
@@ -210,17 +188,13 @@ TEST_F(ModelTest, StrictAndForgivingRecordReaders) {
         for (bool strict : {true, false}) {
             const std::string expected = strict || !c.forgiving ? c.strict : c.forgiving;
             Extension* raw = nullptr;
-            bool result =
-                strict ? ParseManifestExtension(&point, item.get(), &raw)
-                       : ParseExtensionDictionary(&point, item->CreateDeepCopy().release(), &raw);
+            ASSERT_TRUE(
+                strict ? ParseManifestExtension(point_, item.get(), &raw)
+                       : ParseExtensionDictionary(point_, item->CreateDeepCopy().release(), &raw));
             std::unique_ptr<Extension> record(raw);
-            EXPECT_EQ(result, !expected.empty()) << strict;
-            ASSERT_EQ(record != nullptr, !expected.empty()) << strict;
-            if (record) {
-                EXPECT_EQ(Describe(*record), expected) << strict;
-                EXPECT_EQ(record->GetExtensionPointId() + record->GetIid(),
-                          "host.point{POINT-IID}");
-            }
+            EXPECT_EQ(Describe(*record) + record->GetExtensionPointId() + record->GetIid(),
+                      expected + "host.point{IID}")
+                << strict;
         }
     }
 }
@@ -250,15 +224,13 @@ TEST_F(ModelTest, Ownership) {
         EXPECT_EQ(deleted, 1) << path;
     }
     int deleted = 0;
-    {
-        Counted<base::DictionaryValue> item(&deleted);
-        item.SetString("id", "x");
-        Extension* raw = nullptr;
-        EXPECT_TRUE(ParseManifestExtension(point_, &item, &raw));
-        std::unique_ptr<Extension> record(raw);
-        EXPECT_FALSE(ParseManifestExtension(point_, &item, nullptr));
-        EXPECT_EQ(deleted, 0);
-    }
+    Counted<base::DictionaryValue> kept(&deleted);
+    kept.SetString("id", "x");
+    Extension* raw = nullptr;
+    EXPECT_TRUE(ParseManifestExtension(point_, &kept, &raw));
+    std::unique_ptr<Extension> record(raw);
+    EXPECT_FALSE(ParseManifestExtension(point_, &kept, nullptr));
+    EXPECT_EQ(deleted, 0);
 
     // Lists append to what the caller holds; null entries are passed over
     // when every record goes with its artifact.
@@ -266,15 +238,14 @@ TEST_F(ModelTest, Ownership) {
     auto artifact = std::make_unique<Artifact>(FilePath(L"root"));
     auto* first = new ExtensionPointImpl(artifact.get());
     auto* second = new ExtensionPointImpl(artifact.get());
-    for (ExtensionPoint* point : {first, static_cast<ExtensionPointImpl*>(nullptr), second}) {
-        artifact->AddExtensionPoint(point);
-    }
+    artifact->AddExtensionPoint(first);
+    artifact->AddExtensionPoint(nullptr);
+    artifact->AddExtensionPoint(second);
     auto* a = new Counted<ExtensionImpl>(&deleted);
     auto* b = new Counted<ExtensionImpl>(&deleted);
-    for (Extension* record : {static_cast<Extension*>(a), static_cast<Extension*>(nullptr),
-                              static_cast<Extension*>(b)}) {
-        first->AddExtension(record);
-    }
+    first->AddExtension(a);
+    first->AddExtension(nullptr);
+    first->AddExtension(b);
     second->AddExtension(new Counted<ExtensionImpl>(&deleted));
     std::list<ExtensionPoint*> points{nullptr};
     EXPECT_TRUE(artifact->GetExtensionPoints(points));
@@ -294,113 +265,24 @@ TEST_F(ModelTest, Ownership) {
     ExtensionPointPayloadMetaItem target(std::string(40, 'x'), "", PAYLOAD_META_ITEM_TEXT, false,
                                          values);
     target = std::move(moved);
-    for (auto* source : {&item, &moved}) {
-        EXPECT_TRUE(source->firstText.empty() && source->secondText.empty() &&
-                    source->values.empty());
-    }
-    EXPECT_TRUE(target.firstText == "color" && target.secondText == "The color" &&
-                target.itemType == PAYLOAD_META_ITEM_CHOICE && target.flag &&
+    auto text = [](const ExtensionPointPayloadMetaItem& i) {
+        return i.firstText + "|" + i.secondText + "|" + std::to_string(i.values.size()) + ";";
+    };
+    EXPECT_EQ(text(item) + text(moved) + text(target), "||0;||0;color|The color|2;");
+    EXPECT_TRUE(target.itemType == PAYLOAD_META_ITEM_CHOICE && target.flag &&
                 target.values == values);
 }
 
-TEST(ExtensionRecords, ResolveBundleDetailsThroughPointAndArtifact) {
-    enum Parent { kNone, kPointOnly, kArtifact };
-    const struct {
-        Parent parent;
-        std::wstring mainEntry;
-        std::wstring ownResources;
-        const char* expected;
-    } cases[] = {
-        {kNone, L"", L"", "|||||||"},
-        {kPointOnly, L"", L"", "{iid}|||||||"},
-        {kArtifact, L"demo.dll", L"", "{iid}|demo.dll|C:\\b|C:\\b\\res|lib|sign|{class}|native"},
-        {kArtifact, L"", L"", "{iid}||C:\\b|C:\\b\\res|lib|sign|{class}|"},
-        // A record's own resources path wins.
-        {kArtifact, L"demo.dll", L"D:\\own",
-         "{iid}|demo.dll|C:\\b|D:\\own|lib|sign|{class}|native"},
-    };
-    for (const auto& c : cases) {
-        Artifact artifact(FilePath(L"C:\\b"));
-        artifact.SetMainEntry(c.mainEntry);
-        artifact.SetResourcesPath(L"C:\\b\\res");
-        artifact.SetLibFileMD5("lib");
-        artifact.SetSignMD5("sign");
-        artifact.SetBundleClassId("{class}");
-        ExtensionPointImpl point(c.parent == kArtifact ? &artifact : nullptr);
-        point.SetIdentifiers("demo.point", "{iid}");
-        ExtensionImpl record(c.parent == kNone ? nullptr : &point);
-        record.SetResourcesPath(c.ownResources);
-        EXPECT_EQ(Resolved(record), c.expected);
-    }
-}
-
-// A record class of someone else's: the factory must not treat it as its own.
-class ForeignExtension : public Extension {
-public:
-    std::string GetId() const override { return "shared.id"; }
-    std::string GetVersion() const override { return "9"; }
-    std::string GetExtensionPointId() const override { return "p"; }
-    std::string GetIid() const override { return {}; }
-    std::string GetClsid() const override { return "{FOREIGN}"; }
-    Payloads GetPayloads() const override { return {}; }
-    std::wstring GetMainEntry() const override { return L"foreign.dll"; }
-    Constraints GetConstraints() const override { return {}; }
-    FilePath GetRootPath() const override { return {}; }
-    SettingMap GetSettingMap() const override { return {}; }
-    std::wstring GetResourcesPath() const override { return L"foreign"; }
-    bool IsSingleton() const override { return false; }
-    std::string GetLibFileMD5() const override { return {}; }
-    std::string GetSignMD5() const override { return {}; }
-    std::string GetBundleClassId() const override { return {}; }
-    bool IsNative() const override { return true; }
-    std::string GetUnifiedId() const override { return {}; }
-};
-
-TEST_F(ModelTest, FactoryCopies) {
-    Extension* raw = nullptr;
-    ExtensionFactory::CopyExtension(local_, &raw);
-    ASSERT_NE(raw, nullptr);
-    std::unique_ptr<Extension> copy(raw);
-    EXPECT_EQ(Describe(*copy), Describe(*local_));
-    EXPECT_EQ(Resolved(*copy), Resolved(*local_));
-    EXPECT_EQ(static_cast<ExtensionImpl*>(copy.get())->GetExtensionPoint(), point_);
-    // The source still asks its artifact; the copy keeps what it was given,
-    // and a change stays on its own side.
-    artifact_->SetResourcesPath(L"moved");
-    EXPECT_EQ(local_->GetResourcesPath(), L"moved");
-    EXPECT_EQ(copy->GetResourcesPath(), Resources());
-    static_cast<ExtensionImpl*>(copy.get())->SetPayloads(Payloads{{"copy", "2"}});
-    static_cast<ExtensionImpl*>(local_)->SetUnifiedId("changed-u");
-    EXPECT_EQ(local_->GetPayloads(), (Payloads{{"local", "1"}}));
-    EXPECT_EQ(copy->GetUnifiedId(), "local-u");
-    std::shared_ptr<Extension> shared = CopyExtensionShared(copy.get());
-    ASSERT_TRUE(shared);
-    EXPECT_EQ(Describe(*shared), Describe(*copy));
-    EXPECT_EQ(shared->GetResourcesPath(), Resources());
-    // Records the factory did not make are left alone.
-    ForeignExtension foreign;
-    for (Extension* source :
-         {static_cast<Extension*>(&foreign), static_cast<Extension*>(nullptr)}) {
-        Extension* untouched = local_;
-        ExtensionFactory::CopyExtension(source, &untouched);
-        EXPECT_EQ(untouched, local_);
-        EXPECT_FALSE(CopyExtensionShared(source));
-    }
-}
-
-TEST_F(ModelTest, LocalDetailsGoToARemoteRecordOfTheSameId) {
-    Artifact libraryless(FilePath(L"C:\\bundles\\plain"));
-    ExtensionPointImpl plainPoint(&libraryless);
-    ExtensionImpl plainLocal(&plainPoint);
+TEST_F(ModelTest, FactoryMergesAndCopies) {
+    ExtensionImpl plainLocal(nullptr);
     plainLocal.SetId("shared.id");
-    ForeignExtension foreign;
     const struct {
         std::string remoteId;
         Extension* local;
     } cases[] = {{"shared.id", local_},
                  {"Shared.id", local_},       // ids differ in case
-                 {"shared.id", &plainLocal},  // local bundle without library
-                 {"shared.id", &foreign}};
+                 {"shared.id", &plainLocal},  // local record without a library
+                 {"shared.id", nullptr}};
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
         SettingMap setting("", "", "https://r/x", "", "https://r", "/x");
@@ -408,21 +290,40 @@ TEST_F(ModelTest, LocalDetailsGoToARemoteRecordOfTheSameId) {
         Constraints constraints{{"os", {"mac"}}};
         std::shared_ptr<Extension> remote = ExtensionFactory::createExtension(
             c.remoteId, "remote.point", payloads, constraints, setting, "remote-u");
+        auto* made = static_cast<ExtensionImpl*>(remote.get());
         // Made with no extension point of its own, and not singleton.
-        EXPECT_EQ(static_cast<ExtensionImpl*>(remote.get())->GetExtensionPoint(), nullptr);
-        EXPECT_FALSE(remote->IsSingleton());
-        static_cast<ExtensionImpl*>(remote.get())->SetSingleton(true);
+        EXPECT_TRUE(made->GetExtensionPoint() == nullptr && !remote->IsSingleton());
+        made->SetSingleton(true);
         ExtensionFactory::ExtractLocalNativeExtensionInfoToRemote(remote.get(), c.local);
         const bool merged = c.local == local_ && c.remoteId == "shared.id";
         EXPECT_EQ(Describe(*remote),
                   c.remoteId + (merged ? "|2.1|{LOCAL}|0|" : "|||1|") +
                       "remote=yes;|os:mac,;|remote-u|,,https://r/x,,https://r,/x");
-        EXPECT_EQ(remote->GetExtensionPointId() + "|" + remote->GetIid() + "|" +
-                      base::WideToUTF8(remote->GetResourcesPath()) + "|" +
-                      (remote->IsNative() ? "native" : ""),
-                  merged ? "host.point|{IID}|" + base::WideToUTF8(Resources()) + "|native"
-                         : "remote.point|||");
+        EXPECT_EQ(remote->GetExtensionPointId() + "|" + Resolved(*remote),
+                  merged ? "host.point|" + Resolved(*local_) : "remote.point||||||||");
     }
+
+    Extension* raw = nullptr;
+    ExtensionFactory::CopyExtension(local_, &raw);
+    std::unique_ptr<Extension> copy(raw);
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(Describe(*copy) + Resolved(*copy), Describe(*local_) + Resolved(*local_));
+    EXPECT_EQ(static_cast<ExtensionImpl*>(copy.get())->GetExtensionPoint(), point_);
+    // The source still asks its artifact; the copy keeps the path it was given,
+    // and a change stays on its own side.
+    artifact_->SetResourcesPath(L"moved");
+    EXPECT_EQ(local_->GetResourcesPath() + L"|" + copy->GetResourcesPath(),
+              L"moved|" + Resources());
+    static_cast<ExtensionImpl*>(copy.get())->SetPayloads(Payloads{{"copy", "2"}});
+    static_cast<ExtensionImpl*>(local_)->SetUnifiedId("changed-u");
+    EXPECT_EQ(local_->GetPayloads(), (Payloads{{"local", "1"}}));
+    EXPECT_EQ(copy->GetUnifiedId(), "local-u");
+    std::shared_ptr<Extension> shared = CopyExtensionShared(copy.get());
+    ASSERT_TRUE(shared);
+    EXPECT_EQ(Describe(*shared) + Resolved(*shared), Describe(*copy) + Resolved(*copy));
+    Extension* untouched = local_;
+    ExtensionFactory::CopyExtension(nullptr, &untouched);
+    EXPECT_TRUE(untouched == local_ && !CopyExtensionShared(nullptr));
 }
 
 }  // namespace
