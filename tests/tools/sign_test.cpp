@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "bundle/library_signer.h"
@@ -105,18 +106,14 @@ TEST(QzekitSign, AppendedSignatureGivesTheTextsTheKitAccepts) {
     const fs::path library = dir.path() / "lib.so";
     WriteBytes(library, "original library");
     const Identity& nameless = Pki().namelessRoot;
-    const std::pair<std::vector<std::string>, const char*> refusals[] = {
-        {{"--cert", U8(Pki().signer.certPath), "--key", U8(Pki().nonAscii.keyPath)},
+    const std::tuple<fs::path, fs::path, const char*> refusals[] = {
+        {Pki().signer.certPath, Pki().nonAscii.keyPath,
          "the private key does not belong to the certificate"},
-        {{"--cert", U8(nameless.certPath), "--key", U8(nameless.keyPath)},
-         "has an empty subject name"},
-        {{"--cert", U8(dir.path() / "none.pem"), "--key", U8(library)},
-         "cannot read the certificate file"},
+        {nameless.certPath, nameless.keyPath, "has an empty subject name"},
+        {dir.path() / "none.pem", library, "cannot read the certificate file"},
     };
-    for (const auto& [options, error] : refusals) {
-        std::vector<std::string> arguments = {"sign", U8(library)};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        ToolRun run = RunTool(arguments);
+    for (const auto& [cert, key, error] : refusals) {
+        ToolRun run = RunTool({"sign", U8(library), "--cert", U8(cert), "--key", U8(key)});
         EXPECT_EQ(std::to_string(run.status) + run.out + run.err.substr(0, 13), "1qzekit sign: ")
             << error;
         EXPECT_TRUE(Has(run.err, error) && ReadBytes(library) == "original library") << run.err;
@@ -125,58 +122,49 @@ TEST(QzekitSign, AppendedSignatureGivesTheTextsTheKitAccepts) {
 
 TEST(QzekitVerify, ReportsTheKitsChecksAndVerdict) {
     TempDir dir;
-    auto library = [&dir](const char* name, const Identity& signer) {
-        const fs::path path = dir.path() / (std::string(name) + ".so");
-        WriteBytes(path, std::string("library ") + name);
-        qzextensionkit::ManifestDigests texts;
-        if (RunTool(SignArguments(path, signer)).status == 0) {
-            qzextensionkit::ComputeManifestDigests(Wide(path), &texts, nullptr);
-        }
-        return std::make_pair(ReadBytes(path), texts);
-    };
-    const auto good = library("good", Pki().signer);
-    const auto self = library("self", Pki().selfSigned);
-    ASSERT_FALSE(good.second.signMD5.empty() || self.second.signMD5.empty());
-    std::string upper = good.second.libFileMD5;
-    std::transform(upper.begin(), upper.end(), upper.begin(),
-                   [](char c) { return std::toupper(c); });
     const std::string tag = "[QZExtensionKit] [SignVerify] ";
     const struct {
         const char* name;
-        const std::string& library;
-        std::string libFileMD5, signMD5;
-        bool fileCheck, signatureCheck;
+        const Identity& signer;
+        bool upper;     // the manifest's libFileMD5 in capitals
+        bool accepted;  // and the signature check passed
         std::string lastLine;
     } rows[] = {
-        {"good", good.first, good.second.libFileMD5, good.second.signMD5, true, true,
-         "Verify signer certificate information success."},
-        {"upper", good.first, upper, good.second.signMD5, false, false, "sign md5 not match."},
-        {"untrusted", self.first, self.second.libFileMD5, self.second.signMD5, true, false,
-         "Error is: 0x800b0109."},
+        {"good", Pki().signer, false, true, "Verify signer certificate information success."},
+        {"upper", Pki().signer, true, false, "sign md5 not match."},
+        {"untrusted", Pki().selfSigned, false, false, "Error is: 0x800b0109."},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
+        const fs::path path = dir.path() / (std::string(row.name) + ".so");
+        WriteBytes(path, std::string("library ") + row.name);
+        qzextensionkit::ManifestDigests texts;
+        ASSERT_TRUE(RunTool(SignArguments(path, row.signer)).status == 0 &&
+                    qzextensionkit::ComputeManifestDigests(Wide(path), &texts, nullptr));
+        const std::string md5 = texts.libFileMD5;
+        std::string given = md5;
+        std::transform(given.begin(), given.end(), given.begin(),
+                       [&row](char c) { return row.upper ? std::toupper(c) : c; });
         const fs::path bundle =
-            WriteBundle(dir.path(), row.name, row.library, row.libFileMD5, row.signMD5);
-        const bool accepted = row.fileCheck && row.signatureCheck;
-        const std::string fileCheck =
-            row.fileCheck ? tag + "Verify lib file md5 success.\nfile check: passed\n"
-                          : "file check: failed: the manifest's libFileMD5 is \"" + row.libFileMD5 +
-                                "\", the file's MD5 is " + Md5Hex(row.library) + "\n";
+            WriteBundle(dir.path(), row.name, ReadBytes(path), given, texts.signMD5);
+        const bool fileCheck = !row.upper, accepted = row.accepted;
+        const std::string head = fileCheck
+                                     ? tag + "Verify lib file md5 success.\nfile check: passed\n"
+                                     : "file check: failed: the manifest's libFileMD5 is \"" +
+                                           given + "\", the file's MD5 is " + md5 + "\n";
         ToolRun run = RunTool({"verify", U8(bundle)});
         EXPECT_EQ(run.status, accepted ? 0 : 1) << run.err;
-        EXPECT_EQ(run.out.rfind("library: " + U8(bundle) + "\\bin/lib\n" + fileCheck + tag, 0), 0u)
+        EXPECT_EQ(run.out.rfind("library: " + U8(bundle) + "\\bin/lib\n" + head + tag, 0), 0u)
             << run.out;
-        EXPECT_TRUE(Has(run.out, row.lastLine + "\nsignature check: " +
-                                     (row.signatureCheck ? "passed" : "failed") +
+        EXPECT_TRUE(Has(run.out, row.lastLine +
+                                     "\nsignature check: " + (accepted ? "passed" : "failed") +
                                      "\nverdict: " + (accepted ? "accepted\n" : "rejected\n")))
             << run.out;
-
         run = RunTool({"verify", "--json", U8(bundle)});
         EXPECT_TRUE(
             run.status == (accepted ? 0 : 1) &&
             Has(run.out,
-                std::string("\"fileCheck\": {\"passed\": ") + (row.fileCheck ? "true" : "false")) &&
+                std::string("\"fileCheck\": {\"passed\": ") + (fileCheck ? "true" : "false")) &&
             Has(run.out, std::string("\"verdict\": \"") + (accepted ? "accepted" : "rejected")))
             << run.out;
     }
