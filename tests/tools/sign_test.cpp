@@ -170,14 +170,6 @@ TEST(QzekitVerify, ReportsTheKitsChecksAndVerdict) {
     }
 }
 
-void Osslsigncode(const fs::path& in, const fs::path& out, const Identity& signer) {
-    const std::string command = "osslsigncode sign -certs '" + signer.certPath.string() +
-                                "' -key '" + signer.keyPath.string() + "' -h sha256 -in '" +
-                                in.string() + "' -out '" + out.string() + "' >/dev/null 2>&1";
-    ASSERT_EQ(std::system(command.c_str()), 0)
-        << "osslsigncode failed or is missing (Debian: apt-get install osslsigncode): " << command;
-}
-
 // The smallest PE32+ DLL that signing tools take: one section, one "ret".
 std::string MinimalPe() {
     std::string pe(0x400, '\0');
@@ -211,17 +203,19 @@ TEST(QzekitSign, WindowsLibraryGivesItsSignersTexts) {
     const fs::path unsignedPe = dir.path() / "unsigned.dll", signedPe = dir.path() / "signed.dll",
                    cut = dir.path() / "cut.dll", garbled = dir.path() / "garbled.dll";
     WriteBytes(unsignedPe, MinimalPe());
-    Osslsigncode(unsignedPe, signedPe, pki.signer);
+    const std::string command = "osslsigncode sign -certs '" + pki.signer.certPath.string() +
+                                "' -key '" + pki.signer.keyPath.string() + "' -h sha256 -in '" +
+                                unsignedPe.string() + "' -out '" + signedPe.string() +
+                                "' >/dev/null 2>&1";
+    ASSERT_EQ(std::system(command.c_str()), 0)
+        << "osslsigncode failed or is missing (Debian: apt-get install osslsigncode): " << command;
     // Damaged copies: the certificate table cut short, its signature garbled.
     const std::string signedBytes = ReadBytes(signedPe);
     WriteBytes(cut, signedBytes.substr(0, signedBytes.size() - 100));
     WriteBytes(garbled, std::string(signedBytes).replace(0x408, 16, std::string(16, 'U')));
     const std::string signer = "Example Signer Ltd";
-    const struct {
-        const fs::path& library;
-        std::vector<std::string> options;
-        std::string signer, error;  // no signer when it fails
-    } rows[] = {
+    // The library, the options, the signer (none when it fails), the error.
+    const std::tuple<fs::path, std::vector<std::string>, std::string, std::string> rows[] = {
         // clang-format off
         {signedPe, {}, signer, ""},
         {signedPe, {"--cert", U8(pki.signer.certPath), "--key", U8(pki.signer.keyPath)}, signer, ""},
@@ -235,18 +229,17 @@ TEST(QzekitSign, WindowsLibraryGivesItsSignersTexts) {
         {garbled, {}, "", "is not a PKCS#7 SignedData"},
         // clang-format on
     };
-    for (const auto& row : rows) {
-        const std::string before = ReadBytes(row.library);
-        std::vector<std::string> arguments = {"sign", U8(row.library), "--json"};
-        arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+    for (const auto& [library, options, name, error] : rows) {
+        const std::string before = ReadBytes(library);
+        std::vector<std::string> arguments = {"sign", U8(library), "--json"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
         ToolRun run = RunTool(arguments);
         const std::string md5 = Md5Hex(before);
-        EXPECT_EQ(std::to_string(run.status) + run.out,
-                  row.signer.empty() ? "1"
-                                     : "0" + PrintedJson(row.library, row.signer, md5,
-                                                         Md5Hex(row.signer + md5 + kSalt)));
-        EXPECT_TRUE(Has(run.err, row.error) && ReadBytes(row.library) == before)
-            << row.library << ": " << run.err;
+        EXPECT_EQ(
+            std::to_string(run.status) + run.out,
+            name.empty() ? "1" : "0" + PrintedJson(library, name, md5, Md5Hex(name + md5 + kSalt)));
+        EXPECT_TRUE(Has(run.err, error) && ReadBytes(library) == before)
+            << library << ": " << run.err;
     }
 }
 
