@@ -5,12 +5,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "base/json/json_reader.h"
-#include "base/values.h"
 #include "bundle/library_signer.h"
 #include "bundle/support/bundle_dirs.h"
 #include "bundle/support/verify_pki.h"
@@ -89,115 +87,87 @@ TEST(QzekitSign, AppendedSignatureGivesTheTextsTheKitAccepts) {
     };
     uint64_t serial = 0x7001;
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.subject);
         CertRequest request;
         request.subject = row.subject;
         request.altEmail = row.altEmail;
         request.issuer = &Pki().intermediate;
         request.serial = ++serial;
-        Identity signer = MakeIdentity(request, dir.path(), "id" + std::to_string(serial));
+        const Identity signer = MakeIdentity(request, dir.path(), "id" + std::to_string(serial));
         const fs::path library = dir.path() / ("lib" + std::to_string(serial) + ".so");
         WriteBytes(library, "library " + row.subject);
         ToolRun run = RunTool(SignArguments(library, signer));
-        ASSERT_EQ(run.status, 0) << run.err;
         qzextensionkit::ManifestDigests kit;
-        ASSERT_TRUE(qzextensionkit::ComputeManifestDigests(Wide(library), &kit, nullptr));
-        EXPECT_EQ(kit.signerName, row.name);
-        EXPECT_EQ(kit.libFileMD5, Md5Hex(ReadBytes(library)));
-        EXPECT_EQ(run.out, Printed(kit));
+        ASSERT_TRUE(run.status == 0 &&
+                    qzextensionkit::ComputeManifestDigests(Wide(library), &kit, nullptr))
+            << row.subject << ": " << run.err;
+        EXPECT_EQ(kit.signerName + "|" + run.out, row.name + "|" + Printed(kit)) << row.subject;
     }
     // Refusals leave the library alone; an empty subject gives no name at all.
     const fs::path library = dir.path() / "lib.so";
     WriteBytes(library, "original library");
     const Identity& nameless = Pki().namelessRoot;
-    const std::pair<std::vector<std::string>, const char*> refusals[] = {
-        {{"--cert", U8(Pki().signer.certPath), "--key", U8(Pki().nonAscii.keyPath)},
+    const std::tuple<fs::path, fs::path, const char*> refusals[] = {
+        {Pki().signer.certPath, Pki().nonAscii.keyPath,
          "the private key does not belong to the certificate"},
-        {{"--cert", U8(nameless.certPath), "--key", U8(nameless.keyPath)},
-         "has an empty subject name"},
-        {{"--cert", U8(dir.path() / "none.pem"), "--key", U8(library)},
-         "cannot read the certificate file"},
+        {nameless.certPath, nameless.keyPath, "has an empty subject name"},
+        {dir.path() / "none.pem", library, "cannot read the certificate file"},
     };
-    for (const auto& [options, error] : refusals) {
-        std::vector<std::string> arguments = {"sign", U8(library)};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        ToolRun run = RunTool(arguments);
-        EXPECT_EQ(run.status, 1) << error;
-        EXPECT_EQ(run.out + run.err.substr(0, 13), "qzekit sign: ");
-        EXPECT_TRUE(Has(run.err, error)) << run.err;
-        EXPECT_EQ(ReadBytes(library), "original library");
+    for (const auto& [cert, key, error] : refusals) {
+        ToolRun run = RunTool({"sign", U8(library), "--cert", U8(cert), "--key", U8(key)});
+        EXPECT_EQ(std::to_string(run.status) + run.out + run.err.substr(0, 13), "1qzekit sign: ")
+            << error;
+        EXPECT_TRUE(Has(run.err, error) && ReadBytes(library) == "original library") << run.err;
     }
 }
 
 TEST(QzekitVerify, ReportsTheKitsChecksAndVerdict) {
     TempDir dir;
-    auto library = [&dir](const char* name, const Identity& signer) {
-        const fs::path path = dir.path() / (std::string(name) + ".so");
-        WriteBytes(path, std::string("library ") + name);
-        qzextensionkit::ManifestDigests texts;
-        if (RunTool(SignArguments(path, signer)).status == 0) {
-            qzextensionkit::ComputeManifestDigests(Wide(path), &texts, nullptr);
-        }
-        return std::make_pair(ReadBytes(path), texts);
-    };
-    const auto good = library("good", Pki().signer);
-    const auto self = library("self", Pki().selfSigned);
-    ASSERT_FALSE(good.second.signMD5.empty() || self.second.signMD5.empty());
-    std::string upper = good.second.libFileMD5;
-    std::transform(upper.begin(), upper.end(), upper.begin(),
-                   [](char c) { return std::toupper(c); });
     const std::string tag = "[QZExtensionKit] [SignVerify] ";
     const struct {
         const char* name;
-        const std::string& library;
-        std::string libFileMD5, signMD5;
-        bool fileCheck, signatureCheck;
+        const Identity& signer;
+        bool upper;     // the manifest's libFileMD5 in capitals
+        bool accepted;  // and the signature check passed
         std::string lastLine;
     } rows[] = {
-        {"good", good.first, good.second.libFileMD5, good.second.signMD5, true, true,
-         "Verify signer certificate information success."},
-        {"upper", good.first, upper, good.second.signMD5, false, false, "sign md5 not match."},
-        {"untrusted", self.first, self.second.libFileMD5, self.second.signMD5, true, false,
-         "Error is: 0x800b0109."},
+        {"good", Pki().signer, false, true, "Verify signer certificate information success."},
+        {"upper", Pki().signer, true, false, "sign md5 not match."},
+        {"untrusted", Pki().selfSigned, false, false, "Error is: 0x800b0109."},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
+        const fs::path path = dir.path() / (std::string(row.name) + ".so");
+        WriteBytes(path, std::string("library ") + row.name);
+        qzextensionkit::ManifestDigests texts;
+        ASSERT_TRUE(RunTool(SignArguments(path, row.signer)).status == 0 &&
+                    qzextensionkit::ComputeManifestDigests(Wide(path), &texts, nullptr));
+        const std::string md5 = texts.libFileMD5;
+        std::string given = md5;
+        std::transform(given.begin(), given.end(), given.begin(),
+                       [&row](char c) { return row.upper ? std::toupper(c) : c; });
         const fs::path bundle =
-            WriteBundle(dir.path(), row.name, row.library, row.libFileMD5, row.signMD5);
-        const std::string library = U8(bundle) + "\\bin/lib";
-        const bool accepted = row.fileCheck && row.signatureCheck;
-        const std::string fileCheck =
-            row.fileCheck ? tag + "Verify lib file md5 success.\nfile check: passed\n"
-                          : "file check: failed: the manifest's libFileMD5 is \"" + row.libFileMD5 +
-                                "\", the file's MD5 is " + Md5Hex(row.library) + "\n";
+            WriteBundle(dir.path(), row.name, ReadBytes(path), given, texts.signMD5);
+        const bool fileCheck = !row.upper, accepted = row.accepted;
+        const std::string head = fileCheck
+                                     ? tag + "Verify lib file md5 success.\nfile check: passed\n"
+                                     : "file check: failed: the manifest's libFileMD5 is \"" +
+                                           given + "\", the file's MD5 is " + md5 + "\n";
         ToolRun run = RunTool({"verify", U8(bundle)});
         EXPECT_EQ(run.status, accepted ? 0 : 1) << run.err;
-        EXPECT_EQ(run.out.rfind("library: " + library + "\n" + fileCheck + tag, 0), 0u) << run.out;
-        EXPECT_TRUE(Has(run.out, row.lastLine + "\nsignature check: " +
-                                     (row.signatureCheck ? "passed" : "failed") +
+        EXPECT_EQ(run.out.rfind("library: " + U8(bundle) + "\\bin/lib\n" + head + tag, 0), 0u)
+            << run.out;
+        EXPECT_TRUE(Has(run.out, row.lastLine +
+                                     "\nsignature check: " + (accepted ? "passed" : "failed") +
                                      "\nverdict: " + (accepted ? "accepted\n" : "rejected\n")))
             << run.out;
-
         run = RunTool({"verify", "--json", U8(bundle)});
-        std::unique_ptr<base::Value> json = base::JSONReader::Read(run.out);
-        base::DictionaryValue* root = nullptr;
-        std::string verdict;
-        bool passed = !row.fileCheck;
-        ASSERT_TRUE(json && json->GetAsDictionary(&root) && root->GetString("verdict", &verdict) &&
-                    root->GetBoolean("fileCheck.passed", &passed))
+        EXPECT_TRUE(
+            run.status == (accepted ? 0 : 1) &&
+            Has(run.out,
+                std::string("\"fileCheck\": {\"passed\": ") + (fileCheck ? "true" : "false")) &&
+            Has(run.out, std::string("\"verdict\": \"") + (accepted ? "accepted" : "rejected")))
             << run.out;
-        EXPECT_EQ(run.status, accepted ? 0 : 1);
-        EXPECT_EQ(verdict, accepted ? "accepted" : "rejected");
-        EXPECT_EQ(passed, row.fileCheck);
     }
-}
-
-void Osslsigncode(const fs::path& in, const fs::path& out, const Identity& signer) {
-    const std::string command = "osslsigncode sign -certs '" + signer.certPath.string() +
-                                "' -key '" + signer.keyPath.string() + "' -h sha256 -in '" +
-                                in.string() + "' -out '" + out.string() + "' >/dev/null 2>&1";
-    ASSERT_EQ(std::system(command.c_str()), 0)
-        << "osslsigncode failed or is missing (Debian: apt-get install osslsigncode): " << command;
 }
 
 // The smallest PE32+ DLL that signing tools take: one section, one "ret".
@@ -231,24 +201,23 @@ TEST(QzekitSign, WindowsLibraryGivesItsSignersTexts) {
     const TestPki& pki = Pki();
     TempDir dir;
     const fs::path unsignedPe = dir.path() / "unsigned.dll", signedPe = dir.path() / "signed.dll",
-                   unicodePe = dir.path() / "unicode.dll", cut = dir.path() / "cut.dll",
-                   garbled = dir.path() / "garbled.dll";
+                   cut = dir.path() / "cut.dll", garbled = dir.path() / "garbled.dll";
     WriteBytes(unsignedPe, MinimalPe());
-    Osslsigncode(unsignedPe, signedPe, pki.signer);
-    Osslsigncode(unsignedPe, unicodePe, pki.nonAscii);
+    const std::string command = "osslsigncode sign -certs '" + pki.signer.certPath.string() +
+                                "' -key '" + pki.signer.keyPath.string() + "' -h sha256 -in '" +
+                                unsignedPe.string() + "' -out '" + signedPe.string() +
+                                "' >/dev/null 2>&1";
+    ASSERT_EQ(std::system(command.c_str()), 0)
+        << "osslsigncode failed or is missing (Debian: apt-get install osslsigncode): " << command;
     // Damaged copies: the certificate table cut short, its signature garbled.
     const std::string signedBytes = ReadBytes(signedPe);
     WriteBytes(cut, signedBytes.substr(0, signedBytes.size() - 100));
     WriteBytes(garbled, std::string(signedBytes).replace(0x408, 16, std::string(16, 'U')));
     const std::string signer = "Example Signer Ltd";
-    const struct {
-        const fs::path& library;
-        std::vector<std::string> options;
-        std::string signer, error;  // no signer when it fails
-    } rows[] = {
+    // The library, the options, the signer (none when it fails), the error.
+    const std::tuple<fs::path, std::vector<std::string>, std::string, std::string> rows[] = {
         // clang-format off
         {signedPe, {}, signer, ""},
-        {unicodePe, {}, "Z\xC3\xBCrich Sign\xC3\xA9 \xE5\x8C\x97\xE4\xBA\xAC", ""},
         {signedPe, {"--cert", U8(pki.signer.certPath), "--key", U8(pki.signer.keyPath)}, signer, ""},
         {signedPe, {"--cert", U8(pki.nonAscii.certPath)}, "",
          "is signed by \"Example Signer Ltd\", not by the certificate in"},
@@ -260,55 +229,47 @@ TEST(QzekitSign, WindowsLibraryGivesItsSignersTexts) {
         {garbled, {}, "", "is not a PKCS#7 SignedData"},
         // clang-format on
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(U8(row.library) + " " + row.error);
-        const std::string before = ReadBytes(row.library);
-        std::vector<std::string> arguments = {"sign", U8(row.library), "--json"};
-        arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+    for (const auto& [library, options, name, error] : rows) {
+        const std::string before = ReadBytes(library);
+        std::vector<std::string> arguments = {"sign", U8(library), "--json"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
         ToolRun run = RunTool(arguments);
-        EXPECT_EQ(run.status, row.signer.empty() ? 1 : 0) << run.err;
-        EXPECT_TRUE(Has(run.err, row.error)) << run.err;
-        EXPECT_EQ(ReadBytes(row.library), before);
         const std::string md5 = Md5Hex(before);
-        EXPECT_EQ(run.out, row.signer.empty() ? ""
-                                              : PrintedJson(row.library, row.signer, md5,
-                                                            Md5Hex(row.signer + md5 + kSalt)));
+        EXPECT_EQ(
+            std::to_string(run.status) + run.out,
+            name.empty() ? "1" : "0" + PrintedJson(library, name, md5, Md5Hex(name + md5 + kSalt)));
+        EXPECT_TRUE(Has(run.err, error) && ReadBytes(library) == before)
+            << library << ": " << run.err;
     }
 }
 
 #else  // _WIN32
 
-// The Authenticode fixtures made at build time (tests/plugins).
-fs::path Fixture(const char* name) {
-    return fs::u8path(QZEKIT_TEST_BIN_DIR) / "test_signing" / name;
-}
-
-// The tool's reading of a signature matches the kit's, through CryptoAPI.
+// The Authenticode fixtures made at build time (tests/plugins); the tool's
+// reading of a signature matches the kit's, through CryptoAPI.
 TEST(QzekitSign, WindowsLibraryTextsAreTheKitsOwn) {
-    for (const char* name :
-         {"signed_sha256.dll", "signed_sha1.dll", "signed_unicode.dll", "timestamped_sha1.dll"}) {
-        SCOPED_TRACE(name);
-        const fs::path library = Fixture(name);
+    const fs::path fixtures = fs::u8path(QZEKIT_TEST_BIN_DIR) / "test_signing";
+    for (const char* name : {"signed_sha256.dll", "signed_unicode.dll", "timestamped_sha1.dll"}) {
+        const fs::path library = fixtures / name;
         qzextensionkit::ManifestDigests kit;
         ASSERT_TRUE(qzextensionkit::ComputeManifestDigests(library.wstring(), &kit, nullptr));
         ToolRun run = RunTool({"sign", U8(library), "--json"});
-        EXPECT_EQ(run.status, 0) << run.err;
-        EXPECT_EQ(run.out, PrintedJson(library, kit.signerName, kit.libFileMD5, kit.signMD5));
-        EXPECT_EQ(RunTool({"sign", U8(library)}).out, Printed(kit));
+        EXPECT_EQ(
+            std::to_string(run.status) + run.out + RunTool({"sign", U8(library)}).out,
+            "0" + PrintedJson(library, kit.signerName, kit.libFileMD5, kit.signMD5) + Printed(kit))
+            << run.err;
     }
-    ToolRun run = RunTool({"sign", U8(Fixture("unsigned.dll"))});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_TRUE(Has(run.err, "osslsigncode sign -certs CERT.pem -key KEY.pem")) << run.err;
-}
+    ToolRun run = RunTool({"sign", U8(fixtures / "unsigned.dll")});
+    EXPECT_TRUE(run.status == 1 && Has(run.err, "osslsigncode sign -certs CERT.pem -key KEY.pem"))
+        << run.err;
 
-TEST(QzekitVerify, UnsignedWindowsLibraryIsRejected) {
     TempDir dir;
-    const std::string library = ReadBytes(Fixture("unsigned.dll"));
-    ToolRun run = RunTool({"verify", U8(WriteBundle(dir.path(), "plain", library, Md5Hex(library),
-                                                    "0123456789abcdef0123456789abcdef"))});
+    const std::string library = ReadBytes(fixtures / "unsigned.dll");
+    run = RunTool({"verify", U8(WriteBundle(dir.path(), "plain", library, Md5Hex(library),
+                                            "0123456789abcdef0123456789abcdef"))});
     EXPECT_EQ(run.status, 1);
-    EXPECT_TRUE(Has(run.out, "[SignVerify] Verify lib file md5 success.\nfile check: passed\n"));
-    EXPECT_TRUE(Has(run.out, "\" is not signed.\nsignature check: failed\nverdict: rejected\n"))
+    EXPECT_TRUE(Has(run.out, "[SignVerify] Verify lib file md5 success.\nfile check: passed\n") &&
+                Has(run.out, "\" is not signed.\nsignature check: failed\nverdict: rejected\n"))
         << run.out;
 }
 
