@@ -156,8 +156,10 @@ constexpr bool kUsePool = true;
 constexpr bool kUsePool = true;
 #endif
 
+// An empty block goes to the heap: cut from a chunk it could point at the
+// chunk's end, which is the next chunk's address.
 bool InPool(std::size_t size) {
-    return kUsePool && size <= kMaxBlock;
+    return kUsePool && size != 0 && size <= kMaxBlock;
 }
 
 }  // namespace
