@@ -63,8 +63,7 @@ namespace {
 bool g_counting = false;
 long long g_allocations = 0;
 
-void* CountedAlloc(std::size_t size) {
-    void* p = std::malloc(size ? size : 1);
+void* Counted(void* p) {
     if (p == nullptr) {
         throw std::bad_alloc();
     }
@@ -74,17 +73,14 @@ void* CountedAlloc(std::size_t size) {
     return p;
 }
 
+void* CountedAlloc(std::size_t size) {
+    return Counted(std::malloc(size ? size : 1));
+}
+
 // The kit takes its node chunks aligned: those are counted too.
 void* CountedAlignedAlloc(std::size_t size, std::align_val_t align) {
     const auto alignment = static_cast<std::size_t>(align);
-    void* p = std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
-    if (p == nullptr) {
-        throw std::bad_alloc();
-    }
-    if (g_counting) {
-        ++g_allocations;
-    }
-    return p;
+    return Counted(std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment));
 }
 }  // namespace
 

@@ -5,10 +5,10 @@
 #include <mutex>
 #include <new>
 #include <utility>
-#include <vector>
 
 #include "base/json/json_value_internals.h"
 #include "base/utf_string_conversions.h"
+#include "platform/platform.h"
 
 namespace base {
 
@@ -50,7 +50,7 @@ struct ThreadPool {
     // from it in one step: a tree is mostly freed chunk by chunk.
     Chunk* freed_chunk;
     std::int64_t freed;
-    bool exit_hooked;
+    bool end_hooked;
 };
 
 #if defined(__GNUC__) && !defined(_WIN32)
@@ -64,7 +64,6 @@ std::mutex& ChunkMutex() {
 }
 
 Chunk* g_chunks = nullptr;
-std::size_t g_chunk_count = 0;
 
 void ReleaseChunk(Chunk* chunk) {
     {
@@ -73,7 +72,6 @@ void ReleaseChunk(Chunk* chunk) {
         if (chunk->next) {
             chunk->next->prev = chunk->prev;
         }
-        --g_chunk_count;
     }
     chunk->~Chunk();
     ::operator delete(static_cast<void*>(chunk), std::align_val_t(kChunkBytes));
@@ -103,22 +101,20 @@ void RetireCurrent(ThreadPool& pool) {
     }
 }
 
-// A thread that ends gives up its chunk and its uncounted frees, so that
-// nothing stays held for it. Not with MinGW: there a thread's storage may be
-// gone before such destructors run, so a thread that ends leaves up to two
-// chunks held.
-#if !defined(_WIN32)
-struct ThreadExit {
-    ~ThreadExit() {
-        FlushFrees(t_pool);
-        RetireCurrent(t_pool);
-    }
-};
-#endif
-
-void TakeChunk(ThreadPool& pool) {
+void GiveUpChunks(ThreadPool& pool) {
     FlushFrees(pool);
     RetireCurrent(pool);
+}
+
+// A thread that ends gives up its chunk and its uncounted frees, so that
+// nothing stays held for it (where the platform can tell: elsewhere up to
+// two chunks stay held per ended thread).
+void ThreadEnded() {
+    GiveUpChunks(t_pool);
+}
+
+void TakeChunk(ThreadPool& pool) {
+    GiveUpChunks(pool);
     auto* chunk = new (::operator new(kChunkBytes, std::align_val_t(kChunkBytes))) Chunk();
     {
         std::lock_guard<std::mutex> lock(ChunkMutex());
@@ -127,19 +123,15 @@ void TakeChunk(ThreadPool& pool) {
             g_chunks->prev = chunk;
         }
         g_chunks = chunk;
-        ++g_chunk_count;
     }
     pool.current = chunk;
     pool.next = reinterpret_cast<char*>(chunk) + kHeaderBytes;
     pool.end = reinterpret_cast<char*>(chunk) + kChunkBytes;
     pool.handed = 0;
-#if !defined(_WIN32)
-    if (!pool.exit_hooked) {
-        pool.exit_hooked = true;
-        static thread_local ThreadExit exit_hook;
-        (void)exit_hook;
+    if (!pool.end_hooked) {
+        pool.end_hooked = true;
+        qzextensionkit::platform::SetThreadEndCallback(&ThreadEnded);
     }
-#endif
 }
 
 // Under AddressSanitizer every block goes to the general heap, so that a
@@ -201,7 +193,11 @@ void FreeSmallBlock(void* p, std::size_t size) {
 
 std::size_t CountPoolChunks() {
     std::lock_guard<std::mutex> lock(ChunkMutex());
-    return g_chunk_count;
+    std::size_t count = 0;
+    for (const Chunk* chunk = g_chunks; chunk; chunk = chunk->next) {
+        ++count;
+    }
+    return count;
 }
 
 }  // namespace internal

@@ -200,6 +200,11 @@ private:
 // Gives the processor to another thread, in spin-wait loops.
 QZEKIT_EXPORT void YieldThread();
 
+// Has `callback` run on the calling thread when that thread ends; one per
+// thread, a later call replaces it. False where a thread's own storage may
+// be gone by then (MinGW's emulated thread-local storage): nothing is set.
+QZEKIT_EXPORT bool SetThreadEndCallback(void (*callback)());
+
 // ---- Seams for tests --------------------------------------------------------
 // Not configuration: only tests call these, to stand in for a different
 // executable location or to make one operation fail. The qzekit tool's

@@ -1405,5 +1405,19 @@ void YieldThread() {
     ::sched_yield();
 }
 
+bool SetThreadEndCallback(void (*callback)()) {
+    struct Hook {
+        void (*callback)() = nullptr;
+        ~Hook() {
+            if (callback) {
+                callback();
+            }
+        }
+    };
+    static thread_local Hook hook;
+    hook.callback = callback;
+    return true;
+}
+
 }  // namespace platform
 }  // namespace qzextensionkit

@@ -639,6 +639,10 @@ void YieldThread() {
     ::SwitchToThread();
 }
 
+bool SetThreadEndCallback(void (*)()) {
+    return false;
+}
+
 }  // namespace platform
 }  // namespace qzextensionkit
 
