@@ -93,13 +93,17 @@ TEST(JSONReaderErrors, CodeLineColumnAndMessage) {
 
 // Runs are skipped several bytes at a time: every length around the step.
 TEST(JSONReaderErrors, PositionsAfterRunsOfEveryLength) {
-    for (std::size_t run = 0; run <= 25; ++run) {
+    // Past two blocks of the widest scan.
+    for (std::size_t run = 0; run <= 40; ++run) {
         SCOPED_TRACE(run);
         const std::string spaces(run, ' '), body(run, 'a');
         EXPECT_EQ(ReadFailure("[\n" + spaces + "x]"), "3|2:" + std::to_string(run + 2));
         EXPECT_EQ(ReadFailure("{}" + spaces + "\t" + spaces + "x"),
                   "6|1:" + std::to_string(2 * run + 4));
-        EXPECT_EQ(ReadString("\"" + body + "\\n\xC3\xA9\""), body + "\n\xC3\xA9");
+        EXPECT_EQ(ReadString("\"" + body + "\\n\xC3\xA9" + body + "\\t\""),
+                  body + "\n\xC3\xA9" + body + "\t");
+        EXPECT_EQ(ReadFailure("[\"" + body + "\xFF" + body + "\"]"),
+                  "7|1:" + std::to_string(run + 3));
         // Exactly sized, so that a read past the end shows under ASan.
         const std::string text = "\"" + body;
         std::unique_ptr<char[]> exact(new char[text.size()]);
