@@ -4,12 +4,16 @@
 // error and its position, the lenient options accept whatever the strict
 // ones accept and read the same tree, a failure names a known error and a
 // position, and what leaves a root stays readable after the root is gone.
+// A number, or a plain list of them, reads as std::from_chars reads each.
 
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "base/json/json_reader.h"
 #include "base/values.h"
@@ -81,6 +85,43 @@ void CheckDetach(std::unique_ptr<Value> root) {
     }
 }
 
+// A double node is what from_chars gives for its text, to the bit.
+void CheckNumber(std::string_view text, const Value& node) {
+    double expected = 0, read = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), expected);
+    if (result.ec == std::errc() && result.ptr == text.data() + text.size() &&
+        node.GetAsDouble(&read)) {
+        // An integer node has no sign of zero: "-0" is the integer 0.
+        Check(node.GetType() == Value::TYPE_INTEGER
+                  ? read == expected
+                  : std::memcmp(&read, &expected, sizeof read) == 0);
+    }
+}
+
+// For a number, or a flat list with nothing but commas between its elements.
+void CheckNumbers(std::string_view text, const Value& root) {
+    const ListValue* list = nullptr;
+    if (!root.GetAsList(&list)) {
+        CheckNumber(text, root);
+        return;
+    }
+    if (text.size() < 2 || text.front() != '[' || text.back() != ']' ||
+        text.find_first_of(" \t\r\n/") != std::string_view::npos) {
+        return;
+    }
+    text = text.substr(1, text.size() - 2);
+    if (text.find_first_of("[]{}\"") != std::string_view::npos) {
+        return;
+    }
+    for (std::size_t i = 0; i < list->GetSize(); ++i) {
+        const std::size_t comma = text.find(',');
+        const Value* element = nullptr;
+        Check(list->Get(i, &element));
+        CheckNumber(text.substr(0, comma), *element);
+        text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
@@ -105,6 +146,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     std::unique_ptr<Value> lenient = ReadChecked(
         text, size, JSONReader::JSON_ALLOW_TRAILING_COMMAS | JSONReader::JSON_DETACHABLE_CHILDREN);
     if (strict) {
+        CheckNumbers(std::string_view(text, size), *strict);
         Check(lenient != nullptr);
         Check(strict->Equals(lenient.get()) && lenient->Equals(strict.get()));
         CheckDetach(std::move(strict));

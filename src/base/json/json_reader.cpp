@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/json/decimal_to_double.h"
 #include "base/json/json_value_internals.h"
 #include "base/string_util.h"
 #include "base/utf_string_conversions.h"
@@ -140,19 +141,56 @@ unsigned NonSpaces16(const char* p) {
            0xFFFFu;
 }
 #else
-// Eight bytes at a time. A word is loaded with memcpy, so neither alignment
-// nor aliasing matters, and it is only compared whole, so byte order doesn't.
 constexpr uint64_t kEightSpaces = 0x2020202020202020ull;
+#endif
 
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Eight bytes at a time, loaded with memcpy, so that neither alignment nor
+// aliasing matters.
 uint64_t LoadWord(const char* p) {
     uint64_t word;
     std::memcpy(&word, p, sizeof word);
     return word;
 }
-#endif
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
+// Whether all eight bytes of |word| are digits: no byte leaves 0x30..0x39
+// when 6 is added or when its high half is looked at.
+bool EightDigits(uint64_t word) {
+    return ((word & 0xF0F0F0F0F0F0F0F0ull) |
+            (((word + 0x0606060606060606ull) & 0xF0F0F0F0F0F0F0F0ull) >> 4)) ==
+           0x3333333333333333ull;
+}
+
+// The value of eight digits, the first in the lowest byte: pairs, then
+// fours, then the eight are combined with one multiplication each.
+uint32_t EightDigitsValue(uint64_t word) {
+    word -= 0x3030303030303030ull;
+    word = (word * 10) + (word >> 8);
+    word = (((word & 0x000000FF000000FFull) * (100 + (1000000ull << 32))) +
+            (((word >> 16) & 0x000000FF000000FFull) * (1 + (10000ull << 32)))) >>
+           32;
+    return static_cast<uint32_t>(word);
+}
+
+// Passes the digits at |p|, adding them to |value| in decimal. |value| is
+// only exact while it has at most 19 digits; the caller counts them.
+const char* ScanDigits(const char* p, const char* end, uint64_t* value) {
+    uint64_t v = *value;
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    while (end - p >= 8 && EightDigits(LoadWord(p))) {
+        v = v * 100000000 + EightDigitsValue(LoadWord(p));
+        p += 8;
+    }
+#endif
+    while (p < end && IsDigit(*p)) {
+        v = v * 10 + static_cast<uint64_t>(*p - '0');
+        ++p;
+    }
+    *value = v;
+    return p;
 }
 
 class Parser {
@@ -678,10 +716,10 @@ Value* Parser::ConsumeNumber() {
     if (*p == '-') {
         ++p;
     }
+    // The digits before and after the point, as one integer.
+    uint64_t significand = 0;
     const char* digits = p;
-    while (p < end_ && IsDigit(*p)) {
-        ++p;
-    }
+    p = ScanDigits(p, end_, &significand);
     std::size_t integer_digits = static_cast<std::size_t>(p - digits);
     if (integer_digits == 0 || (integer_digits > 1 && *digits == '0')) {
         pos_ = p;
@@ -689,26 +727,30 @@ Value* Parser::ConsumeNumber() {
         return nullptr;
     }
     bool integral = true;
+    std::size_t fraction_digits = 0;
     if (p < end_ && *p == '.') {
         ++p;
         const char* fraction = p;
-        while (p < end_ && IsDigit(*p)) {
-            ++p;
-        }
+        p = ScanDigits(p, end_, &significand);
         if (p == fraction) {
             pos_ = p;
             ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
             return nullptr;
         }
+        fraction_digits = static_cast<std::size_t>(p - fraction);
         integral = false;
     }
+    int64_t exponent10 = 0;
     if (p < end_ && (*p == 'e' || *p == 'E')) {
         ++p;
+        const bool negative_exponent = p < end_ && *p == '-';
         if (p < end_ && (*p == '+' || *p == '-')) {
             ++p;
         }
         const char* exponent = p;
         while (p < end_ && IsDigit(*p)) {
+            // Far beyond any double either way; the long path decides.
+            exponent10 = exponent10 < 100000 ? exponent10 * 10 + (*p - '0') : exponent10;
             ++p;
         }
         if (p == exponent) {
@@ -716,6 +758,7 @@ Value* Parser::ConsumeNumber() {
             ReportError(JSONReader::JSON_SYNTAX_ERROR, 1);
             return nullptr;
         }
+        exponent10 = negative_exponent ? -exponent10 : exponent10;
         integral = false;
     }
     const char* number_end = p;
@@ -740,14 +783,10 @@ Value* Parser::ConsumeNumber() {
     line_start_ = line_start;
     pos_ = number_end - 1;
 
+    const bool negative = *number_start == '-';
     if (integral && integer_digits <= 10) {
-        int64_t value = 0;
-        for (const char* d = digits; d < number_end; ++d) {
-            value = value * 10 + (*d - '0');
-        }
-        if (*number_start == '-') {
-            value = -value;
-        }
+        const int64_t value =
+            negative ? -static_cast<int64_t>(significand) : static_cast<int64_t>(significand);
         if (value >= std::numeric_limits<int32_t>::min() &&
             value <= std::numeric_limits<int32_t>::max()) {
             return new FundamentalValue(static_cast<int32_t>(value));
@@ -755,6 +794,11 @@ Value* Parser::ConsumeNumber() {
     }
 
     double value = 0;
+    if (integer_digits + fraction_digits <= 19 &&
+        internal::DecimalToDouble(significand, exponent10 - static_cast<int64_t>(fraction_digits),
+                                  negative, &value)) {
+        return new FundamentalValue(value);
+    }
     auto result = std::from_chars(number_start, number_end, value);
     if (result.ec == std::errc::result_out_of_range) {
         // Too small rounds to zero; too large is refused below. The number
