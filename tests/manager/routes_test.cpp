@@ -115,7 +115,6 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
     const std::string regFails = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D13}";
     AddBundle("good", Point("p.good", kProbeIid, {{"good", kProbeClass}}) + ", " +
                           Point("", "", {{"nopoint", ""}}) + ", " +
-                          Point("p.noiid", "", {{"noiid", regFails}}) + ", " +
                           Point("p.nocls", kProbeIid, {{"nocls", ""}}) + ", " +
                           Point("p.plain", kProbeIid, {{"notarget", kPlainExtensionClass}}));
     AddBundle("greeter", Point("p.greeter", kGreeterIid, {{"nobase", kGreeterClass}}), "",
@@ -145,8 +144,6 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
     // Rows: extension id, the lines between the request's first and last.
     const std::pair<const char*, std::string> rows[] = {
         {"nopoint", create + ", because of extension point id empty"},
-        // An empty interface id stops a registered class too.
-        {"noiid", create + ", because of iid empty"},
         {"nocls", create + ", because of class Id empty"},
         // The factory itself is asked for the base interface.
         {"nobase",
