@@ -15,7 +15,7 @@ namespace qzetest {
 namespace {
 
 namespace pf = qzextensionkit::platform;
-using pf::testing::Operation;
+using Op = pf::testing::Operation;
 
 class FaultsTest : public KitHost {
 protected:
@@ -36,51 +36,49 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
     const std::string loaded = config + "all extension infos success";
     const std::string loadCom = "Bundle Loader - load bundle failed, because of load com failed";
     const std::string setDirectory = "Bundle Loader - Failed to set DLL directory, code:0x57";
-    const std::string route =
-        "extension manager impl - create extension instance from dynamic library failed, because "
-        "of ";
-    enum Outcome { kFailed, kNoRecords, kLoaded };
+    // kAtRequest: the load works and the failure comes at the request.
+    enum Outcome { kFailed, kNoRecords, kLoaded, kAtRequest };
     // What stays: "p" a loader in the pool, "o" its library opened, "b" the
     // search directory at "bin".
     const struct {
         const char* name;
-        Operation op;
-        int times, skip;
-        bool atRequest;
+        Op op;
+        int skip;
         std::string line;
         Outcome outcome;
         std::string left;
         bool laterRequest;  // once the failure is gone
     } rows[] = {
-        {"executable path empty", Operation::kExecutablePath, 1, 0, false,
+        {"executable path empty", Op::kExecutablePath, 0,
          "configuration manager impl - get extension adapter mapping file path failed, becuase of "
          "extension_adapter_mapping.json is not exist",
          kFailed, "", true},
-        {"executable path empty for config.json", Operation::kExecutablePath, 1, 1, false,
+        {"executable path empty for config.json", Op::kExecutablePath, 1,
          config + "local configurations failed, because of get extensions dir failed", kFailed, "",
          true},
         // Existence tests: mapping 1, config.json 2. Reads: mapping 2, config.json 3.
-        {"mapping not found", Operation::kFileExists, 1, 0, false, findFailed, kFailed, "", true},
-        {"mapping read part way", Operation::kReadFile, 1, 1, false, findFailed, kFailed, "", true},
-        {"config.json not found", Operation::kFileExists, 1, 1, false,
+        {"mapping not found", Op::kFileExists, 0, findFailed, kFailed, "", true},
+        {"mapping read part way", Op::kReadFile, 1, findFailed, kFailed, "", true},
+        {"config.json not found", Op::kFileExists, 1,
          config + "local configurations failed, becuase of config.json is not exist", kFailed, "",
          true},
-        {"config.json not opened", Operation::kOpenFile, 1, 1, false,
+        {"config.json not opened", Op::kOpenFile, 1,
          config + "local configurations failed, becuase of load config.json failed", kFailed, "",
          true},
-        {"manifest not opened", Operation::kOpenFile, 1, 2, false, loaded, kNoRecords, "", true},
-        {"class getter not exported", Operation::kFindExport, 1, 0, false, loadCom, kLoaded, "pob",
+        {"manifest not opened", Op::kOpenFile, 2, loaded, kNoRecords, "", true},
+        {"class getter not exported", Op::kFindExport, 0, loadCom, kLoaded, "pob", false},
+        {"last export missing: the getter is there", Op::kFindExport, 3, loadCom, kLoaded, "pob",
+         true},
+        {"search directory not set", Op::kSetLibraryDirectory, 0, setDirectory, kLoaded, "p",
          false},
-        {"last export missing: the getter is there", Operation::kFindExport, 1, 3, false, loadCom,
-         kLoaded, "pob", true},
-        {"search directory not set", Operation::kSetLibraryDirectory, 1, 0, false, setDirectory,
-         kLoaded, "p", false},
-        {"search directory not put back", Operation::kSetLibraryDirectory, 1, 1, false,
-         setDirectory, kLoaded, "pob", true},
-        {"no identifier for the derived record", Operation::kCreateGuid, -1, 0, false, loaded,
-         kLoaded, "po", true},
-        {"root gone at the request", Operation::kFileExists, 1, 0, true,
-         route + "root path not exist", kLoaded, "po", true},
+        {"search directory not put back", Op::kSetLibraryDirectory, 1, setDirectory, kLoaded, "pob",
+         true},
+        // Every identifier asked for fails.
+        {"no identifier for the derived record", Op::kCreateGuid, 0, loaded, kLoaded, "po", true},
+        {"root gone at the request", Op::kFileExists, 0,
+         "extension manager impl - create extension instance from dynamic library failed, "
+         "because of root path not exist",
+         kAtRequest, "po", true},
     };
     const std::string padding(70000, ' ');
     const std::wstring marker = Backslashed(base::UTF8ToWide(install.RootText()));
@@ -107,12 +105,13 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         pf::SetLibraryDirectory(marker.c_str());
         const long loads = QzeTestCounter(kLoadsCounter);
         log->Clear();
-        if (!row.atRequest) {
-            pf::testing::InjectFailure(row.op, row.times, 0x57, row.skip);
+        const int times = row.op == Op::kCreateGuid ? -1 : 1;
+        if (row.outcome != kAtRequest) {
+            pf::testing::InjectFailure(row.op, times, 0x57, row.skip);
         }
         EXPECT_EQ(kit()->Load(), row.outcome != kFailed);
-        if (row.atRequest) {
-            pf::testing::InjectFailure(row.op, row.times, 0x57, row.skip);
+        if (row.outcome == kAtRequest) {
+            pf::testing::InjectFailure(row.op, times, 0x57, row.skip);
             void* object = nullptr;
             EXPECT_FALSE(kit()->GetExtensionById(id, &object) || object != nullptr);
         }
@@ -120,16 +119,16 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         std::vector<std::string> lines = Lines();
         EXPECT_NE(std::find(lines.begin(), lines.end(), row.line), lines.end());
         std::vector<std::shared_ptr<qzextensionkit::Extension>> records;
+        const bool recordsRead = row.outcome == kLoaded || row.outcome == kAtRequest;
         EXPECT_EQ(configuration->GetExtensionInfosByExntensionPointID(source, records),
-                  row.outcome == kLoaded);
+                  recordsRead);
         records.clear();
         configuration->GetExtensionInfosByExntensionPointID(target, records);
-        if (row.outcome == kLoaded) {
+        if (recordsRead) {
             ASSERT_EQ(records.size(), 1u);
             const std::string derived = records[0]->GetId();
-            EXPECT_TRUE(row.op == Operation::kCreateGuid
-                            ? derived == "{}"
-                            : derived.size() == 38 && derived[0] == '{')
+            EXPECT_TRUE(row.op == Op::kCreateGuid ? derived == "{}"
+                                                  : derived.size() == 38 && derived[0] == '{')
                 << derived;
         }
         EXPECT_EQ(SearchDirectory(), has(row.left, 'b')
