@@ -24,16 +24,17 @@ TEST_F(LookupsTest, ASingletonIsOneObjectRefilledAndInitialisedOnEveryRequest) {
     const char hostClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1E01}";
     const char* const titled[] = {R"("payloads": {"title": "first"})",
                                   R"("payloads": {"title": "second"})", ""};
-    for (const auto& route : {std::make_pair("lib", kSingletonProbeClass),
-                              std::make_pair("reg", static_cast<const char*>(hostClass))}) {
+    // The "reg" bundle names no library: its class is the host's.
+    for (const std::string route : {"lib", "reg"}) {
         std::vector<Ext> exts;
         for (int i = 0; i < 3; ++i) {
-            exts.push_back({route.first + std::to_string(i), route.second, true, titled[i]});
+            exts.push_back({route + std::to_string(i),
+                            route == "lib" ? kSingletonProbeClass : hostClass, true, titled[i]});
         }
-        AddBundle(route.first,
-                  Point(std::string("p.") + route.first, kProbeIid, {exts[0], exts[1]}) + ", " +
-                      Point(std::string("p.more.") + route.first, kProbeIid, {exts[2]}),
-                  "", route.first[0] == 'l' ? "qzekit_plugin_extension" : nullptr);
+        AddBundle(route,
+                  Point("p." + route, kProbeIid, {exts[0], exts[1]}) + ", " +
+                      Point("p.more." + route, kProbeIid, {exts[2]}),
+                  "", route == "lib" ? "qzekit_plugin_extension" : nullptr);
     }
     int built = 0;
     ASSERT_TRUE(
