@@ -42,8 +42,8 @@ constexpr char kHostSingletonClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1F02}";
 // One pointer per object, whichever interface the kit handed out.
 by::IBaseUnknown* Identity(void* object) {
     void* base = nullptr;
-    static_cast<by::IBaseUnknown*>(object)->QueryInterface(
-        qzextensionkit::IQZBaseExtension::InterfaceId(), &base);
+    static_cast<by::IBaseUnknown*>(object)->QueryInterface(by::ParseGuid(kBaseExtensionIid, true),
+                                                           &base);
     ReleaseObject(base);
     return static_cast<qzextensionkit::IQZBaseExtension*>(base);
 }
@@ -66,14 +66,13 @@ struct StressSource : qzextensionkit::IQZERemoteConfigDataSource {
         changed_.notify_all();
     }
     void GetConfig(RemoteExtensions& extensions, RemoteAuthInfos& authInfos) override {
-        const std::string now = kTitles[round_.load() % 2];
-        const std::map<std::string, std::string> title = {{"title", now}};
+        const std::map<std::string, std::string> title = {{"title", kTitles[round_.load() % 2]}};
         extensions = {{"remote.tools",
                        {RemoteRecord("t1", "remote.tools", title),
                         RemoteRecord("t2", "remote.tools", title)}},
                       {"web.panel", {RemoteRecord("w1", "web.panel", title)}}};
-        authInfos = {RemoteAuth("", "tools", "n" + now),
-                     RemoteAuth("https://h5.example.com", "web.app", "k" + now)};
+        authInfos = {RemoteAuth("", "tools", "n" + title.at("title")),
+                     RemoteAuth("https://h5.example.com", "web.app", "k" + title.at("title"))};
     }
     bool HasFetchedConfig() override { return true; }
     bool HasCachedConfig() override { return true; }

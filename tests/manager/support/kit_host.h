@@ -143,13 +143,12 @@ protected:
     std::vector<std::string> ManagerLines() const { return Lines("extension manager impl - "); }
     // Singletons of earlier tests in this process stay alive.
     std::vector<by::IBaseUnknown*> NewObjects() const {
-        std::vector<by::IBaseUnknown*> objects = LiveObjects();
-        objects.erase(std::remove_if(objects.begin(), objects.end(),
-                                     [this](by::IBaseUnknown* o) {
-                                         return std::count(objectsBefore.begin(),
-                                                           objectsBefore.end(), o) != 0;
-                                     }),
-                      objects.end());
+        std::vector<by::IBaseUnknown*> objects;
+        for (by::IBaseUnknown* object : LiveObjects()) {
+            if (std::count(objectsBefore.begin(), objectsBefore.end(), object) == 0) {
+                objects.push_back(object);
+            }
+        }
         return objects;
     }
 
