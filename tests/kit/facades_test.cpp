@@ -49,20 +49,27 @@ TEST(ExtensionManagerFacade, EmptyFacadeLogsEachOperationsMessageAtLevelZeroAndF
     EXPECT_EQ(log->lines, want);
 }
 
-TEST(ExtensionManagerFacade, EmptyInitializeClearsAndEmptySetImplKeeps) {
+// InitSDK again, after UnInitialize too, brings back the same implementation.
+TEST(ExtensionManagerFacade, EmptyInitializeClearsEmptySetImplKeepsAndInitSdkRestores) {
     QZExtensionKit::InitSDK();
+    QZExtensionManager* facade = QZExtensionManager::GetInstance();
     const std::shared_ptr<IQZExtensionManager> impl = Peer::GetImpl();
     ASSERT_NE(impl, nullptr);
     const long held = impl.use_count();  // with the facade's
     Peer::SetImpl(nullptr);
     EXPECT_EQ(Peer::GetImpl(), impl);
-    QZExtensionManager::GetInstance()->Initialize(nullptr);
+    facade->Initialize(nullptr);
     EXPECT_EQ(impl.use_count(), held - 1);
     Peer::SetImpl(impl);
     EXPECT_EQ(impl.use_count(), held);
-    QZExtensionManager::GetInstance()->UnInitialize();
+    facade->SetLibFileVerifyEnable(true);
+    facade->UnInitialize();
     EXPECT_EQ(impl.use_count(), held - 1);
+    EXPECT_FALSE(facade->GetLibFileVerifyEnable());
     QZExtensionKit::InitSDK();
+    QZExtensionKit::InitSDK();
+    EXPECT_TRUE(Peer::GetImpl() == impl && facade->GetLibFileVerifyEnable());
+    facade->SetLibFileVerifyEnable(false);
 }
 
 }  // namespace

@@ -24,17 +24,18 @@ TEST_F(LookupsTest, ASingletonIsOneObjectRefilledAndInitialisedOnEveryRequest) {
     const char hostClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1E01}";
     const char* const titled[] = {R"("payloads": {"title": "first"})",
                                   R"("payloads": {"title": "second"})", ""};
-    std::vector<Ext> lib, reg;
-    for (int i = 0; i < 3; ++i) {
-        lib.push_back({"lib" + std::to_string(i), kSingletonProbeClass, true, titled[i]});
-        reg.push_back({"reg" + std::to_string(i), hostClass, true, titled[i]});
+    // The "reg" bundle names no library: its class is the host's.
+    for (const std::string route : {"lib", "reg"}) {
+        std::vector<Ext> exts;
+        for (int i = 0; i < 3; ++i) {
+            exts.push_back({route + std::to_string(i),
+                            route == "lib" ? kSingletonProbeClass : hostClass, true, titled[i]});
+        }
+        AddBundle(route,
+                  Point("p." + route, kProbeIid, {exts[0], exts[1]}) + ", " +
+                      Point("p.more." + route, kProbeIid, {exts[2]}),
+                  "", route == "lib" ? "qzekit_plugin_extension" : nullptr);
     }
-    AddBundle("lib", Point("p.lib", kProbeIid, {lib[0], lib[1]}) + ", " +
-                         Point("p.lib.more", kProbeIid, {lib[2]}));
-    AddBundle("reg",
-              Point("p.reg", kProbeIid, {reg[0], reg[1]}) + ", " +
-                  Point("p.reg.more", kProbeIid, {reg[2]}),
-              "", nullptr);
     int built = 0;
     ASSERT_TRUE(
         kit()->RegisterExtension([&built](const std::string& iid, const std::string&,
@@ -50,16 +51,14 @@ TEST_F(LookupsTest, ASingletonIsOneObjectRefilledAndInitialisedOnEveryRequest) {
                       {"reg", "2 4 second ", "3 5 second ", 3}};
     ITestExtensionProbe* fromRegistry = nullptr;
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.route);
         std::vector<void*> list;
-        ASSERT_TRUE(kit()->GetExtensionList(std::string("p.") + row.route, list));
-        ASSERT_EQ(list.size(), 2u);
-        EXPECT_EQ(list[0], list[1]);
-        EXPECT_EQ(State(list[0]), row.afterList);
         void* again = nullptr;
+        ASSERT_TRUE(kit()->GetExtensionList(std::string("p.") + row.route, list) &&
+                    list.size() == 2u);
+        const std::string afterList = State(list[0]);
         ASSERT_TRUE(kit()->GetExtensionById(std::string(row.route) + "2", &again));
-        EXPECT_EQ(again, list[0]);
-        EXPECT_EQ(State(again), row.afterThird);
+        EXPECT_TRUE(list[0] == list[1] && again == list[0]) << row.route;
+        EXPECT_EQ(afterList + "|" + State(again), row.afterList + "|" + row.afterThird);
         for (uint32_t i = 0; i < row.hostOwns; ++i) {
             ReleaseObject(again);
         }
@@ -84,33 +83,27 @@ TEST_F(LookupsTest, ListsKeepRecordOrderSkipFailuresAndCountWhatTheCallerHeld) {
     ASSERT_TRUE(Load());
     const std::string list = "get extension list by extension point id ";
     int sentinel = 0;
-    struct Row {
-        const char* point;
-        bool prefilled, result;
-        std::vector<std::string> built;
-        std::string lastLine;
-    } const rows[] = {
-        {"p.crowd", false, true, {"e1", "e3", "e4"}, list + "success"},
-        {"p.allbad", false, false, {}, list + "failed, because of extension vector empty"},
-        {"p.allbad", true, true, {}, list + "success"},
-        {"p.unknown", true, false, {}, list + "failed, because of extension infos are not founded"},
+    // Rows: point, caller's list held one, result, what was built, last line.
+    const std::tuple<const char*, bool, bool, std::string, std::string> rows[] = {
+        {"p.crowd", false, true, "e1 e3 e4 ", list + "success"},
+        {"p.allbad", false, false, "", list + "failed, because of extension vector empty"},
+        {"p.allbad", true, true, "", list + "success"},
+        {"p.unknown", true, false, "", list + "failed, because of extension infos are not founded"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.point) + (row.prefilled ? " prefilled" : ""));
+    for (const auto& [point, prefilled, result, built, lastLine] : rows) {
         log->Clear();
         std::vector<void*> objects;
-        if (row.prefilled) {
+        if (prefilled) {
             objects.push_back(&sentinel);
         }
-        EXPECT_EQ(kit()->GetExtensionList(row.point, objects), row.result);
-        EXPECT_EQ(!objects.empty() && objects[0] == &sentinel, row.prefilled);
-        EXPECT_EQ(ManagerLines().back(), row.lastLine);
-        std::vector<std::string> built;
-        for (size_t i = row.prefilled ? 1 : 0; i < objects.size(); ++i) {
-            built.push_back(SeenField(objects[i], "ext"));
+        EXPECT_EQ(kit()->GetExtensionList(point, objects), result) << point;
+        EXPECT_EQ(!objects.empty() && objects[0] == &sentinel, prefilled);
+        std::string got;
+        for (size_t i = prefilled ? 1 : 0; i < objects.size(); ++i) {
+            got += SeenField(objects[i], "ext") + " ";
             EXPECT_EQ(Probe(objects[i])->Release(), 0u);
         }
-        EXPECT_EQ(built, row.built);
+        EXPECT_EQ(got + "|" + ManagerLines().back(), built + "|" + lastLine);
     }
     // GetExtension builds the whole point; the others keep a reference each.
     const long initializations = QzeTestCounter(kInitializationsCounter);
@@ -130,48 +123,34 @@ TEST_F(LookupsTest, ListsKeepRecordOrderSkipFailuresAndCountWhatTheCallerHeld) {
 }
 
 // Objects handed out keep running their library's code after Unload.
-TEST_F(LookupsTest, ByIdTheLastPointInKeyOrderWinsUntilUnload) {
-    std::string points;
-    for (const char* point : {"b", "a", "a2"}) {
-        points += (points.empty() ? "" : ", ") +
-                  Point(std::string("p.") + point, kProbeIid,
-                        {{"dup", kProbeClass, false,
-                          R"("payloads": {"title": ")" + std::string(point) + "\"}"}});
-    }
-    AddBundle("b", points);
-    ASSERT_TRUE(Load());
-    void* kept = nullptr;
-    ASSERT_TRUE(kit()->GetExtensionById("dup", &kept));
-    EXPECT_EQ(SeenField(kept, "title"), "b");
-    ASSERT_TRUE(kit()->Unload());
-    log->Clear();
-    void* object = &object;
-    EXPECT_FALSE(kit()->GetExtensionById("dup", &object) || object != nullptr);
-    EXPECT_THAT(ManagerLines(), ::testing::ElementsAre("get extension by extension id:dup",
-                                                       "get extension by extension id failed, "
-                                                       "because of extension info is not founded"));
-    EXPECT_EQ(Probe(kept)->Initializations(), 1);
-    EXPECT_EQ(Probe(kept)->Release(), 0u);
-}
-
-TEST_F(LookupsTest, AnExtensionMayCallTheKitFromItsInitialization) {
+TEST_F(LookupsTest, AnExtensionMayCallTheKitFromItsInitializationAndOutlivesUnload) {
     AddBundle("b", Point("p", kProbeIid,
                          {{"outer", kReentrantClass, false, R"("payloads": {"reenter": "inner"})"},
                           {"inner", kProbeClass},
                           {"lost", kReentrantClass, false, R"("payloads": {"reenter": "none"})"}}));
     ASSERT_TRUE(Load());
-    for (const auto& row : {std::make_pair("outer", "ok"), std::make_pair("lost", "failed")}) {
-        SCOPED_TRACE(row.first);
+    for (const std::string id : {"outer", "lost"}) {
         log->Clear();
         void* object = nullptr;
-        ASSERT_TRUE(kit()->GetExtensionById(row.first, &object));
-        EXPECT_STREQ(Probe(object)->Reentry(), row.second);
-        EXPECT_EQ(ManagerLines().front(),
-                  "get extension by extension id:" + std::string(row.first));
-        EXPECT_EQ(ManagerLines().back(), "get extension by extension id success");
+        ASSERT_TRUE(kit()->GetExtensionById(id, &object));
+        EXPECT_EQ(
+            Probe(object)->Reentry() + ("|" + ManagerLines().front()) + "|" + ManagerLines().back(),
+            (id == "outer" ? "ok" : "failed") + ("|get extension by extension id:" + id) +
+                "|get extension by extension id success");
         EXPECT_EQ(Probe(object)->Release(), 0u);
     }
     EXPECT_TRUE(NewObjects().empty());
+    void* kept = nullptr;
+    ASSERT_TRUE(kit()->GetExtensionById("inner", &kept));
+    ASSERT_TRUE(kit()->Unload());
+    log->Clear();
+    void* object = &object;
+    EXPECT_FALSE(kit()->GetExtensionById("inner", &object) || object != nullptr);
+    EXPECT_THAT(ManagerLines(), ::testing::ElementsAre("get extension by extension id:inner",
+                                                       "get extension by extension id failed, "
+                                                       "because of extension info is not founded"));
+    EXPECT_EQ(Probe(kept)->Initializations(), 1);
+    EXPECT_EQ(Probe(kept)->Release(), 0u);
 }
 
 TEST_F(LookupsTest, ASecondThreadWaitsForALoadInProgress) {

@@ -17,18 +17,14 @@ using qzextensionkit::QZEUrlParser;
 // Rows are "url => scheme|host|port|path|query|fragment".
 TEST(UrlParserTest, SplitsUrlsAndStopsWhereAPartIsMissing) {
     for (const std::string row :
-         {"  proto://a.b:8080/c/d?x=1&y=2#f => proto|a.b|8080|/c/d|x=1&y=2|f",
-          "http://h/p?q#frag   => http|h||/p|q|frag  ", "a.b/c => |||||", "mailto:x => mailto|||||",
-          "proto:// => proto|||||", "proto://h:80?x => proto|h|80||x|",
+         {"  proto://a.b:8080/c/d?x=1&y=2#f => proto|a.b|8080|/c/d|x=1&y=2|f", "a.b/c => |||||",
+          "mailto:x => mailto|||||", "proto:// => proto|||||", "proto://h:80?x => proto|h|80||x|",
           "proto://h/p? => proto|h||/p||",
           // Only "?" ends the path, and "#" doesn't end the host.
-          "proto://h/p#f => proto|h||/p#f||", "proto://h/#a?b => proto|h||/#a|b|",
-          "proto://h#x/y => proto|h#x||/y||", "proto://h?a#b#c => proto|h|||a|b#c",
+          "proto://h/p#f => proto|h||/p#f||", "proto://h#x/y => proto|h#x||/y||",
           // A leading "/" starts the host; user info has no meaning.
-          "/abc/d => |abc||/d||", "//abc => |||/abc||",
-          "http://user:pw@host:1/x => http|user|pw@host:1|/x||"}) {
-        const std::string url = row.substr(0, row.find(" => "));
-        QZEUrlParser* p = QZEUrlParser::parseUrl(url);
+          "/abc/d => |abc||/d||", "http://user:pw@host:1/x => http|user|pw@host:1|/x||"}) {
+        QZEUrlParser* p = QZEUrlParser::parseUrl(row.substr(0, row.find(" => ")));
         EXPECT_EQ(p->url + " => " + p->scheme + "|" + p->host + "|" + p->port + "|" + p->path +
                       "|" + p->query + "|" + p->fragment,
                   row);
@@ -45,10 +41,9 @@ int Collect(void* context, std::string key, std::string value) {
 
 TEST(UrlParserTest, KeyValuesAndPathSegmentsSplitAndUrlsRebuild) {
     // Rows are "text => pairs => pairs skipping incomplete ones".
-    for (const std::string row :
-         {"a=1&&b=2 => (a,1)(b,2) => (a,1)(b,2)", "x&a=1 => (,x)(a,1) => (a,1)",
-          "a=b=c => (b,c) => (b,c)", "  k = v &q=%20#? => (k , v )(q,%20#?) => (k , v )(q,%20#?)",
-          "a=&=b => (a,)(,b) => ", "     =>  => "}) {
+    for (const std::string row : {"  k = v &&q=%20#? => (k , v )(q,%20#?) => (k , v )(q,%20#?)",
+                                  "x&a=1 => (,x)(a,1) => (a,1)", "a=b=c => (b,c) => (b,c)",
+                                  "a=&=b => (a,)(,b) => ", "     =>  => "}) {
         const std::string text = row.substr(0, row.find(" => "));
         std::string got = text;
         for (bool skip : {false, true}) {
@@ -74,10 +69,9 @@ TEST(UrlParserTest, KeyValuesAndPathSegmentsSplitAndUrlsRebuild) {
     // Segments are appended; no leading "/" adds nothing.
     std::vector<std::string> segments{"old"};
     EXPECT_EQ(QZEUrlParser::parsePath(&segments, "//a//"), 4);
-    EXPECT_EQ(QZEUrlParser::parsePath(&segments, "/a/b/"), 6);
     EXPECT_EQ(QZEUrlParser::parsePath(&segments, "a/b") + QZEUrlParser::parsePath(&segments, "/"),
-              12);
-    EXPECT_EQ(segments, (std::vector<std::string>{"old", "", "a", "", "a", "b"}));
+              8);
+    EXPECT_EQ(segments, (std::vector<std::string>{"old", "", "a", ""}));
     QZEUrlParser* parser = QZEUrlParser::parseUrl("https://h:8/p/q?old=1#top");
     EXPECT_EQ(QZEUrlParser::kvMap2Url(parser, {{"k", "a b"}}), "https://h:8/p/q?k=a b#top");
     EXPECT_EQ(QZEUrlParser::kvMap2Url(parser, {}), "https://h:8/p/q#top");
@@ -92,21 +86,19 @@ TEST(UrlParserTest, EncodingDecodingAndHexDigits) {
               "a+b%7E Az09_-*.");
     EXPECT_EQ(QZEUrlParser::urlEncode(std::string("/?=&+%\n\0", 8), true),
               "%2F%3F%3D%26%2B%25%0A%00");
-    for (const char* bad : {"%4", "%zz", "%41%", "ok%g1"}) {
+    for (const char* bad : {"%4", "%41%", "ok%g1"}) {
         EXPECT_EQ(QZEUrlParser::urlDecode(bad, true), "") << bad;  // the whole result goes
     }
     EXPECT_EQ(QZEUrlParser::urlDecode("a%2fb%2F%00", true), std::string("a/b/\0", 5));
-    EXPECT_EQ(QZEUrlParser::urlDecode(std::string("a\0b", 3), true), "a");  // cut at a NUL
-    EXPECT_EQ(QZEUrlParser::urlDecode(std::string("%41+\0b", 6), true), "A ");
+    EXPECT_EQ(QZEUrlParser::urlDecode(std::string("%41+\0b", 6), true), "A ");  // cut at a NUL
     EXPECT_EQ(QZEUrlParser::urlDecode("%41+", false), "A+");
     // An escape or "+" past a NUL starts a run beyond it.
     EXPECT_THROW(QZEUrlParser::urlDecode(std::string("\0%41", 4), true), std::out_of_range);
-    EXPECT_THROW(QZEUrlParser::urlDecode(std::string("a\0b+", 4), false), std::out_of_range);
     char out[3] = {'x', 'x', 'x'};
     QZEUrlParser::toHex(out, '\x7E');
     EXPECT_EQ(std::string(out, 3), "7Ex");  // no terminator
     EXPECT_EQ(QZEUrlParser::toChar("Ff"), '\xFF');
-    for (const char* bad : {"g0", "0g", " 1", "", "1"}) {
+    for (const char* bad : {"g0", "0g", "1"}) {
         int code = 0;
         try {
             QZEUrlParser::toChar(bad);

@@ -115,7 +115,8 @@ protected:
                               BundleManifest(folder, points, extraMembers, library != nullptr));
         std::filesystem::create_directories(install.root() / "extensions" / folder / "bin");
         if (library != nullptr && *library != '\0') {
-            std::filesystem::copy_file(BuiltPlugin(library), LibraryFile(folder));
+            std::filesystem::copy_file(BuiltPlugin(library),
+                                       install.root() / "extensions" / folder / kExtensionLibrary);
         }
         bundles.push_back(folder);
     }
@@ -128,35 +129,26 @@ protected:
     std::string RootText(const std::string& folder) const {
         return install.RootText() + "\\extensions\\" + folder;
     }
-    std::filesystem::path LibraryFile(const std::string& folder) const {
-        return install.root() / "extensions" / folder / kExtensionLibrary;
-    }
 
-    std::vector<std::string> Lines() const {
+    // The log's lines that begin with `prefix`, without it.
+    std::vector<std::string> Lines(const std::string& prefix = "") const {
         std::vector<std::string> out;
         for (const std::string& line : log->Texts()) {
-            out.push_back(line.rfind("[QZExtensionKit] ", 0) == 0 ? line.substr(17) : line);
-        }
-        return out;
-    }
-    std::vector<std::string> ManagerLines() const {
-        std::vector<std::string> out;
-        for (const std::string& line : Lines()) {
-            if (line.rfind("extension manager impl - ", 0) == 0) {
-                out.push_back(line.substr(25));
+            if (line.rfind("[QZExtensionKit] " + prefix, 0) == 0) {
+                out.push_back(line.substr(17 + prefix.size()));
             }
         }
         return out;
     }
+    std::vector<std::string> ManagerLines() const { return Lines("extension manager impl - "); }
     // Singletons of earlier tests in this process stay alive.
     std::vector<by::IBaseUnknown*> NewObjects() const {
-        std::vector<by::IBaseUnknown*> objects = LiveObjects();
-        objects.erase(std::remove_if(objects.begin(), objects.end(),
-                                     [this](by::IBaseUnknown* o) {
-                                         return std::count(objectsBefore.begin(),
-                                                           objectsBefore.end(), o) != 0;
-                                     }),
-                      objects.end());
+        std::vector<by::IBaseUnknown*> objects;
+        for (by::IBaseUnknown* object : LiveObjects()) {
+            if (std::count(objectsBefore.begin(), objectsBefore.end(), object) == 0) {
+                objects.push_back(object);
+            }
+        }
         return objects;
     }
 
