@@ -39,17 +39,13 @@ inline std::shared_ptr<qzextensionkit::QZExtensionAuthInfo> RemoteAuth(const std
 // A host's data source whose answer to FetchConfig the test chooses.
 class FakeSource : public qzextensionkit::IQZERemoteConfigDataSource {
 public:
-    enum class Answer { kSucceed, kFail, kTwice, kNever };
+    enum class Answer { kSucceed, kFail };
 
     void FetchConfig(const std::function<void()>& onSuccess,
                      const std::function<void(const std::string&)>& onFailure) override {
         if (answer == Answer::kFail) {
-            onFailure(failureText);
-        }
-        for (int i = answer == Answer::kSucceed ? 1
-                     : answer == Answer::kTwice ? 2
-                                                : 0;
-             i > 0; --i) {
+            onFailure("timeout");
+        } else {
             onSuccess();
         }
     }
@@ -64,7 +60,6 @@ public:
     bool HasCachedConfig() override { return cached; }
 
     Answer answer = Answer::kSucceed;
-    std::string failureText = "timeout";
     bool fetched = true;
     bool cached = true;
     bool fill = true;
@@ -137,18 +132,6 @@ protected:
             shapes[point] = Shape(of, point);
         }
         return shapes;
-    }
-
-    // The bundle ids the kit asks the host for; "<no call>" if it does not ask.
-    static std::vector<std::string> MissingKeys(qzextensionkit::QZEConfigurationManagerImpl& of) {
-        std::vector<std::string> asked{"<no call>"};
-        of.SetFetchExtensionAuthInfoCallback(
-            [&](std::vector<std::string> ids,
-                const std::function<void(const std::map<std::string, std::string>&)>&,
-                const std::function<void(const std::string&)>&) { asked = ids; });
-        of.CheckAndFetchExtensionAuthInfo();
-        of.SetFetchExtensionAuthInfoCallback(nullptr);
-        return asked;
     }
 
     Installation install;
