@@ -127,23 +127,19 @@ TEST_F(LoadedSample, BrokenBundlesDuplicatesAndLookups) {
     Extension* found = nullptr;
     ASSERT_TRUE(manager.GetExtensionInfoByID("same", &found));
     EXPECT_EQ(std::unique_ptr<Extension>(std::exchange(found, nullptr))->GetVersion(), "from b");
-    EXPECT_FALSE(manager.GetExtensionInfoByID("", &found));
-    EXPECT_FALSE(manager.GetExtensionInfoByID("unknown", &found));
-    EXPECT_EQ(found, nullptr);
+    EXPECT_FALSE(manager.GetExtensionInfoByID("", &found) || found);
     std::vector<std::shared_ptr<Extension>> held;
-    for (const char* point : {"p.a", "p.a", "p.empty"}) {
+    for (const char* point : {"p.a", "p.empty"}) {
         EXPECT_TRUE(manager.GetExtensionInfosByExntensionPointID(point, held));
     }
     EXPECT_FALSE(manager.GetExtensionInfosByExntensionPointID("p.none", held));
-    EXPECT_EQ(held.size(), 4u);
+    EXPECT_EQ(held.size(), 2u);
     const std::string byId = "get extension info by extension id:";
     const std::string byPoint = "get extension infos by extension point id:";
     EXPECT_EQ(Joined(*log), byId + "same, extension info is founded\n" + byId +
-                                ", extension info is not founded\n" + byId +
-                                "unknown, extension info is not founded\n" + byPoint +
+                                ", extension info is not founded\n" + byPoint +
                                 "p.a, extension infos is founded, total(2)\n" + byPoint +
-                                "p.a, extension infos is founded, total(4)\n" + byPoint +
-                                "p.empty, extension infos is founded, total(4)\n" + byPoint +
+                                "p.empty, extension infos is founded, total(2)\n" + byPoint +
                                 "p.none, extension infos is not founded");
 }
 
