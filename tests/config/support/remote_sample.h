@@ -71,21 +71,16 @@ public:
 // A loaded installation for the remote merge and the access key lookups.
 //   host.tools     native bundle "bundle.tools": t1, t2
 //   adapter.panel  the adapter bundle's point: panel.local
-//   adapter.fresh  the adapter bundle's point with no records
-//   host.plain     a bundle with no library: p1
 // Mapped sources: web.src -> adapter.panel, native.src -> host.tools,
-// fresh.src -> adapter.fresh, plain.src -> host.plain, none.src -> adapter.none
-// (no such point).
+// none.src -> adapter.none (no such point).
 class RemoteSample : public ::testing::Test {
 protected:
     void SetUp() override {
         install.WriteMapping(R"({"web": {"src": {"extensionPointId": "adapter.panel",
                 "version": "2.0", "clsid": "{ACLS}", "iid": "{AIID}"}},
             "native": {"src": {"extensionPointId": "host.tools"}},
-            "fresh": {"src": {"extensionPointId": "adapter.fresh"}},
-            "plain": {"src": {"extensionPointId": "host.plain"}},
             "none": {"src": {"extensionPointId": "adapter.none"}}})");
-        install.WriteConfig(R"({"artifacts": ["tools", "adapter", "plain"], "ExtensionAuthInfo": {
+        install.WriteConfig(R"({"artifacts": ["tools", "adapter"], "ExtensionAuthInfo": {
             "H5": {"https://a.example.com": [{"bundleId": "dup", "accessKey": "ka"}],
                    "https://b.example.com": [{"bundleId": "dup", "accessKey": "kb"}],
                    "https://h5.example.com": [{"bundleId": "web.app", "accessKey": "wk"},
@@ -97,12 +92,8 @@ protected:
             {"id": "t1", "version": "1.1", "clsid": "{T1}", "isSingleton": true},
             {"id": "t2", "version": "2.2", "clsid": "{T2}"}]}])"));
         install.WriteManifest("adapter", Manifest("extension_adapter", "", R"([
-            {"id": "adapter.panel", "iid": "{PANEL-IID}", "extensions": [{"id": "panel.local"}]},
-            {"id": "adapter.fresh", "iid": "{FRESH-IID}"}])",
+            {"id": "adapter.panel", "iid": "{PANEL-IID}", "extensions": [{"id": "panel.local"}]}])",
                                                   "bin/adapter.dll"));
-        install.WriteManifest(
-            "plain", Manifest("bundle.plain", "",
-                              R"([{"id": "host.plain", "extensions": [{"id": "p1"}]}])", ""));
         ASSERT_TRUE(manager.LoadAllExtensionInfos());
         source = std::make_shared<FakeSource>();
         log = CaptureLog();
@@ -127,8 +118,7 @@ protected:
     static std::map<std::string, std::vector<std::string>> AllShapes(
         qzextensionkit::IQZEConfigurationManager& of) {
         std::map<std::string, std::vector<std::string>> shapes;
-        for (const char* point :
-             {"host.tools", "adapter.panel", "adapter.fresh", "adapter.none", "host.plain"}) {
+        for (const char* point : {"host.tools", "adapter.panel", "adapter.none"}) {
             shapes[point] = Shape(of, point);
         }
         return shapes;
