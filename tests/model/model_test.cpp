@@ -20,6 +20,7 @@
 #include "model/extension_point_impl.h"
 #include "model/extension_point_payload_meta_item.h"
 #include "model/manifest.h"
+#include "model/support/record_text.h"
 
 namespace {
 
@@ -28,25 +29,9 @@ using base::FilePath;
 using Constraints = std::map<std::string, std::vector<std::string>>;
 using Payloads = std::map<std::string, std::string>;
 
-// id|version|clsid|singleton|payloads|constraints|unifiedId|
-// modalPosition,modalSize,url,openType,host,uri
-std::string Describe(const Extension& record) {
-    std::string text = record.GetId() + "|" + record.GetVersion() + "|" + record.GetClsid() +
-                       (record.IsSingleton() ? "|1|" : "|0|");
-    for (auto& payload : record.GetPayloads()) {
-        text += payload.first + "=" + payload.second + ";";
-    }
-    text += "|";
-    for (auto& constraint : record.GetConstraints()) {
-        text += constraint.first + ":";
-        for (auto& value : constraint.second) {
-            text += value + ",";
-        }
-        text += ";";
-    }
-    SettingMap s = record.GetSettingMap();
-    return text + "|" + record.GetUnifiedId() + "|" + s.modalPosition + "," + s.modalSize + "," +
-           s.url + "," + s.openType + "," + s.host + "," + s.uri;
+// The id, then the record's fields.
+std::string WithId(const Extension& record) {
+    return record.GetId() + "|" + qzetest::Describe(record);
 }
 
 // iid|mainEntry|rootPath|resourcesPath|libFileMD5|signMD5|bundleClassId|native
@@ -85,7 +70,9 @@ protected:
 
     FilePath Bundle(const std::string& name, const char* manifest) {
         std::filesystem::create_directories(temp_.path() / name);
-        if (manifest) {
+        if (manifest && !*manifest) {
+            std::filesystem::create_directories(temp_.path() / name / "manifest.json");
+        } else if (manifest) {
             std::ofstream(temp_.path() / name / "manifest.json", std::ios::binary) << manifest;
         }
         return FilePath(base::UTF8ToWide(temp_.path().u8string())).AppendASCII(name);
@@ -118,7 +105,7 @@ TEST_F(ModelTest, ReadManifest) {
     std::list<Extension*> none;
     EXPECT_TRUE(points_.back()->GetExtensions(none) && none.empty());
     EXPECT_EQ(*std::next(records_.begin()), nullptr);
-    EXPECT_EQ(Describe(*local_) + " " + Describe(*records_.back()),
+    EXPECT_EQ(WithId(*local_) + " " + WithId(*records_.back()),
               "shared.id|2.1|{LOCAL}|0|local=1;||local-u|,,,,, third|||1||||,,,,,");
     // Bundle details come through the point and its artifact.
     const std::string root = base::WideToUTF8(root_.value());
@@ -126,10 +113,11 @@ TEST_F(ModelTest, ReadManifest) {
                                      "\\resources|lib-md5|sign-md5|{BUNDLE}|native");
 
     const struct {
-        const char* manifest;  // null: no manifest.json
+        const char* manifest;  // null: no manifest.json; empty: a folder in its place
         const char* expected;  // result|id|mainEntry|versions and points
     } cases[] = {
         {nullptr, "0"},
+        {"", "0"},
         {"{\"id\": \"a\",}", "0"},  // the reader runs without options
         {"[]", "1"},
         {"{\"id\": 7, \"version\": [1], \"mainEntry\": true, \"extensionPoints\": {}}", "1|||0"},
@@ -147,10 +135,6 @@ TEST_F(ModelTest, ReadManifest) {
         }
         EXPECT_EQ(got, c.expected) << (c.manifest ? c.manifest : "(none)");
     }
-    // A folder in the place of manifest.json.
-    std::filesystem::create_directories(temp_.path() / "folder" / "manifest.json");
-    Artifact* untouched = nullptr;
-    EXPECT_FALSE(ReadManifest(Bundle("folder", nullptr), &untouched) || untouched);
 }
 
 TEST_F(ModelTest, StrictAndForgivingRecordReaders) {
@@ -192,7 +176,7 @@ TEST_F(ModelTest, StrictAndForgivingRecordReaders) {
                 strict ? ParseManifestExtension(point_, item.get(), &raw)
                        : ParseExtensionDictionary(point_, item->CreateDeepCopy().release(), &raw));
             std::unique_ptr<Extension> record(raw);
-            EXPECT_EQ(Describe(*record) + record->GetExtensionPointId() + record->GetIid(),
+            EXPECT_EQ(WithId(*record) + record->GetExtensionPointId() + record->GetIid(),
                       expected + "host.point{IID}")
                 << strict;
         }
@@ -296,9 +280,8 @@ TEST_F(ModelTest, FactoryMergesAndCopies) {
         made->SetSingleton(true);
         ExtensionFactory::ExtractLocalNativeExtensionInfoToRemote(remote.get(), c.local);
         const bool merged = c.local == local_ && c.remoteId == "shared.id";
-        EXPECT_EQ(Describe(*remote),
-                  c.remoteId + (merged ? "|2.1|{LOCAL}|0|" : "|||1|") +
-                      "remote=yes;|os:mac,;|remote-u|,,https://r/x,,https://r,/x");
+        EXPECT_EQ(WithId(*remote), c.remoteId + (merged ? "|2.1|{LOCAL}|0|" : "|||1|") +
+                                       "remote=yes;|os:mac,;|remote-u|,,https://r/x,,https://r,/x");
         EXPECT_EQ(remote->GetExtensionPointId() + "|" + Resolved(*remote),
                   merged ? "host.point|" + Resolved(*local_) : "remote.point||||||||");
     }
@@ -307,7 +290,7 @@ TEST_F(ModelTest, FactoryMergesAndCopies) {
     ExtensionFactory::CopyExtension(local_, &raw);
     std::unique_ptr<Extension> copy(raw);
     ASSERT_TRUE(copy);
-    EXPECT_EQ(Describe(*copy) + Resolved(*copy), Describe(*local_) + Resolved(*local_));
+    EXPECT_EQ(WithId(*copy) + Resolved(*copy), WithId(*local_) + Resolved(*local_));
     EXPECT_EQ(static_cast<ExtensionImpl*>(copy.get())->GetExtensionPoint(), point_);
     // The source still asks its artifact; the copy keeps the path it was given,
     // and a change stays on its own side.
@@ -320,7 +303,7 @@ TEST_F(ModelTest, FactoryMergesAndCopies) {
     EXPECT_EQ(copy->GetUnifiedId(), "local-u");
     std::shared_ptr<Extension> shared = CopyExtensionShared(copy.get());
     ASSERT_TRUE(shared);
-    EXPECT_EQ(Describe(*shared) + Resolved(*shared), Describe(*copy) + Resolved(*copy));
+    EXPECT_EQ(WithId(*shared) + Resolved(*shared), WithId(*copy) + Resolved(*copy));
     Extension* untouched = local_;
     ExtensionFactory::CopyExtension(nullptr, &untouched);
     EXPECT_TRUE(untouched == local_ && !CopyExtensionShared(nullptr));

@@ -16,9 +16,9 @@ TEST(VersionTest, ParseAndCompare) {
     EXPECT_EQ(Version::Parse("1.02.3"), (Numbers{1, 2, 3}));
     EXPECT_EQ(Version::Parse("0"), (Numbers{0}));
     EXPECT_EQ(Version("4294967295.4294967295").components(), (Numbers{4294967295u, 4294967295u}));
+    // One text per way to fail.
     for (const std::string& text : std::vector<std::string>{
-             "01.2.3", "00", "4294967296", "1.99999999999999999999", "1.+2", "+1.2", "-1", "1..2",
-             "1.2.", ".1", "", "1.2 ", " 1.2", "1.2a", "0x10", std::string("1\0.2", 4)}) {
+             "01.2.3", "1.4294967296", "1.2a", "1..2", "", "+1", std::string("1\0.2", 4)}) {
         EXPECT_EQ(Version::Parse(text), Numbers()) << '"' << text << '"';
         EXPECT_FALSE(Version(text).IsValid()) << '"' << text << '"';
     }
@@ -29,8 +29,7 @@ TEST(VersionTest, ParseAndCompare) {
         int expected;
     } cases[] = {
         {"1.2.3", "1.2.3", 0}, {"1.2", "1.2.0.0", 0},
-        {"", "0.0", 0},        {"bad", "0.0.0", 0},
-        {"1.2", "1.2.1", -1},  {"1.9", "1.10", -1},
+        {"bad", "0.0", 0},     {"1.9", "1.10", -1},
         {"1.99.99", "2", -1},  {"1", "1.0.0.1", -1},
         {"", "0.0.1", -1},     {"4294967294", "4294967295", -1},
     };

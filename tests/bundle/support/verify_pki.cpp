@@ -94,15 +94,13 @@ std::string CertificatePem(const Identity& identity, bool rejectCodeSigning = fa
 Identity MakeIdentity(const CertRequest& request, const std::filesystem::path& dir,
                       const std::string& name) {
     Identity id;
-    id.key.reset(request.rsa ? EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{3072})
-                             : EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"),
-                 &EVP_PKEY_free);
+    id.key.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"), &EVP_PKEY_free);
     Check(id.key != nullptr, "key");
     id.cert.reset(X509_new(), &X509_free);
     X509* cert = id.cert.get();
     X509_set_version(cert, 2);
     ASN1_INTEGER_set_uint64(X509_get_serialNumber(cert), request.serial);
-    X509_gmtime_adj(X509_getm_notBefore(cert), request.validFromDays * 86400L);
+    X509_gmtime_adj(X509_getm_notBefore(cert), -86400L);
     X509_gmtime_adj(X509_getm_notAfter(cert), request.validToDays * 86400L);
     for (std::size_t at = request.subject.find('/'); at != std::string::npos;) {
         const std::size_t equals = request.subject.find('=', at);
@@ -130,8 +128,8 @@ Identity MakeIdentity(const CertRequest& request, const std::filesystem::path& d
     if (!request.altEmail.empty()) {
         AddExtension(cert, issuerCert, NID_subject_alt_name, "email:" + request.altEmail);
     }
-    Check(X509_sign(cert, request.issuer ? request.issuer->key.get() : id.key.get(),
-                    request.digest ? request.digest : EVP_sha256()) > 0,
+    Check(X509_sign(cert, request.issuer ? request.issuer->key.get() : id.key.get(), EVP_sha256()) >
+              0,
           "certificate signature");
 
     id.certPath = dir / (name + ".crt");
@@ -212,7 +210,7 @@ std::string AppendSignature(const std::string& content, const std::string& block
     return out + "~Module signature appended~\n";
 }
 
-TestPki MakeTestPki(const std::filesystem::path& dir, bool rsaSigner) {
+TestPki MakeTestPki(const std::filesystem::path& dir) {
     TestPki pki;
     std::filesystem::create_directories(dir);
     auto make = [&dir](const char* name, const char* commonName, const Identity* issuer,
@@ -232,23 +230,14 @@ TestPki MakeTestPki(const std::filesystem::path& dir, bool rsaSigner) {
     pki.intermediate = make("intermediate", "Verify Test Intermediate CA", &pki.root, 0x1002, ca);
     CertRequest leaf;
     leaf.subject = "/C=DE/O=Example Software/CN=Example Signer Ltd";
-    leaf.rsa = rsaSigner;
     // High bit set: the DER serial carries a leading zero octet.
     pki.signer = make("signer", nullptr, &pki.intermediate, 0x8F1E2D3C4B5A6978ULL, leaf);
-    leaf.rsa = false;
-    CertRequest expired = leaf;
-    expired.validFromDays = -30;
-    expired.validToDays = -1;
-    pki.expired = make("expired", nullptr, &pki.intermediate, 0x2001, expired);
     CertRequest server = leaf;
     server.extendedUsage = {NID_server_auth};
     pki.wrongUsage = make("wrong_usage", nullptr, &pki.intermediate, 0x2002, server);
     pki.selfSigned = make("self_signed", nullptr, nullptr, 0x2003, leaf);
     pki.nonAscii = make("non_ascii", "Z\xC3\xBCrich Sign\xC3\xA9 \xE5\x8C\x97\xE4\xBA\xAC",
                         &pki.intermediate, 0x2004);
-    CertRequest sha1 = leaf;
-    sha1.digest = EVP_sha1();
-    pki.sha1Cert = make("sha1_cert", nullptr, &pki.intermediate, 0x2005, sha1);
     pki.rejectedRoot = make("rejected_root", "Verify Test Rejected Root", nullptr, 0x3001, ca);
     pki.belowRejected =
         make("below_rejected", "Signer Below Rejected Root", &pki.rejectedRoot, 0x3002);

@@ -38,13 +38,10 @@ struct CertRequest {
     std::string subject;               // UTF-8, as "openssl req -subj" takes it: "/C=DE/CN=Name"
     const Identity* issuer = nullptr;  // null: self-signed
     uint64_t serial = 1;
-    long validFromDays = -1;  // relative to now
-    long validToDays = 365;
+    long validToDays = 365;  // from now; valid since a day ago
     bool ca = false;
     std::vector<int> extendedUsage = {NID_code_sign};
-    std::string altEmail;            // an rfc822 subject alternative name
-    bool rsa = false;                // RSA 3072 instead of EC P-256
-    const EVP_MD* digest = nullptr;  // of the certificate's signature; null: SHA-256
+    std::string altEmail;  // an rfc822 subject alternative name
 };
 
 // Makes the key and certificate and writes them to `dir`/`name`.{crt,key}.
@@ -72,11 +69,9 @@ struct TestPki {
     Identity root;           // trusted
     Identity intermediate;   // below root
     Identity signer;         // below intermediate, code signing
-    Identity expired;        // below intermediate, expired
     Identity wrongUsage;     // below intermediate, server authentication only
     Identity selfSigned;     // trusted by nobody
     Identity nonAscii;       // below intermediate, a subject name outside ASCII
-    Identity sha1Cert;       // below intermediate, certificate signed with SHA-1
     Identity rejectedRoot;   // in the store, rejected for code signing
     Identity belowRejected;  // below rejectedRoot
     Identity timestamper;    // below intermediate, time stamping
@@ -86,8 +81,8 @@ struct TestPki {
     std::filesystem::path trustDir;  // empty
 };
 
-// Builds the set under `dir`; `rsaSigner` gives the signer an RSA 3072 key.
-TestPki MakeTestPki(const std::filesystem::path& dir, bool rsaSigner = false);
+// Builds the set under `dir`.
+TestPki MakeTestPki(const std::filesystem::path& dir);
 
 // The program's set, made before its first test: libcrypto reads its store once.
 const TestPki& VerifyPki();

@@ -8,8 +8,6 @@
 
 #include "base/guid.h"
 #include "base/utf_string_conversions.h"
-#include "model/extension.h"
-#include "model/setting_map.h"
 #include "platform/platform.h"
 
 namespace qzetest {
@@ -76,8 +74,7 @@ void LoadedSample::SetUp() {
             {"key": "im_enable_burn_chat", "value": "TRUE"},
             {"key": "vorn.feature.sms.enabled", "value": "true"},
             {"key": "with_default", "value": "", "defaultValue": "dflt"},
-            {"key": "no_value", "defaultValue": "x"}, {"key": "number", "value": 5},
-            {"key": "empty", "value": ""}, {"value": "no key"}, {"key": "", "value": "empty key"},
+            {"key": "no_value", "defaultValue": "x"}, {"key": "empty", "value": ""},
             {"key": "dup", "value": "1"}, {"key": "dup", "value": "2"}, "not an object"]},
         {"id": ""}, {"configurations": []}, "not an object",
         {"id": "mail", "configurations": [{"key": "old", "value": "1"}]},
@@ -121,26 +118,6 @@ void LoadedSample::SetUp() {
     loadLog = CaptureLog();
     ASSERT_TRUE(manager.LoadAllExtensionInfos());
     log = CaptureLog();
-}
-
-std::string Describe(const qzextensionkit::Extension& record) {
-    std::string text = record.GetVersion() + "|" + record.GetClsid() + "|" + record.GetIid() +
-                       (record.IsSingleton() ? "|single|" : "|multi|") + record.GetUnifiedId() +
-                       "|";
-    for (auto& payload : record.GetPayloads()) {
-        text += payload.first + "=" + payload.second + ";";
-    }
-    text += "|";
-    for (auto& constraint : record.GetConstraints()) {
-        text += constraint.first + "=";
-        for (auto& value : constraint.second) {
-            text += value + ",";
-        }
-        text += ";";
-    }
-    qzextensionkit::SettingMap settings = record.GetSettingMap();
-    return text + "|" + settings.modalPosition + "," + settings.modalSize + "," +
-           settings.openType + "," + settings.url;
 }
 
 }  // namespace qzetest

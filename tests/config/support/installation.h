@@ -96,8 +96,4 @@ inline std::vector<std::string> Ids(
     return ids;
 }
 
-// version|clsid|iid|single or multi|unifiedId|payloads|constraints|
-// modalPosition,modalSize,openType,url of one record.
-std::string Describe(const qzextensionkit::Extension& record);
-
 }  // namespace qzetest

@@ -39,17 +39,13 @@ inline std::shared_ptr<qzextensionkit::QZExtensionAuthInfo> RemoteAuth(const std
 // A host's data source whose answer to FetchConfig the test chooses.
 class FakeSource : public qzextensionkit::IQZERemoteConfigDataSource {
 public:
-    enum class Answer { kSucceed, kFail, kTwice, kNever };
+    enum class Answer { kSucceed, kFail };
 
     void FetchConfig(const std::function<void()>& onSuccess,
                      const std::function<void(const std::string&)>& onFailure) override {
         if (answer == Answer::kFail) {
-            onFailure(failureText);
-        }
-        for (int i = answer == Answer::kSucceed ? 1
-                     : answer == Answer::kTwice ? 2
-                                                : 0;
-             i > 0; --i) {
+            onFailure("timeout");
+        } else {
             onSuccess();
         }
     }
@@ -64,7 +60,6 @@ public:
     bool HasCachedConfig() override { return cached; }
 
     Answer answer = Answer::kSucceed;
-    std::string failureText = "timeout";
     bool fetched = true;
     bool cached = true;
     bool fill = true;
@@ -76,21 +71,16 @@ public:
 // A loaded installation for the remote merge and the access key lookups.
 //   host.tools     native bundle "bundle.tools": t1, t2
 //   adapter.panel  the adapter bundle's point: panel.local
-//   adapter.fresh  the adapter bundle's point with no records
-//   host.plain     a bundle with no library: p1
 // Mapped sources: web.src -> adapter.panel, native.src -> host.tools,
-// fresh.src -> adapter.fresh, plain.src -> host.plain, none.src -> adapter.none
-// (no such point).
+// none.src -> adapter.none (no such point).
 class RemoteSample : public ::testing::Test {
 protected:
     void SetUp() override {
         install.WriteMapping(R"({"web": {"src": {"extensionPointId": "adapter.panel",
                 "version": "2.0", "clsid": "{ACLS}", "iid": "{AIID}"}},
             "native": {"src": {"extensionPointId": "host.tools"}},
-            "fresh": {"src": {"extensionPointId": "adapter.fresh"}},
-            "plain": {"src": {"extensionPointId": "host.plain"}},
             "none": {"src": {"extensionPointId": "adapter.none"}}})");
-        install.WriteConfig(R"({"artifacts": ["tools", "adapter", "plain"], "ExtensionAuthInfo": {
+        install.WriteConfig(R"({"artifacts": ["tools", "adapter"], "ExtensionAuthInfo": {
             "H5": {"https://a.example.com": [{"bundleId": "dup", "accessKey": "ka"}],
                    "https://b.example.com": [{"bundleId": "dup", "accessKey": "kb"}],
                    "https://h5.example.com": [{"bundleId": "web.app", "accessKey": "wk"},
@@ -102,12 +92,8 @@ protected:
             {"id": "t1", "version": "1.1", "clsid": "{T1}", "isSingleton": true},
             {"id": "t2", "version": "2.2", "clsid": "{T2}"}]}])"));
         install.WriteManifest("adapter", Manifest("extension_adapter", "", R"([
-            {"id": "adapter.panel", "iid": "{PANEL-IID}", "extensions": [{"id": "panel.local"}]},
-            {"id": "adapter.fresh", "iid": "{FRESH-IID}"}])",
+            {"id": "adapter.panel", "iid": "{PANEL-IID}", "extensions": [{"id": "panel.local"}]}])",
                                                   "bin/adapter.dll"));
-        install.WriteManifest(
-            "plain", Manifest("bundle.plain", "",
-                              R"([{"id": "host.plain", "extensions": [{"id": "p1"}]}])", ""));
         ASSERT_TRUE(manager.LoadAllExtensionInfos());
         source = std::make_shared<FakeSource>();
         log = CaptureLog();
@@ -132,23 +118,10 @@ protected:
     static std::map<std::string, std::vector<std::string>> AllShapes(
         qzextensionkit::IQZEConfigurationManager& of) {
         std::map<std::string, std::vector<std::string>> shapes;
-        for (const char* point :
-             {"host.tools", "adapter.panel", "adapter.fresh", "adapter.none", "host.plain"}) {
+        for (const char* point : {"host.tools", "adapter.panel", "adapter.none"}) {
             shapes[point] = Shape(of, point);
         }
         return shapes;
-    }
-
-    // The bundle ids the kit asks the host for; "<no call>" if it does not ask.
-    static std::vector<std::string> MissingKeys(qzextensionkit::QZEConfigurationManagerImpl& of) {
-        std::vector<std::string> asked{"<no call>"};
-        of.SetFetchExtensionAuthInfoCallback(
-            [&](std::vector<std::string> ids,
-                const std::function<void(const std::map<std::string, std::string>&)>&,
-                const std::function<void(const std::string&)>&) { asked = ids; });
-        of.CheckAndFetchExtensionAuthInfo();
-        of.SetFetchExtensionAuthInfoCallback(nullptr);
-        return asked;
     }
 
     Installation install;
