@@ -43,6 +43,14 @@ protected:
     }
 };
 
+// Reading files is the base tests' part; a folder exists but does not open,
+// as on Windows.
+TEST_F(PlatformTest, AFolderExistsButDoesNotOpen) {
+    TempDir dir;
+    EXPECT_TRUE(pf::FileExists(Wide(dir.path())) && !pf::OpenFileForRead(Wide(dir.path())) &&
+                pf::LastError() != 0);
+}
+
 TEST_F(PlatformTest, GuidsAreRandomVersionFourInBraceForm) {
     by::GUID a, b;
     ASSERT_TRUE(pf::CreateGuid(&a) && pf::CreateGuid(&b));

@@ -67,6 +67,7 @@ TEST_F(QzekitConfig, DecryptsAsTheKitReadsAndRefusesBadKeysAndFiles) {
          EncryptForConfig(json + std::string(1, '\0') + "garbage" + std::string(16, '\x10'), kKey),
          ""},
         {"encrypt", R"({"a": })", in + " is not JSON that the kit reads: "},
+        {"decrypt", "not-base64!", in + " is not base64 text\n"},
         {"decrypt", good + "\n",
          in + " is not base64 text: it holds line breaks or blanks, which the kit refuses"},
         {"decrypt", "AAAAAAAAAAAAAAAAAAAA",
