@@ -55,7 +55,6 @@ TEST_F(QzekitConfig, EncryptedFileLoadsInTheKitAndDecryptsBack) {
 // Decrypting gives the text the kit reads; a refusal leaves the output alone.
 TEST_F(QzekitConfig, DecryptsAsTheKitReadsAndRefusesBadKeysAndFiles) {
     const std::string json = R"({"a": 1})", in = Path("in");
-    const std::string good = EncryptForConfig(json + std::string(8, '\x08'), kKey);
     const struct {
         const char* direction;
         std::string in;
@@ -68,7 +67,7 @@ TEST_F(QzekitConfig, DecryptsAsTheKitReadsAndRefusesBadKeysAndFiles) {
          ""},
         {"encrypt", R"({"a": })", in + " is not JSON that the kit reads: "},
         {"decrypt", "not-base64!", in + " is not base64 text\n"},
-        {"decrypt", good + "\n",
+        {"decrypt", EncryptForConfig(json + std::string(8, '\x08'), kKey) + "\n",
          in + " is not base64 text: it holds line breaks or blanks, which the kit refuses"},
         {"decrypt", "AAAAAAAAAAAAAAAAAAAA",
          in + " is not AES-256-ECB ciphertext: it decodes to 15 bytes, not a whole number"},
