@@ -147,25 +147,24 @@ TEST(QzekitVerify, ReportsTheKitsChecksAndVerdict) {
                        [&row](char c) { return row.upper ? std::toupper(c) : c; });
         const fs::path bundle =
             WriteBundle(dir.path(), row.name, ReadBytes(path), given, texts.signMD5);
-        const bool fileCheck = !row.upper, accepted = row.accepted;
-        const std::string head = fileCheck
+        const std::string head = !row.upper
                                      ? tag + "Verify lib file md5 success.\nfile check: passed\n"
                                      : "file check: failed: the manifest's libFileMD5 is \"" +
                                            given + "\", the file's MD5 is " + md5 + "\n";
         ToolRun run = RunTool({"verify", U8(bundle)});
-        EXPECT_EQ(run.status, accepted ? 0 : 1) << run.err;
+        EXPECT_EQ(run.status, row.accepted ? 0 : 1) << run.err;
         EXPECT_EQ(run.out.rfind("library: " + U8(bundle) + "\\bin/lib\n" + head + tag, 0), 0u)
             << run.out;
         EXPECT_TRUE(Has(run.out, row.lastLine +
-                                     "\nsignature check: " + (accepted ? "passed" : "failed") +
-                                     "\nverdict: " + (accepted ? "accepted\n" : "rejected\n")))
+                                     "\nsignature check: " + (row.accepted ? "passed" : "failed") +
+                                     "\nverdict: " + (row.accepted ? "accepted\n" : "rejected\n")))
             << run.out;
         run = RunTool({"verify", "--json", U8(bundle)});
         EXPECT_TRUE(
-            run.status == (accepted ? 0 : 1) &&
+            run.status == (row.accepted ? 0 : 1) &&
             Has(run.out,
-                std::string("\"fileCheck\": {\"passed\": ") + (fileCheck ? "true" : "false")) &&
-            Has(run.out, std::string("\"verdict\": \"") + (accepted ? "accepted" : "rejected")))
+                std::string("\"fileCheck\": {\"passed\": ") + (row.upper ? "false" : "true")) &&
+            Has(run.out, std::string("\"verdict\": \"") + (row.accepted ? "accepted" : "rejected")))
             << run.out;
     }
 }

@@ -8,11 +8,10 @@
 
 namespace qzetest {
 
-// What one run of the tool printed and returned.
+// What one run of the tool returned and printed.
 struct ToolRun {
-    int status = -1;
-    std::string out;
-    std::string err;
+    int status;
+    std::string out, err;
 };
 
 // Runs qzekit in this process with UTF-8 arguments (no program name).
@@ -21,13 +20,9 @@ inline ToolRun RunTool(const std::vector<std::string>& arguments) {
     for (const std::string& argument : arguments) {
         argv.push_back(argument.c_str());
     }
-    std::ostringstream out;
-    std::ostringstream err;
-    ToolRun run;
-    run.status = qzekit::Run(static_cast<int>(argv.size()), argv.data(), out, err);
-    run.out = out.str();
-    run.err = err.str();
-    return run;
+    std::ostringstream out, err;
+    const int status = qzekit::Run(static_cast<int>(argv.size()), argv.data(), out, err);
+    return {status, out.str(), err.str()};
 }
 
 }  // namespace qzetest
