@@ -75,13 +75,12 @@ TEST_F(ObjectContainerTest, CreatorObjectsAreNewEachTimeUnlessSingletonAndRefusa
     EXPECT_THAT(Tail(2), ElementsAre(ClassLine("get singleton object failed, because of object "
                                                "didn't founded"),
                                      ClassLine("set singleton object success")));
-    EXPECT_EQ(Create(), &objects_[0]);
-    EXPECT_EQ(objects_[0].refs, 2u);  // the caller's and the table's
+    EXPECT_TRUE(Create() == &objects_[0] &&
+                objects_[0].refs == 2u);  // the caller's and the table's
     EXPECT_THAT(Tail(2), ElementsAre(ClassLine("get singleton object success"),
                                      Line("create object instance by creator success")));
     ASSERT_TRUE(container_.UnRegister(kClass));
-    EXPECT_EQ(Tail(1)[0], ClassLine("unregister success"));
-    EXPECT_EQ(objects_[0].refs, 1u);
+    EXPECT_TRUE(Tail(1)[0] == ClassLine("unregister success") && objects_[0].refs == 1u);
     // A second registration keeps the first creator and flag.
     log_->Clear();
     ASSERT_TRUE(container_.Register(Objects(), kClass, false));
@@ -163,8 +162,8 @@ TEST_F(ObjectContainerTest, LibraryObjectsAreNewEachTimeUnlessSingletonAndFailur
                                      ClassLine("get singleton object success", id),
                                      Line("create object instance success")));
     // Caller and table; the hit added nothing.
-    EXPECT_EQ(a->Release(), 1u);
-    EXPECT_EQ(qzetest::CallCountExport(completePath, "TestLiveObjects"), 1);
+    EXPECT_TRUE(a->Release() == 1u &&
+                qzetest::CallCountExport(completePath, "TestLiveObjects") == 1);
     auto fails = [&](const std::string& classId, by::CComLoader* with) {
         void* out = nullptr;
         EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(iid, classId, false, with, &out) ||
