@@ -80,7 +80,7 @@ TEST(DictionaryValue, PathsWalkLevelsWhileHasKeyIsLiteral) {
     EXPECT_TRUE(dict.GetBoolean("a.c", &b) && b);
 }
 
-TEST(DictionaryValue, RemovalSwapFromAndListRemoval) {
+TEST(DictionaryValue, RemovalFromAndListRemoval) {
     DictionaryValue dict;
     dict.SetInteger("a.b.c", 1);
     dict.SetInteger("a.x", 2);
@@ -93,10 +93,6 @@ TEST(DictionaryValue, RemovalSwapFromAndListRemoval) {
     EXPECT_TRUE(dict.RemovePath("a.b.c", nullptr) && !dict.HasKey("a"));
     EXPECT_TRUE(dict.Remove("k.l", nullptr) && dict.HasKey("k"));
     EXPECT_TRUE(dict.RemoveWithoutPathExpansion("k", nullptr) && dict.empty());
-    DictionaryValue other;
-    other.SetString("o", "x");
-    dict.Swap(&other);
-    EXPECT_TRUE(dict.HasKey("o") && other.empty());
     EXPECT_NE(DictionaryValue::From(std::unique_ptr<Value>(new DictionaryValue())), nullptr);
     EXPECT_EQ(DictionaryValue::From(std::make_unique<ListValue>()), nullptr);
 
