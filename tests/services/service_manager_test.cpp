@@ -100,10 +100,8 @@ TEST_F(ServiceManagerImpl, RegistrationsAreRefusedWithTheirLineOrServeTheClasses
     EXPECT_EQ(
         stored->serviceName + "|" + stored->interfaceId + "|" + manager->GetServiceClassId("Two"),
         std::string("|") + IEcho::kId + "|{c}");
-    IEcho* a = Get("Two");
-    IEcho* b = Get("Two");
-    ASSERT_TRUE(a && b && a != b);
-    EXPECT_EQ(Take(), Lines{});
+    IEcho *a = Get("Two"), *b = Get("Two");
+    ASSERT_TRUE(a && b && a != b && Take().empty());
     EXPECT_EQ(a->Release() + b->Release(), 0u);
 }
 
@@ -124,8 +122,7 @@ TEST_F(ServiceManagerImpl, ASingletonIsMadeOnceAndEachPointerCarriesAReference) 
     EXPECT_TRUE(manager->SetSingletonObject("{c}", static_cast<IEcho*>(other)));
     EXPECT_EQ(static_cast<IEcho*>(other)->Release(), 0u);
     first->Release(), first->Release();
-    EXPECT_EQ(EchoService::live.load(), 1);  // the table's, until TearDown
-    EXPECT_EQ(Take(), Lines{});
+    EXPECT_TRUE(EchoService::live == 1 && Take().empty());  // the table's, until TearDown
 }
 
 // Creators never store a pointer here; a failed one runs again next time.
@@ -178,8 +175,8 @@ TEST_F(ServiceManagerImpl, FailuresGiveNullAndLogTheirLinesEachTime) {
                              "registered",
                              notFound("{d}"),
                              "impl - set singleton object failed, because of class id is empty"}));
-    EXPECT_EQ(calls, 8);
-    EXPECT_EQ(made->Release(), 1u);  // the failed queries left the count alone
+    // The failed queries left the count alone.
+    EXPECT_TRUE(calls == 8 && made->Release() == 1u);
     try {
         manager->GetServiceClassId("Other");
         ADD_FAILURE() << "no exception";
@@ -196,8 +193,7 @@ TEST(ServiceManagerFacade, HandsOutInterfacesAcrossInitSdkAndUnInitialize) {
     QZServiceManager* facade = QZServiceManager::GetInstance();
     ASSERT_TRUE(facade->RegisterService<EchoService>("Facade.Echo", "{f1}", IEcho::kId, true));
     IEcho* echo = facade->GetService<IEcho>("Facade.Echo");
-    ASSERT_NE(echo, nullptr);
-    EXPECT_EQ(echo->Echo(41), 42);
+    ASSERT_TRUE(echo && echo->Echo(41) == 42);
     facade->UnInitialize();
     log->Clear();
     // An empty facade fails silently.
