@@ -156,12 +156,13 @@ uint64_t LoadWord(const char* p) {
     return word;
 }
 
-// Whether all eight bytes of |word| are digits: no byte leaves 0x30..0x39
-// when 6 is added or when its high half is looked at.
-bool EightDigits(uint64_t word) {
-    return ((word & 0xF0F0F0F0F0F0F0F0ull) |
-            (((word + 0x0606060606060606ull) & 0xF0F0F0F0F0F0F0F0ull) >> 4)) ==
-           0x3333333333333333ull;
+// One bit set in each byte of |word| that is not a digit, among others; the
+// lowest set bit is always in the first such byte. A digit is 0x30 to 0x39:
+// its high half is 3, and adding 6 leaves it 3. An add can carry into the
+// next byte only from a byte that is not a digit, so only later bytes suffer.
+uint64_t NonDigits(uint64_t word) {
+    return ((word & 0xF0F0F0F0F0F0F0F0ull) ^ 0x3030303030303030ull) |
+           (((word + 0x0606060606060606ull) & 0xF0F0F0F0F0F0F0F0ull) ^ 0x3030303030303030ull);
 }
 
 // The value of eight digits, the first in the lowest byte: pairs, then
@@ -175,14 +176,32 @@ uint32_t EightDigitsValue(uint64_t word) {
     return static_cast<uint32_t>(word);
 }
 
+constexpr uint64_t kPowersOfTen[9] = {1,      10,      100,      1000,     10000,
+                                      100000, 1000000, 10000000, 100000000};
+
 // Passes the digits at |p|, adding them to |value| in decimal. |value| is
 // only exact while it has at most 19 digits; the caller counts them.
-const char* ScanDigits(const char* p, const char* end, uint64_t* value) {
+inline const char* ScanDigits(const char* p, const char* end, uint64_t* value) {
     uint64_t v = *value;
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    while (end - p >= 8 && EightDigits(LoadWord(p))) {
-        v = v * 100000000 + EightDigitsValue(LoadWord(p));
-        p += 8;
+    while (end - p >= 8) {
+        const uint64_t word = LoadWord(p);
+        const uint64_t others = NonDigits(word);
+        if (others == 0) {
+            v = v * 100000000 + EightDigitsValue(word);
+            p += 8;
+            continue;
+        }
+        // The digits before the first other byte, moved to the top of the
+        // word behind as many "0"s.
+        const unsigned count = static_cast<unsigned>(__builtin_ctzll(others)) / 8;
+        if (count != 0) {
+            const uint64_t padded =
+                (word << (8 * (8 - count))) | (0x3030303030303030ull >> (8 * count));
+            v = v * kPowersOfTen[count] + EightDigitsValue(padded);
+        }
+        *value = v;
+        return p + count;
     }
 #endif
     while (p < end && IsDigit(*p)) {
