@@ -119,10 +119,6 @@ std::size_t NonAsciiCharLength(const unsigned char* p, const unsigned char* end)
 }
 
 #if QZEKIT_JSON_SSE2
-unsigned LowestBit(unsigned mask) {
-    return static_cast<unsigned>(__builtin_ctz(mask));
-}
-
 // Sixteen bytes from |p|, one bit per byte that is a quote, a backslash or
 // not ASCII.
 unsigned StringStops16(const char* p) {
@@ -139,6 +135,20 @@ unsigned NonSpaces16(const char* p) {
     const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
     return ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(chunk, _mm_set1_epi8(' ')))) &
            0xFFFFu;
+}
+
+// Passes sixteen bytes at a time while |Marks| marks none of them. Stops at
+// the first marked byte, or where fewer than sixteen are left.
+template <unsigned (*Marks)(const char*)>
+const char* SkipUnmarked(const char* p, const char* end) {
+    while (end - p >= 16) {
+        const unsigned marked = Marks(p);
+        if (marked != 0) {
+            return p + __builtin_ctz(marked);
+        }
+        p += 16;
+    }
+    return p;
 }
 #else
 constexpr uint64_t kEightSpaces = 0x2020202020202020ull;
@@ -290,14 +300,7 @@ void Parser::SkipWhitespaceAndComments() {
     while (pos_ < end_) {
         // Indentation comes in runs: pass them without the switch.
 #if QZEKIT_JSON_SSE2
-        while (end_ - pos_ >= 16) {
-            const unsigned others = NonSpaces16(pos_);
-            if (others != 0) {
-                pos_ += LowestBit(others);
-                break;
-            }
-            pos_ += 16;
-        }
+        pos_ = SkipUnmarked<NonSpaces16>(pos_, end_);
 #else
         while (end_ - pos_ >= 8 && LoadWord(pos_) == kEightSpaces) {
             pos_ += 8;
@@ -559,14 +562,7 @@ bool Parser::ScanString(const char** view, std::size_t* view_length, std::string
         return kStringStop.stop[static_cast<unsigned char>(*q)];
     };
 #if QZEKIT_JSON_SSE2
-    while (end_ - p >= 16) {
-        const unsigned found = StringStops16(p);
-        if (found != 0) {
-            p += LowestBit(found);
-            break;
-        }
-        p += 16;
-    }
+    p = SkipUnmarked<StringStops16>(p, end_);
 #endif
     while (end_ - p >= 4 && !stops(p) && !stops(p + 1) && !stops(p + 2) && !stops(p + 3)) {
         p += 4;
@@ -594,13 +590,9 @@ bool Parser::DecodeEscapes(const char* begin, const char* p, std::string* out) {
     const char* run = begin;
     while (p < end_) {
 #if QZEKIT_JSON_SSE2
-        if (end_ - p >= 16) {
-            const unsigned found = StringStops16(p);
-            if (found == 0) {
-                p += 16;
-                continue;
-            }
-            p += LowestBit(found);
+        p = SkipUnmarked<StringStops16>(p, end_);
+        if (p == end_) {
+            break;
         }
 #endif
         unsigned char c = static_cast<unsigned char>(*p);
