@@ -54,9 +54,10 @@ QZEKIT_EXPORT std::string LoaderMessage();
 // True when a debugger is attached to this process: IsDebuggerPresent on
 // Windows, a tracer (non-zero "TracerPid:" in /proc/self/status) on Linux.
 QZEKIT_EXPORT bool DebuggerPresent();
-// Writes text to the debugger channel, as it stands (no line end added), but
-// only while a debugger is attached: on Linux that channel is standard error,
-// which is the host's console. A capture set by a test gets the text always.
+// Writes text to the debugger channel, as it stands (no line end added). On
+// Linux that channel is standard error, the host's console, so the text is
+// written there only while a debugger is attached. A capture set by a test
+// gets the text always.
 QZEKIT_EXPORT void DebugOutput(const char* text);
 
 // ---- Module path and files -------------------------------------------------

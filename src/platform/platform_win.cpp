@@ -351,11 +351,9 @@ void DebugOutput(const char* text) {
     if (!text || internal::CaptureDebugOutput(text)) {
         return;
     }
-    // Without a debugger of its own the process stays quiet, even when a
-    // system-wide listener would pick the text up.
-    if (DebuggerPresent()) {
-        ::OutputDebugStringA(text);
-    }
+    // Costs little without a listener, and a system-wide one (DebugView)
+    // sees the lines without a debugger attached.
+    ::OutputDebugStringA(text);
 }
 
 std::wstring ExecutablePath() {
