@@ -174,8 +174,8 @@ void QZEConfigurationManagerImpl::GetAllExtensionInfos(std::vector<Extension*>& 
 }
 
 void QZEConfigurationManagerImpl::GetAllArtifacts(std::vector<Artifact*>& artifacts) {
-    for (auto& entry : this->artifacts) {
-        artifacts.push_back(entry.artifact.get());
+    for (auto& artifact : this->artifacts) {
+        artifacts.push_back(artifact.get());
     }
 }
 

@@ -81,13 +81,6 @@ private:
 
     using ExtensionList = std::list<std::shared_ptr<Extension>>;
 
-    // A bundle named by config.json, with the directory it was read from.
-    // The artifact is null when the manifest held JSON that is no object.
-    struct ArtifactEntry {
-        std::unique_ptr<Artifact> artifact;
-        base::FilePath directory;
-    };
-
     // Paths, all beside the host's executable.
     static std::wstring GetExecutableDir();
     base::FilePath GetExtensionsDir();
@@ -133,7 +126,9 @@ private:
     // Every point of every bundle that passed the foundation check; the
     // artifacts own them.
     std::list<ExtensionPoint*> extensionPoints;
-    std::list<ArtifactEntry> artifacts;
+    // One per bundle named by config.json; null when the manifest held JSON
+    // that is no object.
+    std::list<std::unique_ptr<Artifact>> artifacts;
     std::map<std::string, std::map<std::string, std::string>> moduleConfigurations;
     std::list<std::unique_ptr<QZExtensionAuthInfo>> extensionAuthInfos;
     base::Version foundationVersion;

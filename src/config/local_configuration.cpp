@@ -218,27 +218,24 @@ void QZEConfigurationManagerImpl::LoadArtifacts(base::DictionaryValue* root,
         // A manifest that is JSON but no object reads as true with no
         // artifact; the entry is kept and passed over when collecting.
         Hold hold(lock);
-        artifacts.push_back(ArtifactEntry{std::unique_ptr<Artifact>(artifact), directory});
+        artifacts.emplace_back(artifact);
     }
 }
 
 void QZEConfigurationManagerImpl::CollectExtensionInfos() {
-    for (auto& entry : artifacts) {
-        if (!entry.artifact) {
-            Log()->LogMessage(0,
-                              "configuration manager impl - collect extension infos passed over "
-                              "bundle %s, because of its manifest.json is not an object",
-                              base::WideToUTF8(entry.directory.value()).c_str());
+    for (auto& artifact : artifacts) {
+        // Passed over silently, like a manifest that doesn't parse.
+        if (!artifact) {
             continue;
         }
         // A bundle that wants a newer foundation stays installed, without
         // extensions in force.
-        if (!FoundationVersionFits(entry.artifact->GetFoundationVersion(),
+        if (!FoundationVersionFits(artifact->GetFoundationVersion(),
                                    foundationVersion.components())) {
             continue;
         }
         std::list<ExtensionPoint*> points;
-        entry.artifact->GetExtensionPoints(points);
+        artifact->GetExtensionPoints(points);
         for (ExtensionPoint* point : points) {
             AppendExtensionPoint(point);
         }

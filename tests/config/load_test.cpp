@@ -112,9 +112,6 @@ TEST_F(LoadedSample, BrokenBundlesDuplicatesAndLookups) {
     EXPECT_EQ(std::count(loadLog->lines.begin(), loadLog->lines.end(),
                          std::make_pair(2, std::string("[QZExtensionKit] "))),
               2);
-    EXPECT_TRUE(loadLog->Contains(qzetest::ConfigLine(
-        "collect extension infos passed over bundle " + base::WideToUTF8(install.root().wstring()) +
-        "\\extensions\\listroot, because of its manifest.json is not an object")));
     // The manifest that is JSON but no object leaves an empty place.
     auto artifacts = Artifacts(manager);
     ASSERT_EQ(artifacts.size(), 7u);
