@@ -150,8 +150,6 @@ const char* SkipUnmarked(const char* p, const char* end) {
     }
     return p;
 }
-#else
-constexpr uint64_t kEightSpaces = 0x2020202020202020ull;
 #endif
 
 bool IsDigit(char c) {
@@ -301,13 +299,6 @@ void Parser::SkipWhitespaceAndComments() {
         // Indentation comes in runs: pass them without the switch.
 #if QZEKIT_JSON_SSE2
         pos_ = SkipUnmarked<NonSpaces16>(pos_, end_);
-#else
-        while (end_ - pos_ >= 8 && LoadWord(pos_) == kEightSpaces) {
-            pos_ += 8;
-        }
-        if (end_ - pos_ >= 4 && std::memcmp(pos_, "    ", 4) == 0) {
-            pos_ += 4;
-        }
 #endif
         if (pos_ == end_) {
             return;
@@ -399,7 +390,7 @@ Token Parser::TokenAt() const {
 
 Token Parser::NextToken() {
     // Most tokens follow the last one directly.
-    if (pos_<end_&& static_cast<unsigned char>(*pos_)> ' ' && *pos_ != '/' &&
+    if (pos_ < end_ && (static_cast<unsigned char>(*pos_) > ' ') && *pos_ != '/' &&
         pos_ != skipped_from_) {
         return TokenAt();
     }
@@ -557,17 +548,11 @@ bool Parser::ScanString(const char** view, std::size_t* view_length, std::string
                         bool* plain) {
     const char* begin = pos_ + 1;
     const char* p = begin;
-    // Four bytes a round while there are: one bound test for four.
-    const auto stops = [](const char* q) {
-        return kStringStop.stop[static_cast<unsigned char>(*q)];
-    };
 #if QZEKIT_JSON_SSE2
     p = SkipUnmarked<StringStops16>(p, end_);
 #endif
-    while (end_ - p >= 4 && !stops(p) && !stops(p + 1) && !stops(p + 2) && !stops(p + 3)) {
-        p += 4;
-    }
-    while (p < end_ && !stops(p)) {
+    // With SSE2, only the last few bytes of the text are left to this loop.
+    while (p < end_ && !kStringStop.stop[static_cast<unsigned char>(*p)]) {
         ++p;
     }
     if (p < end_ && *p == '"') {
@@ -760,8 +745,9 @@ Value* Parser::ConsumeNumber() {
         }
         const char* exponent = p;
         while (p < end_ && IsDigit(*p)) {
-            // Far beyond any double either way; the long path decides.
-            exponent10 = exponent10 < 100000 ? exponent10 * 10 + (*p - '0') : exponent10;
+            // Far beyond any double either way, and beyond the leading zeros
+            // of any text under 100 MB; the long path decides.
+            exponent10 = exponent10 < 100000000 ? exponent10 * 10 + (*p - '0') : exponent10;
             ++p;
         }
         if (p == exponent) {
@@ -813,35 +799,17 @@ Value* Parser::ConsumeNumber() {
     auto result = std::from_chars(number_start, number_end, value);
     if (result.ec == std::errc::result_out_of_range) {
         // Too small rounds to zero; too large is refused below. The number
-        // is too small when its leading digit stands after the point.
-        long long exponent = 0;
-        const char* e = number_start;
-        while (e < number_end && *e != 'e' && *e != 'E') {
-            ++e;
-        }
-        if (e < number_end) {
-            bool negative = e[1] == '-';
-            for (const char* d = e + ((e[1] == '-' || e[1] == '+') ? 2 : 1); d < number_end; ++d) {
-                exponent = exponent < 100000000 ? exponent * 10 + (*d - '0') : exponent;
-            }
-            if (negative) {
-                exponent = -exponent;
-            }
-        }
-        // Position of the first significant digit relative to the point.
-        long long magnitude = 0;
-        const char* d = digits;
-        if (*d == '0') {
-            d += (d + 1 < number_end && d[1] == '.') ? 2 : 1;
-            while (d < number_end && *d == '0') {
+        // is too small when its leading digit, moved by the exponent, stands
+        // after the point. |magnitude| is where that digit stands now.
+        int64_t magnitude = *digits == '0' ? 0 : static_cast<int64_t>(integer_digits);
+        if (*digits == '0' && fraction_digits != 0) {
+            // The zeros after "0." come first; the exponent letter ends them.
+            for (const char* d = digits + 2; d < number_end && *d == '0'; ++d) {
                 --magnitude;
-                ++d;
             }
-        } else {
-            magnitude = static_cast<long long>(integer_digits);
         }
-        if (magnitude + exponent <= 0) {
-            value = *number_start == '-' ? -0.0 : 0.0;
+        if (magnitude + exponent10 <= 0) {
+            value = negative ? -0.0 : 0.0;
         } else {
             value = std::numeric_limits<double>::infinity();
         }
