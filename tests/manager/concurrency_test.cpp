@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "component/object_container.h"
-#include "config/module_codes.h"
 #include "config/support/remote_sample.h"
 #include "kit/configuration_manager.h"
 #include "kit/service_manager.h"
@@ -71,8 +70,7 @@ struct StressSource : qzextensionkit::IQZERemoteConfigDataSource {
                        {RemoteRecord("t1", "remote.tools", title),
                         RemoteRecord("t2", "remote.tools", title)}},
                       {"web.panel", {RemoteRecord("w1", "web.panel", title)}}};
-        authInfos = {RemoteAuth("", "tools", "n" + title.at("title")),
-                     RemoteAuth("https://h5.example.com", "web.app", "k" + title.at("title"))};
+        authInfos = {RemoteAuth("", "tools", "n" + title.at("title"))};
     }
     bool HasFetchedConfig() override { return true; }
     bool HasCachedConfig() override { return true; }
@@ -135,11 +133,7 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
         "web": {"panel": {"extensionPointId": "stress.panel", "clsid": ")") +
                          kProbeClass + R"(", "isSingleton": false}}})");
     install.WriteConfig(R"({"artifacts": ["tools", "extension_adapter", "single"],
-        "modules": [{"id": "mail"}, {"id": "core", "configurations": [
-            {"key": "im_enable_parse_link", "value": "true"}]}],
-        "ExtensionAuthInfo": {
-            "H5": {"https://h5.example.com": [{"bundleId": "web.app", "accessKey": "k0"}]},
-            "Native": [{"bundleId": "tools", "accessKey": "n0"}]}})");
+        "ExtensionAuthInfo": {"Native": [{"bundleId": "tools", "accessKey": "n0"}]}})");
     ASSERT_TRUE(kit()->Load());
     auto* config = qzextensionkit::QZEConfigurationManager::GetInstance();
     auto* services = qzextensionkit::QZServiceManager::GetInstance();
@@ -172,17 +166,6 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
                       shared == notification,
                   "panel record, singleton and service");
             ReleaseObject(panel), ReleaseObject(again), ReleaseObject(shared);
-        },
-        [&] {
-            bool mail = false, parse = false;
-            const std::string key = config->GetExtensionAccessKey("tools");
-            const std::string web = config->GetExtensionAccessKey("web.app");
-            check(config->IsModuleEnabled(qzextensionkit::kModuleMail, mail) && mail &&
-                      config->IsFeatueEnabled(qzextensionkit::kFeatureImEnableParseLink, parse) &&
-                      parse && (key == "nA" || key == "nB") && (web == "kA" || web == "kB") &&
-                      config->GetH5ExtensionBundleId(
-                          "https://h5.example.com/appName_web.app/index.html") == "web.app",
-                  "switches, access keys and H5 bundle id");
         },
         // The unlocked walk, kept apart from merges.
         [&] {

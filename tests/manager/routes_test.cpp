@@ -24,11 +24,9 @@ std::string FullPoint(const std::string& point, const std::string& id, const std
 
 TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
     const std::string all = R"("host": "https://h", "openType": "tab")";
-    AddBundle(
-        "lib",
-        FullPoint("p.lib", "e1", kProbeClass, all) + ", " +
-            FullPoint("p.notype", "e2", kProbeClass, R"("host": "https://h", "openType": "")") +
-            ", " + FullPoint("p.nohost", "e3", kProbeClass, R"("host": "", "openType": "tab")"));
+    AddBundle("lib",
+              FullPoint("p.lib", "e1", kProbeClass, all) + ", " +
+                  FullPoint("p.nohost", "e3", kProbeClass, R"("host": "", "openType": "tab")"));
     AddBundle("reg", FullPoint("p.reg", "e4", kRegisteredClass, all), "", nullptr);
     std::string asked;
     auto creator = [&asked](const std::string& iid, const std::string& classId, void** out) {
@@ -53,7 +51,6 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
         std::string ids, launch, route;
     } rows[] = {
         {"p.lib", "lib", "ext=e1;unified=u", "pos,size,https://h/x,tab", fromLibrary},
-        {"p.notype", "lib", "ext=e2;unified=u", ",,,", fromLibrary},
         {"p.nohost", "lib", "ext=e3;unified=u", ",,,", fromLibrary},
         {"p.reg", "reg", "ext=;unified=", ",,,", fromRegistry},
     };
@@ -116,7 +113,7 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
     AddBundle("good", Point("p.good", kProbeIid, {{"good", kProbeClass}}) + ", " +
                           Point("", "", {{"nopoint", ""}}) + ", " +
                           Point("p.nocls", kProbeIid, {{"nocls", ""}}) + ", " +
-                          Point("p.plain", kProbeIid, {{"notarget", kPlainExtensionClass}}));
+                          Point("p.plain", kGreeterIid, {{"notarget", kProbeClass}}));
     AddBundle("greeter", Point("p.greeter", kGreeterIid, {{"nobase", kGreeterClass}}), "",
               "qzekit_plugin_complete");
     AddBundle("reg",
@@ -148,8 +145,8 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
         // The factory itself is asked for the base interface.
         {"nobase",
          libLine(kGreeterClass, kGreeterIid) + " failed, because of create object instance failed"},
-        {"notarget", libLine(kPlainExtensionClass, kProbeIid) +
-                         " failed, because of query target interface failed"},
+        {"notarget",
+         libLine(kProbeClass, kGreeterIid) + " failed, because of query target interface failed"},
         {"unregistered", create},
         {"creatorfails", regLine(regFails) + " failed, because of create object instance failed"},
         {"regnobase", regLine(regNoBase) + " failed, because of query base interface failed"},

@@ -60,12 +60,9 @@ inline ITestExtensionProbe* Probe(void* object) {
 // One "name=value" field of what a probe object saw; "?" when it has none.
 inline std::string SeenField(void* object, const std::string& name) {
     const std::string seen = object != nullptr ? ";" + std::string(Probe(object)->Seen()) : "";
-    size_t at = seen.find(";" + name + "=");
-    if (at == std::string::npos) {
-        return "?";
-    }
-    at += name.size() + 2;
-    return seen.substr(at, seen.find(';', at) - at);
+    const size_t at = seen.find(";" + name + "=");
+    const size_t from = at + name.size() + 2;
+    return at == std::string::npos ? "?" : seen.substr(from, seen.find(';', from) - from);
 }
 
 inline void ReleaseObject(void* object) {
