@@ -133,18 +133,6 @@ TEST_F(NotificationTest, WhatAnObserverMayDoDuringObserve) {
     }
 }
 
-TEST(NotificationObserverListTest, ANonZeroModeStopsAWalkAtItsStartingSize) {
-    std::string calls;
-    Named a("a", &calls), late("late", &calls);
-    QZNotificationObserverList list(1);
-    a.action = [&list, &late] { list.Add(&late); };
-    list.Add(&a);
-    list.Walk(1, kA, IQZNotificationService::NoParams());
-    EXPECT_EQ(
-        calls + "|" + std::to_string(list.SlotCount()) + "|" + std::to_string(list.NotifyDepth()),
-        "a|2|0");
-}
-
 TEST_F(NotificationTest, RegistrarRecordsAndTheServiceStayInStep) {
     QZExtensionKit::InitSDK();
     using R = QZNotificationRegistrar;

@@ -34,8 +34,7 @@ public:
                       const std::string& third, const Success& success,
                       const Failure& failure) override {
         asked.push_back(field + "|" + first + "|" + second + "|" + third);
-        keptSuccess = success;
-        keptFailure = failure;
+        keptSuccess = success, keptFailure = failure;
         return result;
     }
     // Answers with the kept callbacks from a thread of its own.
@@ -54,53 +53,41 @@ public:
     Failure keptFailure;
 };
 
-class OpenNetwork : public ::testing::Test {
-protected:
-    void SetUp() override {
-        QZExtensionKit::InitSDK();
-        log = qzetest::CaptureLog();
-        QZServiceManager::GetInstance()->Initialize(std::make_shared<QZServiceManagerImpl>());
-    }
-    void TearDown() override {
-        QZServiceManager::GetInstance()->Initialize(QZServiceManagerImpl::GetInstance());
-    }
-    void Install(const std::string& name) {
+// Copies send the same field; answers may come from another thread after the
+// API object is gone.
+TEST(OpenNetwork, TheServiceGetsTheFieldAndAnswersThroughAdaptedCallbacks) {
+    QZExtensionKit::InitSDK();
+    auto log = qzetest::CaptureLog();
+    QZServiceManager* services = QZServiceManager::GetInstance();
+    services->Initialize(std::make_shared<QZServiceManagerImpl>());
+    FakeNetService service;
+    Texts seen;
+    auto install = [&](const std::string& name) {
         QZServiceRegisterInfo info;
         info.serviceName = name;
         info.classId = "{6C1B3B0E-5E4F-4C8B-9A51-0D6F2A7C9E11}";
         info.interfaceId = "{0E0B7A52-9C3D-4F1E-8B26-3D5A9F47C210}";
-        info.creator = [this](void** out) {
-            return service.QueryInterface(by::GUID(), out) == by::kOk;
-        };
-        ASSERT_TRUE(QZServiceManager::GetInstance()->RegisterService(info));
-    }
-    bool Send(QZOpenNetworkAPI& api) {
+        info.creator = [&](void** out) { return service.QueryInterface(by::GUID(), out) == 0; };
+        ASSERT_TRUE(services->RegisterService(info));
+    };
+    auto send = [&](QZOpenNetworkAPI& api) {
         return api.StartRequest(
-            "GET", "/v1/items", "", [this](const std::string& text) { seen.push_back(text); },
-            [this](int code, const std::string& message) {
-                seen.push_back(std::to_string(code) + " " + message);
+            "GET", "/v1/items", "", [&](const std::string& text) { seen.push_back(text); },
+            [&](int code, const std::string& text) {
+                seen.push_back(std::to_string(code) + " " + text);
             });
-    }
-
-    FakeNetService service;
-    Texts seen;
-    std::shared_ptr<qzetest::CapturedLines> log;
-};
-
-// Copies send the same field; answers may come from another thread after the
-// API object is gone.
-TEST_F(OpenNetwork, TheServiceGetsTheFieldAndAnswersThroughAdaptedCallbacks) {
+    };
     QZOpenNetworkAPI original("one");
-    Install("OpenNetservice");  // one letter's case off: nothing is sent
-    EXPECT_FALSE(Send(original));
+    install("OpenNetservice");  // one letter's case off: nothing is sent
+    EXPECT_FALSE(send(original));
     EXPECT_TRUE(seen.empty() && service.asked.empty() && log->lines.size() == 1);
-    Install("OpenNetService");
+    install("OpenNetService");
     service.result = false;
-    EXPECT_FALSE(Send(original));  // the service's own answer
+    EXPECT_FALSE(send(original));  // the service's own answer
     service.result = true;
     {
         QZOpenNetworkAPI copy(original);
-        ASSERT_TRUE(Send(copy));
+        ASSERT_TRUE(send(copy));
     }
     service.AnswerLater();
     // Empty callbacks are safe to answer.
@@ -110,6 +97,7 @@ TEST_F(OpenNetwork, TheServiceGetsTheFieldAndAnswersThroughAdaptedCallbacks) {
     service.AnswerLater();
     EXPECT_EQ(seen, (Texts{"-404 not found", "{\"ok\":1}"}));
     EXPECT_EQ(service.asked, (Texts{"one|GET|/v1/items|", "one|GET|/v1/items|", "one|1|2|3"}));
+    services->Initialize(QZServiceManagerImpl::GetInstance());
 }
 
 }  // namespace
