@@ -18,9 +18,7 @@
 #include "component/object_container.h"
 #include "config/support/remote_sample.h"
 #include "kit/configuration_manager.h"
-#include "kit/service_manager.h"
 #include "manager/support/kit_host.h"
-#include "services/notification_service.h"
 
 namespace qzetest {
 namespace {
@@ -136,14 +134,10 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
         "ExtensionAuthInfo": {"Native": [{"bundleId": "tools", "accessKey": "n0"}]}})");
     ASSERT_TRUE(kit()->Load());
     auto* config = qzextensionkit::QZEConfigurationManager::GetInstance();
-    auto* services = qzextensionkit::QZServiceManager::GetInstance();
     config->SetRemoteConfigDataSource(source);
     ASSERT_TRUE(config->LoadRemoteConfig());
     void* single = nullptr;
     ASSERT_TRUE(kit()->GetExtension("stress.single", &single));
-    void* notification = services->GetService(qzextensionkit::kNotificationServiceName);
-    ASSERT_NE(notification, nullptr);
-    ReleaseObject(notification);
 
     auto check = [](bool ok, const char* what) { EXPECT_TRUE(ok) << what; };
     auto IsTitle = [](const std::string& title) { return title == "A" || title == "B"; };
@@ -159,13 +153,11 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
         },
         [&] {
             void *panel = nullptr, *again = nullptr;
-            void* shared = services->GetService(qzextensionkit::kNotificationServiceName);
             check(kit()->GetExtension("stress.panel", &panel) &&
                       SeenField(panel, "ext").size() == 38 && IsTitle(SeenField(panel, "title")) &&
-                      kit()->GetExtension("stress.single", &again) && again == single &&
-                      shared == notification,
-                  "panel record, singleton and service");
-            ReleaseObject(panel), ReleaseObject(again), ReleaseObject(shared);
+                      kit()->GetExtension("stress.single", &again) && again == single,
+                  "panel record and singleton");
+            ReleaseObject(panel), ReleaseObject(again);
         },
         // The unlocked walk, kept apart from merges.
         [&] {
