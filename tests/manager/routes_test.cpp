@@ -37,26 +37,25 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
     // Registered and in a library: built from the library.
     ASSERT_TRUE(kit()->RegisterExtension(creator, kProbeClass, false));
     ASSERT_TRUE(Load());
-    const std::string fromLibrary =
-        "create extension instance from dynamic library, class id:" + std::string(kProbeClass) +
-        ", iid:" + kProbeIid + ", singleton:false";
-    const std::string fromRegistry =
-        "create extension instance from registry, class id:" + std::string(kRegisteredClass) +
-        ", iid:" + kProbeIid;
     // Launch parameters need both openType and host. The registry route
     // keeps a reference of its own.
     const struct {
         const char* point;
         const char* folder;
-        std::string ids, launch, route;
+        std::string ids, launch;
     } rows[] = {
-        {"p.lib", "lib", "ext=e1;unified=u", "pos,size,https://h/x,tab", fromLibrary},
-        {"p.nohost", "lib", "ext=e3;unified=u", ",,,", fromLibrary},
-        {"p.reg", "reg", "ext=;unified=", ",,,", fromRegistry},
+        {"p.lib", "lib", "ext=e1;unified=u", "pos,size,https://h/x,tab"},
+        {"p.nohost", "lib", "ext=e3;unified=u", ",,,"},
+        {"p.reg", "reg", "ext=;unified=", ",,,"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.point);
-        const bool registry = row.route == fromRegistry;
+        const bool registry = row.folder == std::string("reg");
+        const std::string route =
+            registry ? "create extension instance from registry, class id:" +
+                           std::string(kRegisteredClass) + ", iid:" + kProbeIid
+                     : "create extension instance from dynamic library, class id:" +
+                           std::string(kProbeClass) + ", iid:" + kProbeIid + ", singleton:false";
         asked.clear();
         log->Clear();
         void* object = &object;
@@ -65,8 +64,8 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
             ManagerLines(),
             (std::vector<std::string>{
                 "get extension by extension point id:" + std::string(row.point),
-                "get extension list by extension point id:" + std::string(row.point), row.route,
-                row.route.substr(0, row.route.find(',')) + " success",
+                "get extension list by extension point id:" + std::string(row.point), route,
+                route.substr(0, route.find(',')) + " success",
                 "get extension list by extension point id success", "get extension list first item",
                 "get extension by extension point id success"}));
         const std::string root = RootText(row.folder);
@@ -110,10 +109,9 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
     const std::string regNoBase = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D11}";
     const std::string regNoTarget = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D12}";
     const std::string regFails = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D13}";
-    AddBundle("good", Point("p.good", kProbeIid, {{"good", kProbeClass}}) + ", " +
-                          Point("", "", {{"nopoint", ""}}) + ", " +
-                          Point("p.nocls", kProbeIid, {{"nocls", ""}}) + ", " +
-                          Point("p.plain", kGreeterIid, {{"notarget", kProbeClass}}));
+    AddBundle("lib", Point("", "", {{"nopoint", ""}}) + ", " +
+                         Point("p.nocls", kProbeIid, {{"nocls", ""}}) + ", " +
+                         Point("p.plain", kGreeterIid, {{"notarget", kProbeClass}}));
     AddBundle("greeter", Point("p.greeter", kGreeterIid, {{"nobase", kGreeterClass}}), "",
               "qzekit_plugin_complete");
     AddBundle("reg",
@@ -168,9 +166,6 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
             left->Release();
         }
         EXPECT_TRUE(NewObjects().empty());
-        object = nullptr;
-        ASSERT_TRUE(kit()->GetExtensionById("good", &object));
-        EXPECT_EQ(Probe(object)->Release(), 0u);
     }
     for (const std::string& registered : {regFails, regNoBase, regNoTarget}) {
         EXPECT_TRUE(kit()->unRegisterExtension(registered));
