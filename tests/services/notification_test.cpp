@@ -122,12 +122,6 @@ TEST_F(NotificationTest, RegistrarRecordsAndTheServiceStayInStep) {
         const char* reached;  // "observer reached on kA|registrars empty at the end"
         std::function<void(R*, int)> ops;
     } cases[] = {
-        // Remove through another registrar, or of a triple never added, does nothing.
-        {"x|01",
-         [&](R* r, int t) {
-             r[0].Add(Obs("x"), t, kA), r[1].Remove(Obs("x"), t, kA);
-             r[0].Remove(Obs("x"), t, kB), r[0].Remove(Obs("y"), t, kA);
-         }},
         // RemoveAll removes every record of its registrar only, finding each source by its key.
         {"z|10",
          [&](R* r, int t) {

@@ -22,11 +22,8 @@
 
 namespace qzetest {
 
-#if defined(_WIN32)
+// Libraries load by path, whatever their suffix.
 constexpr const char kExtensionLibrary[] = "bin/ext.dll";
-#else
-constexpr const char kExtensionLibrary[] = "bin/ext.so";
-#endif
 
 // One extension of a manifest; `more` holds further JSON members.
 struct Ext {
