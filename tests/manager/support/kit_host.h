@@ -100,15 +100,14 @@ protected:
                R"(, "extensionPoints": [)" + points + "]" +
                (extraMembers.empty() ? "" : ", " + extraMembers) + "}";
     }
-    // `points` is the JSON list without brackets. An empty `library` names
-    // the file without putting it there; null names no library.
+    // `points` is the JSON list without brackets; a null `library` names none.
     void AddBundle(const std::string& folder, const std::string& points,
                    const std::string& extraMembers = "",
                    const char* library = "qzekit_plugin_extension") {
         install.WriteManifest(folder,
                               BundleManifest(folder, points, extraMembers, library != nullptr));
         std::filesystem::create_directories(install.root() / "extensions" / folder / "bin");
-        if (library != nullptr && *library != '\0') {
+        if (library != nullptr) {
             std::filesystem::copy_file(BuiltPlugin(library),
                                        install.root() / "extensions" / folder / kExtensionLibrary);
         }
