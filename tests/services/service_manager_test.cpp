@@ -54,6 +54,7 @@ QZServiceRegisterInfo Record(const std::string& name, const std::string& classId
 class ServiceManagerImpl : public ::testing::Test {
 protected:
     void TearDown() override {
+        QZServiceManager::GetInstance()->Initialize(QZServiceManagerImpl::GetInstance());
         manager.reset();
         EXPECT_EQ(EchoService::live.load(), 0) << "an object outlived its holders";
     }
@@ -291,7 +292,6 @@ TEST_F(ServiceManagerImpl, TheNetworkFrontSendsItsFieldAndAnswersThroughAdaptedC
     service.AnswerLater();
     EXPECT_EQ(seen, (Lines{"-404 not found", "{\"ok\":1}"}));
     EXPECT_EQ(service.asked, (Lines{"one|GET|/v1/items|", "one|GET|/v1/items|", "one|1|2|3"}));
-    QZServiceManager::GetInstance()->Initialize(QZServiceManagerImpl::GetInstance());
 }
 
 }  // namespace
