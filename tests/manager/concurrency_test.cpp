@@ -1,12 +1,9 @@
 // Host threads on one loaded kit while remote configuration merges; sized
 // for ThreadSanitizer.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <deque>
 #include <functional>
 #include <mutex>
 #include <set>
@@ -16,12 +13,9 @@
 #include <vector>
 
 #include "component/object_container.h"
-#include "config/module_codes.h"
 #include "config/support/remote_sample.h"
 #include "kit/configuration_manager.h"
-#include "kit/service_manager.h"
 #include "manager/support/kit_host.h"
-#include "services/notification_service.h"
 
 namespace qzetest {
 namespace {
@@ -37,7 +31,6 @@ constexpr int kRacers = 8;
 constexpr int kRaceRounds = 25;
 
 const char kTitles[][2] = {"A", "B"};
-constexpr char kHostSingletonClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1F02}";
 
 // One pointer per object, whichever interface the kit handed out.
 by::IBaseUnknown* Identity(void* object) {
@@ -55,15 +48,19 @@ void SpinUntil(const std::atomic<int>& started, int all) {
     }
 }
 
-// A data source on a network thread of its own; each success turns to the
-// other round of data.
+// Answers each fetch at once, on the fetching thread: merges and cached
+// loads both hold the host's rules alone, so a thread of its own would add
+// no race. Every fifth fetch fails; each success turns to the other round.
 struct StressSource : qzextensionkit::IQZERemoteConfigDataSource {
     explicit StressSource(std::shared_mutex& hostRules) : hostRules_(hostRules) {}
     void FetchConfig(const std::function<void()>& onSuccess,
                      const std::function<void(const std::string&)>& onFailure) override {
-        std::lock_guard<std::mutex> hold(mutex_);
-        pending_.push_back({onSuccess, onFailure});
-        changed_.notify_all();
+        if (++fetches_ % kFailEvery == 0) {
+            return onFailure("offline");
+        }
+        std::unique_lock<std::shared_mutex> exclusive(hostRules_);
+        ++round_;
+        onSuccess();
     }
     void GetConfig(RemoteExtensions& extensions, RemoteAuthInfos& authInfos) override {
         const std::map<std::string, std::string> title = {{"title", kTitles[round_.load() % 2]}};
@@ -71,37 +68,14 @@ struct StressSource : qzextensionkit::IQZERemoteConfigDataSource {
                        {RemoteRecord("t1", "remote.tools", title),
                         RemoteRecord("t2", "remote.tools", title)}},
                       {"web.panel", {RemoteRecord("w1", "web.panel", title)}}};
-        authInfos = {RemoteAuth("", "tools", "n" + title.at("title")),
-                     RemoteAuth("https://h5.example.com", "web.app", "k" + title.at("title"))};
+        authInfos = {RemoteAuth("", "tools", "n" + title.at("title"))};
     }
     bool HasFetchedConfig() override { return true; }
     bool HasCachedConfig() override { return true; }
 
-    void Deliver(const std::atomic<bool>& stop) {
-        for (int n = 1;; ++n) {
-            std::unique_lock<std::mutex> hold(mutex_);
-            changed_.wait(hold, [&] { return !pending_.empty() || stop.load(); });
-            if (pending_.empty()) {
-                return;
-            }
-            const Pending next = std::move(pending_.front());
-            pending_.pop_front();
-            hold.unlock();
-            if (n % kFailEvery == 0) {
-                next.second("offline");
-                continue;
-            }
-            std::unique_lock<std::shared_mutex> exclusive(hostRules_);
-            ++round_;
-            next.first();
-        }
-    }
     std::atomic<int> round_{0};
-    using Pending = std::pair<std::function<void()>, std::function<void(const std::string&)>>;
+    int fetches_ = 0;
     std::shared_mutex& hostRules_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<Pending> pending_;
 };
 
 // A sink without a lock, which would order every logging call.
@@ -125,31 +99,15 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
                              {{"t1", kProbeClass, false, R"("payloads": {"title": "local"})"},
                               {"t2", kProbeClass}}));
     AddBundle("extension_adapter", Point("stress.panel", kProbeIid, {}));
-    // The host's own class: the library's singleton would outlive this test.
-    AddBundle("single", Point("stress.single", kProbeIid, {{"s1", kHostSingletonClass, true}}), "",
-              nullptr);
-    kit()->RegisterExtension(
-        [](const std::string& iid, const std::string&, void** out) { return HostProbe(iid, out); },
-        kHostSingletonClass, true);
     install.WriteMapping(std::string(R"({"remote": {"tools": {"extensionPointId": "stress.tools"}},
         "web": {"panel": {"extensionPointId": "stress.panel", "clsid": ")") +
                          kProbeClass + R"(", "isSingleton": false}}})");
-    install.WriteConfig(R"({"artifacts": ["tools", "extension_adapter", "single"],
-        "modules": [{"id": "mail"}, {"id": "core", "configurations": [
-            {"key": "im_enable_parse_link", "value": "true"}]}],
-        "ExtensionAuthInfo": {
-            "H5": {"https://h5.example.com": [{"bundleId": "web.app", "accessKey": "k0"}]},
-            "Native": [{"bundleId": "tools", "accessKey": "n0"}]}})");
+    install.WriteConfig(R"({"artifacts": ["tools", "extension_adapter"],
+        "ExtensionAuthInfo": {"Native": [{"bundleId": "tools", "accessKey": "n0"}]}})");
     ASSERT_TRUE(kit()->Load());
     auto* config = qzextensionkit::QZEConfigurationManager::GetInstance();
-    auto* services = qzextensionkit::QZServiceManager::GetInstance();
     config->SetRemoteConfigDataSource(source);
     ASSERT_TRUE(config->LoadRemoteConfig());
-    void* single = nullptr;
-    ASSERT_TRUE(kit()->GetExtension("stress.single", &single));
-    void* notification = services->GetService(qzextensionkit::kNotificationServiceName);
-    ASSERT_NE(notification, nullptr);
-    ReleaseObject(notification);
 
     auto check = [](bool ok, const char* what) { EXPECT_TRUE(ok) << what; };
     auto IsTitle = [](const std::string& title) { return title == "A" || title == "B"; };
@@ -164,25 +122,11 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
             std::for_each(list.begin(), list.end(), ReleaseObject);
         },
         [&] {
-            void *panel = nullptr, *again = nullptr;
-            void* shared = services->GetService(qzextensionkit::kNotificationServiceName);
+            void* panel = nullptr;
             check(kit()->GetExtension("stress.panel", &panel) &&
-                      SeenField(panel, "ext").size() == 38 && IsTitle(SeenField(panel, "title")) &&
-                      kit()->GetExtension("stress.single", &again) && again == single &&
-                      shared == notification,
-                  "panel record, singleton and service");
-            ReleaseObject(panel), ReleaseObject(again), ReleaseObject(shared);
-        },
-        [&] {
-            bool mail = false, parse = false;
-            const std::string key = config->GetExtensionAccessKey("tools");
-            const std::string web = config->GetExtensionAccessKey("web.app");
-            check(config->IsModuleEnabled(qzextensionkit::kModuleMail, mail) && mail &&
-                      config->IsFeatueEnabled(qzextensionkit::kFeatureImEnableParseLink, parse) &&
-                      parse && (key == "nA" || key == "nB") && (web == "kA" || web == "kB") &&
-                      config->GetH5ExtensionBundleId(
-                          "https://h5.example.com/appName_web.app/index.html") == "web.app",
-                  "switches, access keys and H5 bundle id");
+                      SeenField(panel, "ext").size() == 38 && IsTitle(SeenField(panel, "title")),
+                  "panel record");
+            ReleaseObject(panel);
         },
         // The unlocked walk, kept apart from merges.
         [&] {
@@ -195,9 +139,7 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     };
 
     std::atomic<int> started{0}, finished{0}, successes{0}, failed{0};
-    std::atomic<bool> stopDelivering{false};
     const int requestThreads = static_cast<int>(kinds.size()) * kThreadsPerKind;
-    std::thread network([&] { source->Deliver(stopDelivering); });
     int fetchRounds = 0;
     std::thread fetcher([&] {
         SpinUntil(started, requestThreads);
@@ -213,9 +155,6 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
             }
             std::this_thread::yield();
         }
-        std::lock_guard<std::mutex> hold(source->mutex_);
-        stopDelivering = true;
-        source->changed_.notify_all();
     });
     std::vector<std::thread> threads;
     for (int t = 0; t < requestThreads; ++t) {
@@ -228,7 +167,7 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
             ++finished;
         });
     }
-    threads.push_back(std::move(fetcher)), threads.push_back(std::move(network));
+    threads.push_back(std::move(fetcher));
     std::for_each(threads.begin(), threads.end(), [](std::thread& t) { t.join(); });
 
     const std::string last = kTitles[source->round_ % 2];
@@ -241,9 +180,7 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
               std::to_string(fetchRounds) + "|" + std::to_string(fetchRounds / kFailEvery) + "|" +
                   std::to_string(successes) + "|n" + last + "|" + last + "|logged");
     ReleaseObject(tool);
-    // Only the singleton may stay, unless an earlier test built it.
-    EXPECT_THAT(NewObjects(),
-                ::testing::AnyOf(::testing::IsEmpty(), ::testing::ElementsAre(Identity(single))));
+    EXPECT_TRUE(NewObjects().empty());
     config->SetRemoteConfigDataSource(nullptr);
 }
 
@@ -251,7 +188,6 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
 // first stored stays.
 TEST_F(ConcurrencyTest, RacingSingletonCreatorsMayEachBuildOneAndTheFirstStoredStays) {
     auto* container = qzextensionkit::QZEObjectContainer::GetInstance();
-    int roundsWithTwoOrMore = 0;
     for (int round = 0; round < kRaceRounds; ++round) {
         SCOPED_TRACE(round);
         const std::string classId =
@@ -284,12 +220,10 @@ TEST_F(ConcurrencyTest, RacingSingletonCreatorsMayEachBuildOneAndTheFirstStoredS
         ASSERT_TRUE(container->CreateObjectInstanceByCreator(kProbeIid, classId, &kept));
         EXPECT_EQ(std::set<by::IBaseUnknown*>(got.begin(), got.end()), built);
         EXPECT_EQ(built.count(Identity(kept)), 1u);
-        roundsWithTwoOrMore += built.size() > 1 ? 1 : 0;
         std::for_each(built.begin(), built.end(), [](by::IBaseUnknown* o) { o->Release(); });
         ASSERT_TRUE(container->UnRegister(classId));
-        EXPECT_THAT(NewObjects(), ::testing::IsEmpty());
+        EXPECT_TRUE(NewObjects().empty());
     }
-    RecordProperty("RoundsWithTwoOrMoreSingletons", roundsWithTwoOrMore);
 }
 
 }  // namespace

@@ -11,6 +11,8 @@
 
 #include "common/capture_logger.h"
 #include "kit/qzextensionkit.h"
+#include "kit/service_manager.h"
+#include "services/open_network_api.h"
 #include "services/service_manager_impl.h"
 
 namespace qzextensionkit {
@@ -52,6 +54,7 @@ QZServiceRegisterInfo Record(const std::string& name, const std::string& classId
 class ServiceManagerImpl : public ::testing::Test {
 protected:
     void TearDown() override {
+        QZServiceManager::GetInstance()->Initialize(QZServiceManagerImpl::GetInstance());
         manager.reset();
         EXPECT_EQ(EchoService::live.load(), 0) << "an object outlived its holders";
     }
@@ -186,44 +189,109 @@ TEST_F(ServiceManagerImpl, FailuresGiveNullAndLogTheirLinesEachTime) {
 }
 
 // Process-wide instances: names are unique per test, as registrations stay.
-TEST(ServiceManagerFacade, HandsOutInterfacesAcrossInitSdkAndUnInitialize) {
+// The facade holds its mutex across the creator.
+TEST(ServiceManagerFacade, RacersGetOneSingletonWhichOutlivesUnInitialize) {
     QZExtensionKit::InitSDK();
     std::shared_ptr<IQZServiceManager> impl = QZServiceManagerImpl::GetInstance();
-    auto log = qzetest::CaptureLog();
     QZServiceManager* facade = QZServiceManager::GetInstance();
-    ASSERT_TRUE(facade->RegisterService<EchoService>("Facade.Echo", "{f1}", IEcho::kId, true));
-    IEcho* echo = facade->GetService<IEcho>("Facade.Echo");
-    ASSERT_TRUE(echo && echo->Echo(41) == 42);
+    std::atomic<int> calls{0};
+    QZServiceRegisterInfo info = Record("Facade.Echo", "{f1}", true);
+    info.creator = [&calls](void** out) {
+        ++calls;
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        return QZServiceManager::CreateServiceObject<EchoService>(IEcho::InterfaceId(), out);
+    };
+    ASSERT_TRUE(facade->RegisterService(info));
+    IEcho* echo = nullptr;
+    std::thread first([&] { echo = facade->GetService<IEcho>("Facade.Echo"); });
+    IEcho* second = facade->GetService<IEcho>("Facade.Echo");
+    first.join();
+    ASSERT_TRUE(echo && echo == second && calls.load() == 1 && echo->Echo(41) == 42);
     facade->UnInitialize();
-    log->Clear();
+    auto log = qzetest::CaptureLog();
     // An empty facade fails silently.
     EXPECT_FALSE(facade->RegisterService<EchoService>("Facade.Other", "{f3}", IEcho::kId, false) ||
                  facade->GetService<IEcho>("Facade.Echo") != nullptr || !log->lines.empty());
     QZExtensionKit::InitSDK();
     EXPECT_TRUE(QZServiceManagerImpl::GetInstance() == impl &&
                 facade->GetService<IEcho>("Facade.Echo") == echo);
-    EXPECT_EQ(Count(echo), 3u);  // two handed out, one in the table
-    echo->Release(), echo->Release();
+    EXPECT_EQ(Count(echo), 4u);  // three handed out, one in the table
+    echo->Release(), echo->Release(), echo->Release();
 }
 
-// The facade holds its mutex across the creator.
-TEST(ServiceManagerFacade, ConcurrentFirstRequestsBuildOneSingleton) {
-    QZExtensionKit::InitSDK();
-    std::atomic<int> calls{0};
-    QZServiceRegisterInfo info = Record("Race.Echo", "{r1}", true);
-    info.creator = [&calls](void** out) {
-        ++calls;
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        return QZServiceManager::CreateServiceObject<EchoService>(IEcho::InterfaceId(), out);
+using Success = std::function<void(const std::string&)>;
+using Failure = std::function<void(QZStartRequestError&)>;
+
+// Keeps the kit's callbacks for a later answer.
+struct FakeNetService : IQZOpenNetService {
+    by::Result QueryInterface(const by::GUID&, void** out) override {
+        *out = this;
+        AddRef();
+        return by::kOk;
+    }
+    uint32_t AddRef() override { return ++references; }
+    uint32_t Release() override { return --references; }
+    bool StartRequest(const std::string& field, const std::string& first, const std::string& second,
+                      const std::string& third, const Success& success,
+                      const Failure& failure) override {
+        asked.push_back(field + "|" + first + "|" + second + "|" + third);
+        keptSuccess = success, keptFailure = failure;
+        return result;
+    }
+    // Answers with the kept callbacks from a thread of its own.
+    void AnswerLater() {
+        std::thread([this] {
+            QZStartRequestError error(-404, "not found");
+            keptFailure(error);
+            keptSuccess("{\"ok\":1}");
+        }).join();
+    }
+
+    std::atomic<uint32_t> references{1};
+    Lines asked;
+    bool result = true;
+    Success keptSuccess;
+    Failure keptFailure;
+};
+
+// Copies send the same field; answers may come from another thread after the
+// API object is gone.
+TEST_F(ServiceManagerImpl, TheNetworkFrontSendsItsFieldAndAnswersThroughAdaptedCallbacks) {
+    QZServiceManager::GetInstance()->Initialize(manager);
+    FakeNetService service;
+    Lines seen;
+    auto install = [&](const std::string& name) {
+        QZServiceRegisterInfo info = Record(name, "{net}", false);
+        info.creator = [&](void** out) { return service.QueryInterface(by::GUID(), out) == 0; };
+        ASSERT_TRUE(manager->RegisterService(info));
     };
-    QZServiceManager* facade = QZServiceManager::GetInstance();
-    ASSERT_TRUE(facade->RegisterService(info));
-    IEcho* got[2] = {nullptr, nullptr};
-    std::thread first([&] { got[0] = facade->GetService<IEcho>("Race.Echo"); });
-    got[1] = facade->GetService<IEcho>("Race.Echo");
-    first.join();
-    ASSERT_TRUE(got[0] != nullptr && got[0] == got[1] && calls.load() == 1);
-    got[0]->Release(), got[1]->Release();
+    auto send = [&](QZOpenNetworkAPI& api) {
+        return api.StartRequest(
+            "GET", "/v1/items", "", [&](const std::string& text) { seen.push_back(text); },
+            [&](int code, const std::string& text) {
+                seen.push_back(std::to_string(code) + " " + text);
+            });
+    };
+    QZOpenNetworkAPI original("one");
+    install("OpenNetservice");  // one letter's case off: nothing is sent
+    EXPECT_FALSE(send(original));
+    EXPECT_TRUE(seen.empty() && service.asked.empty() && Take().size() == 1);
+    install("OpenNetService");
+    service.result = false;
+    EXPECT_FALSE(send(original));  // the service's own answer
+    service.result = true;
+    {
+        QZOpenNetworkAPI copy(original);
+        ASSERT_TRUE(send(copy));
+    }
+    service.AnswerLater();
+    // Empty callbacks are safe to answer.
+    QZOpenNetworkAPI assigned("two");
+    assigned = original;
+    EXPECT_TRUE(assigned.StartRequest("1", "2", "3", nullptr, nullptr));
+    service.AnswerLater();
+    EXPECT_EQ(seen, (Lines{"-404 not found", "{\"ok\":1}"}));
+    EXPECT_EQ(service.asked, (Lines{"one|GET|/v1/items|", "one|GET|/v1/items|", "one|1|2|3"}));
 }
 
 }  // namespace

@@ -22,11 +22,8 @@
 
 namespace qzetest {
 
-#if defined(_WIN32)
+// Libraries load by path, whatever their suffix.
 constexpr const char kExtensionLibrary[] = "bin/ext.dll";
-#else
-constexpr const char kExtensionLibrary[] = "bin/ext.so";
-#endif
 
 // One extension of a manifest; `more` holds further JSON members.
 struct Ext {
@@ -60,12 +57,9 @@ inline ITestExtensionProbe* Probe(void* object) {
 // One "name=value" field of what a probe object saw; "?" when it has none.
 inline std::string SeenField(void* object, const std::string& name) {
     const std::string seen = object != nullptr ? ";" + std::string(Probe(object)->Seen()) : "";
-    size_t at = seen.find(";" + name + "=");
-    if (at == std::string::npos) {
-        return "?";
-    }
-    at += name.size() + 2;
-    return seen.substr(at, seen.find(';', at) - at);
+    const size_t at = seen.find(";" + name + "=");
+    const size_t from = at + name.size() + 2;
+    return at == std::string::npos ? "?" : seen.substr(from, seen.find(';', from) - from);
 }
 
 inline void ReleaseObject(void* object) {
@@ -106,15 +100,14 @@ protected:
                R"(, "extensionPoints": [)" + points + "]" +
                (extraMembers.empty() ? "" : ", " + extraMembers) + "}";
     }
-    // `points` is the JSON list without brackets. An empty `library` names
-    // the file without putting it there; null names no library.
+    // `points` is the JSON list without brackets; a null `library` names none.
     void AddBundle(const std::string& folder, const std::string& points,
                    const std::string& extraMembers = "",
                    const char* library = "qzekit_plugin_extension") {
         install.WriteManifest(folder,
                               BundleManifest(folder, points, extraMembers, library != nullptr));
         std::filesystem::create_directories(install.root() / "extensions" / folder / "bin");
-        if (library != nullptr && *library != '\0') {
+        if (library != nullptr) {
             std::filesystem::copy_file(BuiltPlugin(library),
                                        install.root() / "extensions" / folder / kExtensionLibrary);
         }
