@@ -4,10 +4,10 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "base/json/json_reader.h"
 #include "config/extension_auth_info.h"
 #include "config/support/installation.h"
 #include "model/support/record_text.h"
@@ -17,9 +17,6 @@ namespace qzextensionkit {
 // Reaches the auth records and the debug reader, which no public operation shows.
 class QZEConfigurationManagerImplTestPeer {
 public:
-    static bool HasMappingEntry(QZEConfigurationManagerImpl& manager, const std::string& point) {
-        return manager.GetAdapterMappingEntry(point) != nullptr;
-    }
     static std::vector<std::string> AuthInfos(QZEConfigurationManagerImpl& manager) {
         std::vector<std::string> texts;
         for (auto& info : manager.extensionAuthInfos) {
@@ -39,6 +36,7 @@ namespace {
 
 using Peer = QZEConfigurationManagerImplTestPeer;
 using qzetest::Describe;
+using qzetest::EncryptForConfig;
 using qzetest::Ids;
 using qzetest::InForce;
 using qzetest::Joined;
@@ -51,56 +49,88 @@ std::vector<Artifact*> Artifacts(IQZEConfigurationManager& manager) {
     return artifacts;
 }
 
-// Without the adapter mapping config.json is never opened. The kit's foundation
-// version ("-" never set) decides which bundles contribute records.
+// The kit's foundation version ("-" never set) decides which bundles
+// contribute records. Unreadable files are the bad installation corpus' cases.
 TEST(ConfigurationLoad, StagesMessagesAndFoundationVersion) {
-    std::string parseError;
-    base::JSONReader::ReadAndReturnError("{\"modules\": [", 0, nullptr, &parseError);
-    const std::string failed = "load all extension infos failed, because of find extensions failed";
-    const std::string loaded = "get extensions dir success\nload all extension infos success";
-    const struct {
-        const char* mapping;
-        const char* config;
-        const char* kit;
-        const char* needs;
-        std::string log;
-        bool inForce;
-    } cases[] = {
-        {"[]", "{}", "-", "", failed, false},
-        {"{}", "{\"modules\": [", "-", "",
-         "get extensions dir success\nload local configurations failed, becuase of parse json "
-         "config.json failed, " +
-             parseError + "\n" + failed,
-         false},
-        {"{}", "[1, 2]", "-", "", loaded, false},
-        {"{}", "{\"artifacts\": [\"b\"]}", "-", "", loaded, true},
-        {"{}", "{\"artifacts\": [\"b\"]}", "-", "1", loaded, false},
-        {"{}", "{\"artifacts\": [\"b\"]}", "1.2.0", "1.2", loaded, true},
-        {"{}", "{\"artifacts\": [\"b\"]}", "1.2", "1.2.1", loaded, false},
-        {"{}", "{\"artifacts\": [\"b\"]}", "abc", "0", loaded, true},
-        {"{}", "{\"artifacts\": [\"b\"]}", "1.0", "01.2", loaded, true},
+    const std::string bundle = "{\"artifacts\": [\"b\"]}";
+    // Rows: config.json, the kit's version, the bundle's, records in force.
+    const std::tuple<std::string, std::string, const char*, bool> cases[] = {
+        {"[1, 2]", "-", "", false},     {bundle, "-", "", true},         {bundle, "-", "1", false},
+        {bundle, "1.2.0", "1.2", true}, {bundle, "1.2", "1.2.1", false},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.config) + " " + c.kit + " vs " + c.needs);
+    for (const auto& [config, kit, needs, inForce] : cases) {
+        SCOPED_TRACE(config + " " + kit + " vs " + needs);
         qzetest::Installation install;
-        install.WriteMapping(c.mapping);
-        install.WriteConfig(c.config);
-        install.WriteManifest("b", qzetest::Manifest("bundle.b", c.needs, R"([
+        install.WriteMapping("{}");
+        install.WriteConfig(config);
+        install.WriteManifest("b", qzetest::Manifest("bundle.b", needs, R"([
             {"id": "host.menu", "extensions": [{"id": "e"}]}])"));
         QZEConfigurationManagerImpl manager;
         auto log = qzetest::CaptureLog();
-        std::string expected = c.log;
-        if (std::string(c.kit) != "-") {
-            manager.SetFoundationVersion(c.kit);
-            expected = std::string("set foundation version is ") + c.kit + "\n" + expected;
+        std::string expected = "get extensions dir success\nload all extension infos success";
+        if (kit != "-") {
+            manager.SetFoundationVersion(kit);
+            expected = "set foundation version is " + kit + "\n" + expected;
         }
-        EXPECT_EQ(manager.LoadAllExtensionInfos(), c.log == loaded);
+        EXPECT_TRUE(manager.LoadAllExtensionInfos());
         EXPECT_EQ(Joined(*log), expected);
-        EXPECT_EQ(Ids(InForce(manager, "host.menu")), c.inForce ? Strings{"e"} : Strings{});
+        EXPECT_EQ(Ids(InForce(manager, "host.menu")), inForce ? Strings{"e"} : Strings{});
         // A bundle passed over stays installed.
-        EXPECT_EQ(Artifacts(manager).size(),
-                  std::string(c.config).find("artifacts") != std::string::npos);
+        EXPECT_EQ(Artifacts(manager).size(), config == bundle);
     }
+}
+
+const std::string kKey = "0123456789abcdef0123456789ABCDEF";
+
+// Each case loads over a good load, which a failure leaves in place. A last
+// byte of 0-16 is cut unchecked, 17-127 kept, 0x80 up refused (as a wrong key
+// leaves it).
+TEST(EncryptedConfiguration, PaddingAndBadFiles) {
+    const std::string core = R"({"modules":[{"id":"core"}]})";  // 27 bytes
+    const std::string good = R"({"modules":[{"id":"mail"}]})";
+    const std::string goodFile = EncryptForConfig(good + std::string(32 - good.size(), '\0'), kKey);
+    const std::string decryptFailed =
+        "decrypt configurations failed, becuase of decrypt config.json failed";
+    const std::string loaded = "load all extension infos success";
+    // Rows: config.json, "core" on, a failure's line or the start of it.
+    const std::tuple<std::string, bool, std::string> cases[] = {
+        {EncryptForConfig(core + "\x01\x02\x03\x04\x05", kKey), true, loaded},
+        {EncryptForConfig("{}" + std::string(29, ' ') + "\x11", kKey), false,
+         "load local configurations failed, becuase of parse json config.json failed, "},
+        {EncryptForConfig(core + "    \x80", kKey), false, decryptFailed},
+        {R"({"modules":[]})", false,  // plain text with a key set
+         "decrypt configurations failed, becuase of base64 decode encrypted configs failed"},
+        {goodFile.substr(0, goodFile.size() - 4), false, decryptFailed},  // a block cut short
+    };
+    for (const auto& [file, coreOn, line] : cases) {
+        SCOPED_TRACE(file);
+        qzetest::Installation install;
+        install.WriteMapping("{}");
+        install.WriteConfig(goodFile);
+        QZEConfigurationManagerImpl manager;
+        ASSERT_TRUE(manager.SetSecKey(kKey));
+        // A key of another length is refused; the first stays in force.
+        EXPECT_FALSE(manager.SetSecKey(kKey + "k"));
+        ASSERT_TRUE(manager.LoadAllExtensionInfos());
+        install.WriteConfig(file);
+        auto log = qzetest::CaptureLog();
+        EXPECT_EQ(manager.LoadAllExtensionInfos(), line == loaded);
+        Strings lines = log->Texts();
+        ASSERT_GE(lines.size(), 2u);
+        EXPECT_EQ((line == loaded ? lines.back() : lines[1]).rfind(qzetest::ConfigLine(line), 0),
+                  0u)
+            << Joined(*log);
+        bool core = false, mail = false;
+        EXPECT_EQ(manager.IsModuleEnabled(kModuleCore, core) && core, coreOn);
+        EXPECT_TRUE(manager.IsModuleEnabled(kModuleMail, mail) && mail);
+        for (auto& text : lines) {
+            EXPECT_EQ(text.find(kKey), std::string::npos) << text;
+        }
+    }
+    QZEConfigurationManagerImpl manager;
+    auto log = qzetest::CaptureLog();
+    EXPECT_FALSE(manager.SetSecKey(std::string(31, 'k')));
+    EXPECT_EQ(Joined(*log), "set sec key failed, becuase of the length of key is not equal to 32");
 }
 
 TEST_F(LoadedSample, BrokenBundlesDuplicatesAndLookups) {
@@ -112,14 +142,10 @@ TEST_F(LoadedSample, BrokenBundlesDuplicatesAndLookups) {
     EXPECT_EQ(std::count(loadLog->lines.begin(), loadLog->lines.end(),
                          std::make_pair(2, std::string("[QZExtensionKit] "))),
               2);
-    EXPECT_TRUE(loadLog->Contains(qzetest::ConfigLine(
-        "collect extension infos passed over bundle " + base::WideToUTF8(install.root().wstring()) +
-        "\\extensions\\listroot, because of its manifest.json is not an object")));
     // The manifest that is JSON but no object leaves an empty place.
     auto artifacts = Artifacts(manager);
     ASSERT_EQ(artifacts.size(), 7u);
-    EXPECT_EQ(std::count(artifacts.begin(), artifacts.end(), nullptr), 1);
-    EXPECT_EQ(artifacts[1], nullptr);
+    EXPECT_TRUE(std::count(artifacts.begin(), artifacts.end(), nullptr) == 1 && !artifacts[1]);
 
     // By id the point that sorts last answers; a miss leaves the pointer
     // alone. By point the count takes in what the vector held before.
@@ -160,14 +186,12 @@ TEST_F(LoadedSample, AdapterMappingDerivesRecordsOntoTheAdapterBundle) {
     EXPECT_EQ(Describe(*derived[1]) + " " + Describe(*derived[2]),
               "9.9|{CLS}|1|a=1;extensionId=s1;|k:v,;|u1|c,s,h/u,tab,h,/u "
               "9.9|{CLS}|1|extensionId=s3;|||,,,,,");
-    for (std::size_t i = 1; i < derived.size(); ++i) {
-        EXPECT_EQ(derived[i]->GetExtensionPointId() + derived[i]->GetIid(),
-                  "adapter.web{POINT-IID}");
-        // It runs on the adapter bundle's library, with the source's resources.
-        EXPECT_EQ(derived[i]->GetMainEntry(), L"bin/adapter.dll");
-        EXPECT_EQ(derived[i]->GetResourcesPath(),
-                  InForce(manager, "host.menu")[0]->GetResourcesPath());
-    }
+    // It runs on the adapter bundle's library, with the source's resources.
+    EXPECT_EQ(
+        derived[1]->GetExtensionPointId() + derived[1]->GetIid() + " " +
+            base::WideToUTF8(derived[1]->GetMainEntry() + L" " + derived[1]->GetResourcesPath()),
+        "adapter.web{POINT-IID} bin/adapter.dll " +
+            base::WideToUTF8(InForce(manager, "host.menu")[0]->GetResourcesPath()));
     EXPECT_NE(derived[1]->GetId(), derived[2]->GetId());
 }
 
@@ -190,10 +214,8 @@ TEST_F(LoadedSample, ReloadAndUnload) {
     EXPECT_TRUE(Artifacts(manager).empty());
     EXPECT_EQ(count(), 0u);
     EXPECT_TRUE(Peer::AuthInfos(manager).empty());
-    // Modules and mapping stay.
-    bool enabled = false;
+    bool enabled = false;  // modules stay
     EXPECT_TRUE(manager.IsModuleEnabled(kModuleCore, enabled) && enabled);
-    EXPECT_TRUE(Peer::HasMappingEntry(manager, "host.menu"));
 }
 
 // Nothing in the kit calls the debug reader; only its failures are pinned.

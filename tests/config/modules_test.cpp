@@ -4,6 +4,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "config/support/installation.h"
@@ -77,17 +78,16 @@ TEST(ModulesAndFeatures, EveryCodeMeansItsText) {
 using ModuleAnswers = qzetest::LoadedSample;
 
 TEST_F(ModuleAnswers, FeaturesAndSettings) {
-    const struct {
-        FeatureCode code;
-        bool before, result, after;
-    } features[] = {{kFeatureVvVideoMeetingLive, true, true, false},
-                    {kFeatureImEnableBurnChat, true, true, false},
-                    {kFeatureSmsEnabled, false, true, true},
-                    {kFeatureImBigGroupManagement, true, false, true}};
-    for (const auto& c : features) {
-        bool enabled = c.before;
-        EXPECT_EQ(manager.IsFeatueEnabled(c.code, enabled), c.result) << c.code;
-        EXPECT_EQ(enabled, c.after) << c.code;
+    // Rows: feature, the caller's value before, result and value after.
+    const std::tuple<FeatureCode, bool, std::string> features[] = {
+        {kFeatureVvVideoMeetingLive, true, "10"},
+        {kFeatureImEnableBurnChat, true, "10"},
+        {kFeatureSmsEnabled, false, "11"},
+        {kFeatureImBigGroupManagement, true, "01"}};
+    for (const auto& [code, before, after] : features) {
+        bool enabled = before;
+        const bool result = manager.IsFeatueEnabled(code, enabled);
+        EXPECT_EQ(std::to_string(result) + std::to_string(enabled), after) << code;
     }
     const std::string success = "query feature is enabled success, feature code:";
     EXPECT_EQ(qzetest::Joined(*log),
@@ -109,25 +109,23 @@ TEST_F(ModuleAnswers, FeaturesAndSettings) {
                                          "core, configurations is founded, total(0)\n" + prefix +
                                          "mail, configurations is founded, total(1)");
 
-    const struct {
-        const char* module;
-        const char* key;
-        const char* value;  // null: not found
-    } byKey[] = {{"b_mod", "with_default", "dflt"},
-                 {"b_mod", "empty", ""},
-                 {"b_mod", "dup", "2"},
-                 {"b_mod", "no_value", nullptr},
-                 {"core", "anything", nullptr},
-                 {"nomodule", "dup", nullptr}};
-    for (const auto& c : byKey) {
-        SCOPED_TRACE(std::string(c.module) + "/" + c.key);
+    // Rows: module, key, value (null: not found).
+    const std::tuple<std::string, std::string, const char*> byKey[] = {
+        {"b_mod", "with_default", "dflt"},
+        {"b_mod", "empty", ""},
+        {"b_mod", "dup", "2"},
+        {"b_mod", "no_value", nullptr},
+        {"core", "anything", nullptr},
+        {"nomodule", "dup", nullptr}};
+    for (const auto& [module, key, expected] : byKey) {
         std::string value = "before";
-        EXPECT_EQ(manager.GetMuduleConfig(c.module, c.key, value), c.value != nullptr);
-        EXPECT_EQ(value, c.value ? c.value : "before");
-        const std::string where = std::string("module code:") + c.module + " key:" + c.key;
-        EXPECT_EQ(log->Texts().back(),
-                  ConfigLine(c.value ? "query module config success, " + where + ",value:" + c.value
-                                     : "query module config failed, " + where));
+        EXPECT_EQ(manager.GetMuduleConfig(module, key, value), expected != nullptr);
+        EXPECT_EQ(value, expected ? expected : "before");
+        const std::string where = "module code:" + module + " key:" + key;
+        EXPECT_EQ(
+            log->Texts().back(),
+            ConfigLine(expected ? "query module config success, " + where + ",value:" + expected
+                                : "query module config failed, " + where));
     }
 }
 
