@@ -201,6 +201,7 @@ TEST(SignVerify, SignatureMatrix) {
         {"byte changed after signing", tampered, right, false, {P + "Error is: 0x80096010."}},
         {"block longer than the file", overlong, right, false,
          {P + "An unknown error occurred trying to verify the signature of the \"{path}\" file."}},
+        {"unsigned file", library, right, false, {P + "The file \"{path}\" is not signed."}},
         {"not for code signing", SignedWith(pki.wrongUsage), right, false,
          {P + "Error is: 0x800b0110."}},
         {"root rejected for code signing", SignedWith(pki.belowRejected),

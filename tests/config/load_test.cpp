@@ -101,6 +101,7 @@ TEST(EncryptedConfiguration, PaddingAndBadFiles) {
         {EncryptForConfig(core + "\x01\x02\x03\x04\x05", kKey), true, loaded},
         {EncryptForConfig("{}" + std::string(29, ' ') + "\x11", kKey), false,
          "load local configurations failed, becuase of parse json config.json failed, "},
+        {EncryptForConfig(std::string(16, '\x10'), kKey), false, decryptFailed},  // all cut
         {EncryptForConfig(core + "    \x80", kKey), false, decryptFailed},
         {R"({"modules":[]})", false,  // plain text with a key set
          "decrypt configurations failed, becuase of base64 decode encrypted configs failed"},
