@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "base/json/json_reader.h"
 #include "config/extension_auth_info.h"
 #include "config/support/installation.h"
 #include "model/support/record_text.h"
@@ -17,9 +20,6 @@ namespace qzextensionkit {
 // Reaches the auth records and the debug reader, which no public operation shows.
 class QZEConfigurationManagerImplTestPeer {
 public:
-    static bool HasMappingEntry(QZEConfigurationManagerImpl& manager, const std::string& point) {
-        return manager.GetAdapterMappingEntry(point) != nullptr;
-    }
     static std::vector<std::string> AuthInfos(QZEConfigurationManagerImpl& manager) {
         std::vector<std::string> texts;
         for (auto& info : manager.extensionAuthInfos) {
@@ -38,7 +38,9 @@ public:
 namespace {
 
 using Peer = QZEConfigurationManagerImplTestPeer;
+using qzetest::ConfigLine;
 using qzetest::Describe;
+using qzetest::EncryptForConfig;
 using qzetest::Ids;
 using qzetest::InForce;
 using qzetest::Joined;
@@ -51,55 +53,203 @@ std::vector<Artifact*> Artifacts(IQZEConfigurationManager& manager) {
     return artifacts;
 }
 
-// Without the adapter mapping config.json is never opened. The kit's foundation
-// version ("-" never set) decides which bundles contribute records.
+// The kit's foundation version ("-" never set) decides which bundles
+// contribute records. Unreadable files are the bad installation corpus' cases.
 TEST(ConfigurationLoad, StagesMessagesAndFoundationVersion) {
-    std::string parseError;
-    base::JSONReader::ReadAndReturnError("{\"modules\": [", 0, nullptr, &parseError);
-    const std::string failed = "load all extension infos failed, because of find extensions failed";
-    const std::string loaded = "get extensions dir success\nload all extension infos success";
-    const struct {
-        const char* mapping;
-        const char* config;
-        const char* kit;
-        const char* needs;
-        std::string log;
-        bool inForce;
-    } cases[] = {
-        {"[]", "{}", "-", "", failed, false},
-        {"{}", "{\"modules\": [", "-", "",
-         "get extensions dir success\nload local configurations failed, becuase of parse json "
-         "config.json failed, " +
-             parseError + "\n" + failed,
-         false},
-        {"{}", "[1, 2]", "-", "", loaded, false},
-        {"{}", "{\"artifacts\": [\"b\"]}", "-", "", loaded, true},
-        {"{}", "{\"artifacts\": [\"b\"]}", "-", "1", loaded, false},
-        {"{}", "{\"artifacts\": [\"b\"]}", "1.2.0", "1.2", loaded, true},
-        {"{}", "{\"artifacts\": [\"b\"]}", "1.2", "1.2.1", loaded, false},
-        {"{}", "{\"artifacts\": [\"b\"]}", "abc", "0", loaded, true},
-        {"{}", "{\"artifacts\": [\"b\"]}", "1.0", "01.2", loaded, true},
+    const std::string bundle = "{\"artifacts\": [\"b\"]}";
+    // Rows: config.json, the kit's version, the bundle's, records in force.
+    const std::tuple<std::string, std::string, const char*, bool> cases[] = {
+        {"[1, 2]", "-", "", false},     {bundle, "-", "", true},         {bundle, "-", "1", false},
+        {bundle, "1.2.0", "1.2", true}, {bundle, "1.2", "1.2.1", false},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.config) + " " + c.kit + " vs " + c.needs);
+    for (const auto& [config, kit, needs, inForce] : cases) {
+        SCOPED_TRACE(config + " " + kit + " vs " + needs);
         qzetest::Installation install;
-        install.WriteMapping(c.mapping);
-        install.WriteConfig(c.config);
-        install.WriteManifest("b", qzetest::Manifest("bundle.b", c.needs, R"([
+        install.WriteMapping("{}");
+        install.WriteConfig(config);
+        install.WriteManifest("b", qzetest::Manifest("bundle.b", needs, R"([
             {"id": "host.menu", "extensions": [{"id": "e"}]}])"));
         QZEConfigurationManagerImpl manager;
         auto log = qzetest::CaptureLog();
-        std::string expected = c.log;
-        if (std::string(c.kit) != "-") {
-            manager.SetFoundationVersion(c.kit);
-            expected = std::string("set foundation version is ") + c.kit + "\n" + expected;
+        std::string expected = "get extensions dir success\nload all extension infos success";
+        if (kit != "-") {
+            manager.SetFoundationVersion(kit);
+            expected = "set foundation version is " + kit + "\n" + expected;
         }
-        EXPECT_EQ(manager.LoadAllExtensionInfos(), c.log == loaded);
+        EXPECT_TRUE(manager.LoadAllExtensionInfos());
         EXPECT_EQ(Joined(*log), expected);
-        EXPECT_EQ(Ids(InForce(manager, "host.menu")), c.inForce ? Strings{"e"} : Strings{});
+        EXPECT_EQ(Ids(InForce(manager, "host.menu")), inForce ? Strings{"e"} : Strings{});
         // A bundle passed over stays installed.
-        EXPECT_EQ(Artifacts(manager).size(),
-                  std::string(c.config).find("artifacts") != std::string::npos);
+        EXPECT_EQ(Artifacts(manager).size(), config == bundle);
+    }
+}
+
+const std::string kKey = "0123456789abcdef0123456789ABCDEF";
+
+// Each case loads over a good load, which a failure leaves in place. A last
+// byte of 0-16 is cut unchecked, 17-127 kept, 0x80 up refused (as a wrong key
+// leaves it).
+TEST(EncryptedConfiguration, PaddingAndBadFiles) {
+    const std::string core = R"({"modules":[{"id":"core"}]})";  // 27 bytes
+    const std::string good = R"({"modules":[{"id":"mail"}]})";
+    const std::string goodFile = EncryptForConfig(good + std::string(32 - good.size(), '\0'), kKey);
+    const std::string decryptFailed =
+        "decrypt configurations failed, becuase of decrypt config.json failed";
+    const std::string loaded = "load all extension infos success";
+    // Rows: config.json, "core" on, a failure's line or the start of it.
+    const std::tuple<std::string, bool, std::string> cases[] = {
+        {EncryptForConfig(core + "\x01\x02\x03\x04\x05", kKey), true, loaded},
+        {EncryptForConfig("{}" + std::string(29, ' ') + "\x11", kKey), false,
+         "load local configurations failed, becuase of parse json config.json failed, "},
+        {EncryptForConfig(std::string(16, '\x10'), kKey), false, decryptFailed},  // all cut
+        {EncryptForConfig(core + "    \x80", kKey), false, decryptFailed},
+        {R"({"modules":[]})", false,  // plain text with a key set
+         "decrypt configurations failed, becuase of base64 decode encrypted configs failed"},
+        {goodFile.substr(0, goodFile.size() - 4), false, decryptFailed},  // a block cut short
+    };
+    for (const auto& [file, coreOn, line] : cases) {
+        SCOPED_TRACE(file);
+        qzetest::Installation install;
+        install.WriteMapping("{}");
+        install.WriteConfig(goodFile);
+        QZEConfigurationManagerImpl manager;
+        ASSERT_TRUE(manager.SetSecKey(kKey));
+        // A key of another length is refused; the first stays in force.
+        EXPECT_FALSE(manager.SetSecKey(kKey + "k"));
+        ASSERT_TRUE(manager.LoadAllExtensionInfos());
+        install.WriteConfig(file);
+        auto log = qzetest::CaptureLog();
+        EXPECT_EQ(manager.LoadAllExtensionInfos(), line == loaded);
+        Strings lines = log->Texts();
+        ASSERT_GE(lines.size(), 2u);
+        EXPECT_EQ((line == loaded ? lines.back() : lines[1]).rfind(qzetest::ConfigLine(line), 0),
+                  0u)
+            << Joined(*log);
+        bool core = false, mail = false;
+        EXPECT_EQ(manager.IsModuleEnabled(kModuleCore, core) && core, coreOn);
+        EXPECT_TRUE(manager.IsModuleEnabled(kModuleMail, mail) && mail);
+        for (auto& text : lines) {
+            EXPECT_EQ(text.find(kKey), std::string::npos) << text;
+        }
+    }
+    QZEConfigurationManagerImpl manager;
+    auto log = qzetest::CaptureLog();
+    EXPECT_FALSE(manager.SetSecKey(std::string(31, 'k')));
+    EXPECT_EQ(Joined(*log), "set sec key failed, becuase of the length of key is not equal to 32");
+}
+
+std::vector<std::string> Words(const char* text) {
+    std::istringstream in(text);
+    return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
+}
+
+// Module ids and feature keys by code number; "-" for a code with no module.
+TEST(ModulesAndFeatures, EveryCodeMeansItsText) {
+    const std::vector<std::string> modules = Words(
+        "instantmessaging daiban richeng ei-video vorn_video onlinefile vorndisk announcement "
+        "worknotice vorn user_workbench tongxunlu managementback navi denglu hulianhutong zhanghao "
+        "personalsetting - security blog mail des pre-proclamation-system api-gateway filepreview "
+        "emass proclamation-systemold openplatform_advanced vorn-screen-projection "
+        "mappingposition system_setting_center core metax - vornguard_nationsky vornguard "
+        "vorn_projector");
+    const std::vector<std::string> features = Words(
+        "im_big_group_management im_enable_parse_link im_enable_server_encrypt "
+        "im_enable_burn_chat hulianhutong avmeeting_enable_meeting_record "
+        "avmeeting_enable_meeting_to_live vv_video_meeting_record vv_video_meetting_live "
+        "vv_video_meetting_start vv_video_call_start vorn.feature.sms.enabled "
+        "vorn.feature.vms.enabled vorn.feature.comment.enabled");
+    ASSERT_EQ(modules.size(), 38u);
+    // A module with an empty id is skipped, so unassigned codes stay off.
+    std::string config = R"({"modules": [{"id": ""},)";
+    for (auto& id : modules) {
+        config += R"({"id": ")" + id + R"("},)";
+    }
+    config += R"({"id": "zz", "configurations": [)";
+    for (auto& key : features) {
+        config += R"({"key": ")" + key + R"(", "value": "true"},)";
+    }
+    config.back() = ']';
+    qzetest::Installation install;
+    install.WriteMapping("{}");
+    install.WriteConfig(config + "}]}");
+    QZEConfigurationManagerImpl manager;
+    ASSERT_TRUE(manager.LoadAllExtensionInfos());
+    auto log = qzetest::CaptureLog();
+    for (int code = 0; code < 38; ++code) {
+        std::string id = modules[code] == "-" ? "" : modules[code];
+        bool enabled = false;
+        EXPECT_TRUE(manager.IsModuleEnabled(ModuleCode(code), enabled));
+        EXPECT_EQ(enabled, !id.empty()) << code;
+        EXPECT_EQ(log->Texts().back(),
+                  ConfigLine("query module is enabled success, module code:" + id + " module is " +
+                             (id.empty() ? "false" : "true")));
+    }
+    for (int code = 0; code < 14; ++code) {
+        bool enabled = false;
+        EXPECT_TRUE(manager.IsFeatueEnabled(FeatureCode(code), enabled) && enabled) << code;
+        EXPECT_EQ(log->Texts().back(),
+                  ConfigLine("query feature is enabled success, feature code:" + features[code] +
+                             " feature is true"));
+    }
+    bool enabled = true;
+    EXPECT_FALSE(manager.IsModuleEnabled(kModuleInvalid, enabled) || enabled);
+    EXPECT_EQ(log->Texts().back(), ConfigLine("query module is enabled failed, becuase of module "
+                                              "code: module is invalid"));
+}
+
+// The sample's "a_mod" and "b_mod" hold features and settings; "a_mod" sorts
+// first and decides; only "true" is true; a later "mail" replaces an earlier one.
+using ModuleAnswers = qzetest::LoadedSample;
+
+TEST_F(ModuleAnswers, FeaturesAndSettings) {
+    // Rows: feature, the caller's value before, result and value after.
+    const std::tuple<FeatureCode, bool, std::string> features[] = {
+        {kFeatureVvVideoMeetingLive, true, "10"},
+        {kFeatureImEnableBurnChat, true, "10"},
+        {kFeatureSmsEnabled, false, "11"},
+        {kFeatureImBigGroupManagement, true, "01"}};
+    for (const auto& [code, before, after] : features) {
+        bool enabled = before;
+        const bool result = manager.IsFeatueEnabled(code, enabled);
+        EXPECT_EQ(std::to_string(result) + std::to_string(enabled), after) << code;
+    }
+    const std::string success = "query feature is enabled success, feature code:";
+    EXPECT_EQ(Joined(*log),
+              success + "vv_video_meetting_live feature is false\n" + success +
+                  "im_enable_burn_chat feature is false\n" + success +
+                  "vorn.feature.sms.enabled feature is true\nquery feature is enabled failed, "
+                  "feature code:im_big_group_management feature is not founded");
+    log->Clear();
+
+    using Settings = std::map<std::string, std::string>;
+    Settings settings{{"kept", "as is"}};
+    EXPECT_FALSE(manager.GetConfigurationsByID(kModuleRicheng, &settings));
+    EXPECT_EQ(settings, (Settings{{"kept", "as is"}}));
+    EXPECT_TRUE(manager.GetConfigurationsByID(kModuleCore, &settings) && settings.empty());
+    EXPECT_TRUE(manager.GetConfigurationsByID(kModuleMail, &settings));
+    EXPECT_EQ(settings, (Settings{{"new", "2"}}));
+    const std::string prefix = "get configurations by module code:";
+    EXPECT_EQ(Joined(*log), prefix + "richeng, configurations is not founded\n" + prefix +
+                                "core, configurations is founded, total(0)\n" + prefix +
+                                "mail, configurations is founded, total(1)");
+
+    // Rows: module, key, value (null: not found).
+    const std::tuple<std::string, std::string, const char*> byKey[] = {
+        {"b_mod", "with_default", "dflt"},
+        {"b_mod", "empty", ""},
+        {"b_mod", "dup", "2"},
+        {"b_mod", "no_value", nullptr},
+        {"core", "anything", nullptr},
+        {"nomodule", "dup", nullptr}};
+    for (const auto& [module, key, expected] : byKey) {
+        std::string value = "before";
+        EXPECT_EQ(manager.GetMuduleConfig(module, key, value), expected != nullptr);
+        EXPECT_EQ(value, expected ? expected : "before");
+        const std::string where = "module code:" + module + " key:" + key;
+        EXPECT_EQ(
+            log->Texts().back(),
+            ConfigLine(expected ? "query module config success, " + where + ",value:" + expected
+                                : "query module config failed, " + where));
     }
 }
 
@@ -115,8 +265,7 @@ TEST_F(LoadedSample, BrokenBundlesDuplicatesAndLookups) {
     // The manifest that is JSON but no object leaves an empty place.
     auto artifacts = Artifacts(manager);
     ASSERT_EQ(artifacts.size(), 7u);
-    EXPECT_EQ(std::count(artifacts.begin(), artifacts.end(), nullptr), 1);
-    EXPECT_EQ(artifacts[1], nullptr);
+    EXPECT_TRUE(std::count(artifacts.begin(), artifacts.end(), nullptr) == 1 && !artifacts[1]);
 
     // By id the point that sorts last answers; a miss leaves the pointer
     // alone. By point the count takes in what the vector held before.
@@ -157,14 +306,12 @@ TEST_F(LoadedSample, AdapterMappingDerivesRecordsOntoTheAdapterBundle) {
     EXPECT_EQ(Describe(*derived[1]) + " " + Describe(*derived[2]),
               "9.9|{CLS}|1|a=1;extensionId=s1;|k:v,;|u1|c,s,h/u,tab,h,/u "
               "9.9|{CLS}|1|extensionId=s3;|||,,,,,");
-    for (std::size_t i = 1; i < derived.size(); ++i) {
-        EXPECT_EQ(derived[i]->GetExtensionPointId() + derived[i]->GetIid(),
-                  "adapter.web{POINT-IID}");
-        // It runs on the adapter bundle's library, with the source's resources.
-        EXPECT_EQ(derived[i]->GetMainEntry(), L"bin/adapter.dll");
-        EXPECT_EQ(derived[i]->GetResourcesPath(),
-                  InForce(manager, "host.menu")[0]->GetResourcesPath());
-    }
+    // It runs on the adapter bundle's library, with the source's resources.
+    EXPECT_EQ(
+        derived[1]->GetExtensionPointId() + derived[1]->GetIid() + " " +
+            base::WideToUTF8(derived[1]->GetMainEntry() + L" " + derived[1]->GetResourcesPath()),
+        "adapter.web{POINT-IID} bin/adapter.dll " +
+            base::WideToUTF8(InForce(manager, "host.menu")[0]->GetResourcesPath()));
     EXPECT_NE(derived[1]->GetId(), derived[2]->GetId());
 }
 
@@ -187,10 +334,8 @@ TEST_F(LoadedSample, ReloadAndUnload) {
     EXPECT_TRUE(Artifacts(manager).empty());
     EXPECT_EQ(count(), 0u);
     EXPECT_TRUE(Peer::AuthInfos(manager).empty());
-    // Modules and mapping stay.
-    bool enabled = false;
+    bool enabled = false;  // modules stay
     EXPECT_TRUE(manager.IsModuleEnabled(kModuleCore, enabled) && enabled);
-    EXPECT_TRUE(Peer::HasMappingEntry(manager, "host.menu"));
 }
 
 // Nothing in the kit calls the debug reader; only its failures are pinned.

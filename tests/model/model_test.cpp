@@ -6,19 +6,20 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "base/json/json_reader.h"
 #include "base/utf_string_conversions.h"
 #include "base/values.h"
+#include "base/version.h"
 #include "bundle/support/bundle_dirs.h"
 #include "common/capture_logger.h"
 #include "model/artifact.h"
 #include "model/extension_factory.h"
 #include "model/extension_impl.h"
 #include "model/extension_point_impl.h"
-#include "model/extension_point_payload_meta_item.h"
 #include "model/manifest.h"
 #include "model/support/record_text.h"
 
@@ -28,6 +29,8 @@ using namespace qzextensionkit;
 using base::FilePath;
 using Constraints = std::map<std::string, std::vector<std::string>>;
 using Payloads = std::map<std::string, std::string>;
+using Versions = std::vector<uint32_t>;
+using base::Version;
 
 // The id, then the record's fields.
 std::string WithId(const Extension& record) {
@@ -70,9 +73,7 @@ protected:
 
     FilePath Bundle(const std::string& name, const char* manifest) {
         std::filesystem::create_directories(temp_.path() / name);
-        if (manifest && !*manifest) {
-            std::filesystem::create_directories(temp_.path() / name / "manifest.json");
-        } else if (manifest) {
+        if (manifest) {
             std::ofstream(temp_.path() / name / "manifest.json", std::ios::binary) << manifest;
         }
         return FilePath(base::UTF8ToWide(temp_.path().u8string())).AppendASCII(name);
@@ -90,14 +91,13 @@ protected:
 };
 
 TEST_F(ModelTest, ReadManifest) {
-    EXPECT_EQ(artifact_->GetId() + "|" + artifact_->GetBundleClassId() + "|" +
-                  artifact_->GetLibFileMD5() + "|" + artifact_->GetSignMD5(),
-              "extension_adapter|{BUNDLE}|lib-md5|sign-md5");
-    EXPECT_EQ(artifact_->GetVersion(), (std::vector<uint32_t>{1, 2, 3}));
-    EXPECT_EQ(artifact_->GetFoundationVersion(), (std::vector<uint32_t>{3, 2}));
-    EXPECT_EQ(artifact_->GetMainEntry() + L"|" + artifact_->GetRootPath().value() + L"|" +
-                  artifact_->GetResourcesPath(),
-              L"bin/d\u00e9mo.dll|" + root_.value() + L"|" + Resources());
+    // Bundle details come through the point and its artifact.
+    const std::string root = base::WideToUTF8(root_.value());
+    EXPECT_EQ(artifact_->GetId() + " " + Resolved(*local_),
+              "extension_adapter {IID}|bin/d\xC3\xA9mo.dll|" + root + "|" + root +
+                  "\\resources|lib-md5|sign-md5|{BUNDLE}|native");
+    EXPECT_EQ(artifact_->GetVersion(), (Versions{1, 2, 3}));
+    EXPECT_EQ(artifact_->GetFoundationVersion(), (Versions{3, 2}));
     // Points that are no object or have no id are skipped; a record object
     // without "id" leaves a null, a string is skipped.
     EXPECT_EQ(point_->GetIid() + "|" + points_.back()->GetId() + "|" + points_.back()->GetIid(),
@@ -107,25 +107,17 @@ TEST_F(ModelTest, ReadManifest) {
     EXPECT_EQ(*std::next(records_.begin()), nullptr);
     EXPECT_EQ(WithId(*local_) + " " + WithId(*records_.back()),
               "shared.id|2.1|{LOCAL}|0|local=1;||local-u|,,,,, third|||1||||,,,,,");
-    // Bundle details come through the point and its artifact.
-    const std::string root = base::WideToUTF8(root_.value());
-    EXPECT_EQ(Resolved(*local_), "{IID}|bin/d\xC3\xA9mo.dll|" + root + "|" + root +
-                                     "\\resources|lib-md5|sign-md5|{BUNDLE}|native");
 
-    const struct {
-        const char* manifest;  // null: no manifest.json; empty: a folder in its place
-        const char* expected;  // result|id|mainEntry|versions and points
-    } cases[] = {
+    // Rows: manifest.json (null: none), then result|id|mainEntry|versions and points.
+    const std::pair<const char*, const char*> cases[] = {
         {nullptr, "0"},
-        {"", "0"},
         {"{\"id\": \"a\",}", "0"},  // the reader runs without options
-        {"[]", "1"},
         {"{\"id\": 7, \"version\": [1], \"mainEntry\": true, \"extensionPoints\": {}}", "1|||0"},
     };
     int n = 0;
-    for (const auto& c : cases) {
+    for (const auto& [manifest, expected] : cases) {
         Artifact* artifact = nullptr;
-        const bool result = ReadManifest(Bundle("b" + std::to_string(++n), c.manifest), &artifact);
+        const bool result = ReadManifest(Bundle("b" + std::to_string(++n), manifest), &artifact);
         std::unique_ptr<Artifact> owned(artifact);
         std::list<ExtensionPoint*> points;
         std::string got = result ? "1" : "0";
@@ -133,17 +125,14 @@ TEST_F(ModelTest, ReadManifest) {
             got += "|" + owned->GetId() + "|" + base::WideToUTF8(owned->GetMainEntry()) + "|" +
                    std::to_string(owned->GetVersion().size() + points.size());
         }
-        EXPECT_EQ(got, c.expected) << (c.manifest ? c.manifest : "(none)");
+        EXPECT_EQ(got, expected) << (manifest ? manifest : "(none)");
     }
 }
 
 TEST_F(ModelTest, StrictAndForgivingRecordReaders) {
-    // A null forgiving column means the same as the strict.
-    const struct {
-        const char* json;
-        const char* strict;
-        const char* forgiving;
-    } cases[] = {
+    // Rows: record, what the strict reader makes of it, and the forgiving
+    // reader where it differs.
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         // Payloads that are empty or no text are left out. A missing "key" is
         // the empty one; the first entry of a key stays; non-strings in "value"
         // are skipped.
@@ -164,13 +153,13 @@ TEST_F(ModelTest, StrictAndForgivingRecordReaders) {
              "settingMap": {"host": "h", "uri": "/p", "openType": 3}})",
          "t|||1||||,,,,,", "t|||1||||,,h/p,,h,/p"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.json);
+    for (const auto& [json, strictText, forgiving] : cases) {
+        SCOPED_TRACE(json);
         std::unique_ptr<base::DictionaryValue> item =
-            base::DictionaryValue::From(base::JSONReader::Read(c.json));
+            base::DictionaryValue::From(base::JSONReader::Read(json));
         ASSERT_TRUE(item);
         for (bool strict : {true, false}) {
-            const std::string expected = strict || !c.forgiving ? c.strict : c.forgiving;
+            const std::string expected = strict || !forgiving ? strictText : forgiving;
             Extension* raw = nullptr;
             ASSERT_TRUE(
                 strict ? ParseManifestExtension(point_, item.get(), &raw)
@@ -239,48 +228,30 @@ TEST_F(ModelTest, Ownership) {
     EXPECT_EQ(extensions, (std::list<Extension*>{b, a, nullptr, b}));
     artifact.reset();
     EXPECT_EQ(deleted, 3);
-
-    // A moved payload meta item leaves its source empty.
-    std::vector<std::string> values{"a", "b"};
-    ExtensionPointPayloadMetaItem item("color", "The color", PAYLOAD_META_ITEM_CHOICE, true,
-                                       values);
-    ExtensionPointPayloadMetaItem moved(std::move(item));
-    // Long enough not to fit a short-string buffer.
-    ExtensionPointPayloadMetaItem target(std::string(40, 'x'), "", PAYLOAD_META_ITEM_TEXT, false,
-                                         values);
-    target = std::move(moved);
-    auto text = [](const ExtensionPointPayloadMetaItem& i) {
-        return i.firstText + "|" + i.secondText + "|" + std::to_string(i.values.size()) + ";";
-    };
-    EXPECT_EQ(text(item) + text(moved) + text(target), "||0;||0;color|The color|2;");
-    EXPECT_TRUE(target.itemType == PAYLOAD_META_ITEM_CHOICE && target.flag &&
-                target.values == values);
 }
 
 TEST_F(ModelTest, FactoryMergesAndCopies) {
     ExtensionImpl plainLocal(nullptr);
     plainLocal.SetId("shared.id");
-    const struct {
-        std::string remoteId;
-        Extension* local;
-    } cases[] = {{"shared.id", local_},
-                 {"Shared.id", local_},       // ids differ in case
-                 {"shared.id", &plainLocal},  // local record without a library
-                 {"shared.id", nullptr}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+    const std::pair<std::string, Extension*> cases[] = {
+        {"shared.id", local_},
+        {"Shared.id", local_},       // ids differ in case
+        {"shared.id", &plainLocal},  // local record without a library
+        {"shared.id", nullptr}};
+    for (const auto& [remoteId, local] : cases) {
+        SCOPED_TRACE(remoteId + (local ? " with a local record" : ""));
         SettingMap setting("", "", "https://r/x", "", "https://r", "/x");
         Payloads payloads{{"remote", "yes"}};
         Constraints constraints{{"os", {"mac"}}};
         std::shared_ptr<Extension> remote = ExtensionFactory::createExtension(
-            c.remoteId, "remote.point", payloads, constraints, setting, "remote-u");
+            remoteId, "remote.point", payloads, constraints, setting, "remote-u");
         auto* made = static_cast<ExtensionImpl*>(remote.get());
         // Made with no extension point of its own, and not singleton.
         EXPECT_TRUE(made->GetExtensionPoint() == nullptr && !remote->IsSingleton());
         made->SetSingleton(true);
-        ExtensionFactory::ExtractLocalNativeExtensionInfoToRemote(remote.get(), c.local);
-        const bool merged = c.local == local_ && c.remoteId == "shared.id";
-        EXPECT_EQ(WithId(*remote), c.remoteId + (merged ? "|2.1|{LOCAL}|0|" : "|||1|") +
+        ExtensionFactory::ExtractLocalNativeExtensionInfoToRemote(remote.get(), local);
+        const bool merged = local == local_ && remoteId == "shared.id";
+        EXPECT_EQ(WithId(*remote), remoteId + (merged ? "|2.1|{LOCAL}|0|" : "|||1|") +
                                        "remote=yes;|os:mac,;|remote-u|,,https://r/x,,https://r,/x");
         EXPECT_EQ(remote->GetExtensionPointId() + "|" + Resolved(*remote),
                   merged ? "host.point|" + Resolved(*local_) : "remote.point||||||||");
@@ -307,6 +278,29 @@ TEST_F(ModelTest, FactoryMergesAndCopies) {
     Extension* untouched = local_;
     ExtensionFactory::CopyExtension(nullptr, &untouched);
     EXPECT_TRUE(untouched == local_ && !CopyExtensionShared(nullptr));
+}
+
+TEST(VersionTest, ParseAndCompare) {
+    // Only the first number must be written without leading zeros.
+    EXPECT_EQ(Version::Parse("1.02.3"), (Versions{1, 2, 3}));
+    EXPECT_EQ(Version::Parse("0"), (Versions{0}));
+    EXPECT_EQ(Version("4294967295.4294967295").components(), (Versions{4294967295u, 4294967295u}));
+    // One text per way to fail.
+    for (const std::string& text : std::vector<std::string>{
+             "01.2.3", "1.4294967296", "1.2a", "1..2", "", "+1", std::string("1\0.2", 4)}) {
+        EXPECT_EQ(Version::Parse(text), Versions()) << '"' << text << '"';
+        EXPECT_FALSE(Version(text).IsValid()) << '"' << text << '"';
+    }
+    // Number by number, trailing zeros ignored; an invalid text is 0.
+    const std::tuple<const char*, const char*, int> cases[] = {
+        {"1.2", "1.2.0.0", 0}, {"bad", "0.0", 0},    {"1.9", "1.10", -1},
+        {"1.99.99", "2", -1},  {"1", "1.0.0.1", -1}, {"4294967294", "4294967295", -1},
+    };
+    for (const auto& [a, b, expected] : cases) {
+        SCOPED_TRACE(std::string(a) + " <=> " + b);
+        EXPECT_EQ(Version(a).CompareTo(Version(b)), expected);
+        EXPECT_EQ(Version::Compare(Version::Parse(b), Version::Parse(a)), -expected);
+    }
 }
 
 }  // namespace

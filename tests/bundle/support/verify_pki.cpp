@@ -70,8 +70,7 @@ void AddExtension(X509* cert, X509* issuer, int nid, const std::string& value) {
     X509V3_set_ctx_nodb(&ctx);
     X509V3_set_ctx(&ctx, issuer, cert, nullptr, nullptr, 0);
     X509_EXTENSION* ext = X509V3_EXT_conf_nid(nullptr, &ctx, nid, value.c_str());
-    Check(ext != nullptr, "extension");
-    X509_add_ext(cert, ext, -1);
+    Check(ext != nullptr && X509_add_ext(cert, ext, -1) == 1, "extension");
     X509_EXTENSION_free(ext);
 }
 
@@ -79,13 +78,12 @@ void AddExtension(X509* cert, X509* issuer, int nid, const std::string& value) {
 // signing when asked.
 std::string CertificatePem(const Identity& identity, bool rejectCodeSigning = false) {
     BioPtr bio = MemoryBio();
-    if (!rejectCodeSigning) {
-        Check(PEM_write_bio_X509(bio.get(), identity.cert.get()) == 1, "certificate PEM");
-        return BioText(bio.get());
-    }
     std::unique_ptr<X509, decltype(&X509_free)> copy(X509_dup(identity.cert.get()), &X509_free);
-    Check(X509_add1_reject_object(copy.get(), OBJ_nid2obj(NID_code_sign)) == 1, "reject");
-    Check(PEM_write_bio_X509_AUX(bio.get(), copy.get()) == 1, "trusted certificate PEM");
+    Check(rejectCodeSigning
+              ? X509_add1_reject_object(copy.get(), OBJ_nid2obj(NID_code_sign)) == 1 &&
+                    PEM_write_bio_X509_AUX(bio.get(), copy.get()) == 1
+              : PEM_write_bio_X509(bio.get(), copy.get()) == 1,
+          "certificate PEM");
     return BioText(bio.get());
 }
 
@@ -101,7 +99,7 @@ Identity MakeIdentity(const CertRequest& request, const std::filesystem::path& d
     X509_set_version(cert, 2);
     ASN1_INTEGER_set_uint64(X509_get_serialNumber(cert), request.serial);
     X509_gmtime_adj(X509_getm_notBefore(cert), -86400L);
-    X509_gmtime_adj(X509_getm_notAfter(cert), request.validToDays * 86400L);
+    X509_gmtime_adj(X509_getm_notAfter(cert), 3650 * 86400L);
     for (std::size_t at = request.subject.find('/'); at != std::string::npos;) {
         const std::size_t equals = request.subject.find('=', at);
         const std::size_t end = request.subject.find('/', equals);
@@ -128,9 +126,8 @@ Identity MakeIdentity(const CertRequest& request, const std::filesystem::path& d
     if (!request.altEmail.empty()) {
         AddExtension(cert, issuerCert, NID_subject_alt_name, "email:" + request.altEmail);
     }
-    Check(X509_sign(cert, request.issuer ? request.issuer->key.get() : id.key.get(), EVP_sha256()) >
-              0,
-          "certificate signature");
+    Check(X509_sign(cert, (request.issuer ? request.issuer : &id)->key.get(), EVP_sha256()) > 0,
+          "signature");
 
     id.certPath = dir / (name + ".crt");
     id.keyPath = dir / (name + ".key");
@@ -174,24 +171,22 @@ std::string SignDetached(const std::string& content, const Identity& signer,
         const int p7flags = PKCS7_DETACHED | PKCS7_BINARY | PKCS7_PARTIAL | PKCS7_NOSMIMECAP;
         std::unique_ptr<PKCS7, decltype(&PKCS7_free)> p7(
             PKCS7_sign(nullptr, nullptr, nullptr, nullptr, p7flags), &PKCS7_free);
-        Check(p7 != nullptr, "countersignature");
+        const Identity& by = *options.countersigner;
         PKCS7_SIGNER_INFO* counter =
-            PKCS7_sign_add_signer(p7.get(), options.countersigner->cert.get(),
-                                  options.countersigner->key.get(), EVP_sha256(), p7flags);
-        Check(counter != nullptr, "countersigner");
-        Check(PKCS7_add0_attrib_signing_time(counter,
-                                             ASN1_TIME_set(nullptr, options.countersignTime)) == 1,
-              "signing time");
-        Check(PKCS7_final(p7.get(), signedValue.get(), p7flags) == 1, "countersignature final");
+            p7 ? PKCS7_sign_add_signer(p7.get(), by.cert.get(), by.key.get(), EVP_sha256(), p7flags)
+               : nullptr;
         unsigned char* der = nullptr;
-        int size = i2d_PKCS7_SIGNER_INFO(counter, &der);
-        Check(size > 0, "countersignature encoding");
-        int added = CMS_unsigned_add1_attr_by_NID(info, NID_pkcs9_countersignature, V_ASN1_SEQUENCE,
-                                                  der, size);
+        Check(counter &&
+                  PKCS7_add0_attrib_signing_time(
+                      counter, ASN1_TIME_set(nullptr, options.countersignTime)) == 1 &&
+                  PKCS7_final(p7.get(), signedValue.get(), p7flags) == 1,
+              "countersignature");
+        const int size = i2d_PKCS7_SIGNER_INFO(counter, &der);
+        const bool added =
+            size > 0 && CMS_unsigned_add1_attr_by_NID(info, NID_pkcs9_countersignature,
+                                                      V_ASN1_SEQUENCE, der, size) == 1;
         OPENSSL_free(der);
-        Check(added == 1, "countersignature attribute");
-        Check(CMS_add1_cert(cms.get(), options.countersigner->cert.get()) == 1,
-              "countersigner certificate");
+        Check(added && CMS_add1_cert(cms.get(), by.cert.get()) == 1, "countersignature attribute");
     }
 
     unsigned char* der = nullptr;
@@ -224,7 +219,6 @@ TestPki MakeTestPki(const std::filesystem::path& dir) {
     };
     CertRequest ca;
     ca.ca = true;
-    ca.validToDays = 3650;
     ca.extendedUsage.clear();
     pki.root = make("root", "Verify Test Root CA", nullptr, 0x1001, ca);
     pki.intermediate = make("intermediate", "Verify Test Intermediate CA", &pki.root, 0x1002, ca);

@@ -38,8 +38,7 @@ struct CertRequest {
     std::string subject;               // UTF-8, as "openssl req -subj" takes it: "/C=DE/CN=Name"
     const Identity* issuer = nullptr;  // null: self-signed
     uint64_t serial = 1;
-    long validToDays = 365;  // from now; valid since a day ago
-    bool ca = false;
+    bool ca = false;  // valid from a day ago for ten years
     std::vector<int> extendedUsage = {NID_code_sign};
     std::string altEmail;  // an rfc822 subject alternative name
 };

@@ -39,15 +39,9 @@ inline std::shared_ptr<qzextensionkit::QZExtensionAuthInfo> RemoteAuth(const std
 // A host's data source whose answer to FetchConfig the test chooses.
 class FakeSource : public qzextensionkit::IQZERemoteConfigDataSource {
 public:
-    enum class Answer { kSucceed, kFail };
-
     void FetchConfig(const std::function<void()>& onSuccess,
                      const std::function<void(const std::string&)>& onFailure) override {
-        if (answer == Answer::kFail) {
-            onFailure("timeout");
-        } else {
-            onSuccess();
-        }
+        fail ? onFailure("timeout") : onSuccess();
     }
     void GetConfig(RemoteExtensions& outExtensions, RemoteAuthInfos& outAuthInfos) override {
         ++getConfigCalls;
@@ -56,11 +50,10 @@ public:
             outAuthInfos = authInfos;
         }
     }
-    bool HasFetchedConfig() override { return fetched; }
+    bool HasFetchedConfig() override { return true; }
     bool HasCachedConfig() override { return cached; }
 
-    Answer answer = Answer::kSucceed;
-    bool fetched = true;
+    bool fail = false;
     bool cached = true;
     bool fill = true;
     int getConfigCalls = 0;
