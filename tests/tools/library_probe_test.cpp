@@ -28,37 +28,25 @@ TEST(QzekitLibraryProbe, ReadsTheNamesFromLinuxLoaderMessages) {
     }
 }
 
-// Headers with the machine field at `at`, little-endian unless `big`.
-std::string Header(const char* magic, std::size_t size, std::size_t at, unsigned machine,
-                   bool big = false) {
-    std::string image(size, '\0');
-    image.replace(0, std::string(magic).size(), magic);
-    image[at + (big ? 1 : 0)] = static_cast<char>(machine & 0xff);
-    image[at + (big ? 0 : 1)] = static_cast<char>(machine >> 8);
-    return image;
-}
+// A 64-bit ELF header for `machine`, little-endian unless `big`.
 std::string Elf(unsigned machine, bool big = false) {
-    std::string image = Header("\177ELF", 64, 18, machine, big);
-    image[4] = 2;
+    std::string image("\177ELF\2", 5);
+    image.resize(64);
     image[5] = big ? 2 : 1;
+    image[big ? 19 : 18] = static_cast<char>(machine & 0xff);
+    image[big ? 18 : 19] = static_cast<char>(machine >> 8);
     return image;
 }
 
 TEST(QzekitLibraryProbe, NamesTheMachineOfAHeader) {
-    std::string pe = Header("MZ", 0x100, 0x44, 0x8664);
-    pe[0x3c] = '\x40';
-    pe.replace(0x40, 4, std::string("PE\0\0", 4));
     const std::pair<std::string, qzekit::Machine> cases[] = {
         {Elf(21, true), {"ELF", "PowerPC 64"}},
         {Elf(0x1234), {"ELF", "machine 0x1234"}},
-        {pe, {"PE", "x86-64"}},
         {"MZ but too short", {}},
     };
     for (const auto& [image, machine] : cases) {
         EXPECT_EQ(qzekit::MachineOf(image), machine) << qzekit::Describe(machine);
     }
-    // Headers without an import directory list no imports.
-    EXPECT_TRUE(qzekit::PeImportsOf(pe).empty());
 }
 
 }  // namespace
