@@ -23,7 +23,6 @@ TEST(ParseGuid, Cases) {
         {"{00000001-0000-0000-C000-000000000046}", true, by::IID_IClassFactory},
         {"{6966e385-dbfa-4131-a29e-d0e9464f3f53}", true, by::IID_IOFClassFactory},
         {"{e9678781-a3cb-46fb-9121-3ed22c24cfad}", true, by::CLSID_ModuleObject},
-        {"{e50226d4-ee3f-4a64-b53e-50114f0c99c7}", true, by::IID_IQZEBundle},
         {"{B2F1A919-D15D-4C72-A8C3-2143E2176131}", true, by::IID_IQZNotificationService},
         {"{45ED99D7-00C2-4082-98D8-5507D2AA3A0F}", true, by::CLSID_QZNotificationService},
     };

@@ -15,7 +15,6 @@
 #include <wincrypt.h>
 #endif
 
-#include "base/utf_string_conversions.h"
 #include "bundle/support/bundle_dirs.h"
 
 namespace {
@@ -57,11 +56,6 @@ TEST(WriteFileAtomically, ReplacesTheWholeFileOrLeavesWhatWasThere) {
 // serial numbers, program name and link below are the ones it uses.
 std::wstring Fixture(const char* name) {
     return (fs::u8path(QZEKIT_TEST_BIN_DIR) / "test_signing" / name).wstring();
-}
-
-bool UnderWine() {
-    HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
-    return ntdll && ::GetProcAddress(ntdll, "wine_get_version");
 }
 
 std::string Hex(uint32_t value) {
@@ -122,42 +116,6 @@ TEST(CodeSigning, TrustStatusOfTheFirstCall) {
             << file << ": " << Hex(result.status) << ", last error " << Hex(last);
     }
     EXPECT_EQ(TrustTestRoot(false), "");
-}
-
-// "subject|issuer|serial", the serial as the certificate's DER integer writes
-// it; CryptoAPI stores it least significant byte first.
-std::string Certificate(const pf::CertificateDetails& c) {
-    std::string serial;
-    for (auto byte = c.serialNumber.rbegin(); byte != c.serialNumber.rend(); ++byte) {
-        serial += Hex(*byte).substr(8);
-    }
-    return base::WideToUTF8((c.hasSubjectName ? c.subjectName : L"?") + L"|" +
-                            (c.hasIssuerName ? c.issuerName : L"?")) +
-           "|" + serial;
-}
-
-TEST(CodeSigning, SignerProgramAndTimeStampOrNothing) {
-    // No signer: no embedded signature to read; what was there is reset.
-    pf::SignatureDetails details;
-    details.opened = details.hasProgramName = details.signerFound = true;
-    EXPECT_FALSE(pf::ReadSignatureDetails(Fixture("unsigned.dll"), &details) || details.opened ||
-                 details.hasProgramName || details.signerFound || pf::LastError() == 0);
-
-    details = pf::SignatureDetails();
-    ASSERT_TRUE(pf::ReadSignatureDetails(Fixture("timestamped_sha1.dll"), &details));
-    // Wine reads osslsigncode's ASCII program name as UTF-16.
-    const std::wstring misread = L"\u515A\u454B\u6974\u2054\u6573\u7420\u5072\u6F67\u7261";
-    EXPECT_TRUE(details.opened && details.hasProgramName && details.hasMoreInfoLink &&
-                !details.hasPublisherLink &&
-                details.moreInfoLink == L"https://example.com/qzekit/test-program" &&
-                (details.programName == L"QZEKit Test Program" ||
-                 (UnderWine() && details.programName == misread)))
-        << base::WideToUTF8(details.programName);
-    ASSERT_TRUE(details.signerFound && details.hasTimestampSigner &&
-                details.timestampCertificateFound && details.hasTimestampTime);
-    EXPECT_EQ(Certificate(details.signer) + "/" + Certificate(details.timestampCertificate),
-              "QZEKit Test Signer|QZEKit Test Root CA|5A1B2C3D4E5F6002/"
-              "QZEKit Test Time Stamping|QZEKit Test Root CA|7E00000000000002");
 }
 
 #endif  // defined(_WIN32)

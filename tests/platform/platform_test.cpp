@@ -26,7 +26,6 @@ using qzetest::TempDir;
 using qzetest::Wide;
 
 constexpr uint32_t kModNotFound = 126, kProcNotFound = 127, kBadExeFormat = 193;
-constexpr char kLastErrorSymbol[] = "_ZN14qzextensionkit8platform9LastErrorEv";
 
 fs::path Write(const fs::path& file, const std::string& bytes) {
     std::ofstream(file, std::ios::binary) << bytes;
@@ -79,16 +78,12 @@ TEST_F(PlatformTest, TheLockReentersAndHoldsUntilTheLastUnlock) {
 // A library that fails to open reports the code a Windows host would see;
 // exports are found by their exact name only.
 TEST_F(PlatformTest, OpenAndFindFailuresReportTheWindowsCode) {
-    // The kit library sits beside the test program.
-    const char* kitName = kLibrarySuffix[1] == 'd' ? "qzextensionkit.dll" : "libqzextensionkit.so";
-    pf::LibraryHandle kit =
-        pf::OpenLibrary(Wide(fs::path(pf::ExecutablePath()).parent_path() / kitName).c_str());
-    ASSERT_NE(kit, nullptr) << pf::LastError();
-    // Both toolchains mangle C++ names the same way.
-    EXPECT_EQ(pf::FindExport(kit, kLastErrorSymbol), reinterpret_cast<void*>(&pf::LastError));
-    EXPECT_TRUE(!pf::FindExport(kit, "_ZN14qzextensionkit8platform9lasterrorEv") &&
-                pf::LastError() == kProcNotFound);
-    pf::CloseLibrary(kit);
+    pf::LibraryHandle plugin =
+        pf::OpenLibrary(Wide(qzetest::BuiltPlugin("qzekit_plugin_complete")).c_str());
+    ASSERT_NE(plugin, nullptr) << pf::LastError();
+    EXPECT_TRUE(pf::FindExport(plugin, "DllGetClassObject") &&
+                !pf::FindExport(plugin, "dllgetclassobject") && pf::LastError() == kProcNotFound);
+    pf::CloseLibrary(plugin);
 
     // Missing files, missing symbols and foreign libraries are told apart in
     // the inspect tests, through the kit.
