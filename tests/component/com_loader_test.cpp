@@ -45,6 +45,12 @@ by::Result Make(by::CComLoader& loader, void** out, const char* classId = qzetes
                                  by::ParseGuid(iid, true), out);
 }
 
+// Live factory-side objects, then live objects, of the library at `path`.
+long Live(const std::wstring& path) {
+    return CallCountExport(path, "TestLiveFactories") * 10 +
+           CallCountExport(path, "TestLiveObjects");
+}
+
 class ComLoaderTest : public ::testing::Test {
 protected:
     qzetest::DebugCapture debug_;
@@ -52,10 +58,6 @@ protected:
 
 TEST_F(ComLoaderTest, LoadsACompleteLibraryMakesObjectsAndReleasesEverything) {
     const std::wstring path = TestPluginPath("qzekit_plugin_complete");
-    auto live = [&path] {
-        return CallCountExport(path, "TestLiveFactories") * 10 +
-               CallCountExport(path, "TestLiveObjects");
-    };
     ProbeLoader loader;
     ASSERT_TRUE(loader.LoadCom(path.c_str()));
     EXPECT_TRUE(loader.HasAllExports() && loader.missing.empty() && loader.Path() == path);
@@ -64,7 +66,7 @@ TEST_F(ComLoaderTest, LoadsACompleteLibraryMakesObjectsAndReleasesEverything) {
     EXPECT_THAT(debug_.Calls(), ElementsAre("CComLoader->LoadCom", "\n", "IImpModuleBase->Load",
                                             "\n", set, "\n", set, "\n", set, "\n", set, "\n"));
     // The module object is the one live factory-side object.
-    EXPECT_EQ(live(), 10);
+    EXPECT_EQ(Live(path), 10);
 
     debug_.Clear();
     void *greeter = nullptr, *out = nullptr;
@@ -75,19 +77,19 @@ TEST_F(ComLoaderTest, LoadsACompleteLibraryMakesObjectsAndReleasesEverything) {
     // and the object carries one reference.
     EXPECT_TRUE(Make(loader, &out, qzetest::kGreeterClass, qzetest::kCounterIid) ==
                     by::kNoInterface &&
-                out == nullptr && live() == 11);
+                out == nullptr && Live(path) == 11);
     EXPECT_EQ(static_cast<by::IBaseUnknown*>(greeter)->Release(), 0u);
 
     // FreeCom and destruction release the module object; our own handle
     // keeps the library loaded to look at it.
     platform::LibraryHandle keep = platform::OpenLibrary(path.c_str());
     loader.FreeCom();
-    EXPECT_TRUE(!loader.IsLoaded() && !loader.ModuleObject() && live() == 0);
+    EXPECT_TRUE(!loader.IsLoaded() && !loader.ModuleObject() && Live(path) == 0);
     {
         by::CComLoader second;
         ASSERT_TRUE(second.LoadCom(path.c_str()));
     }
-    EXPECT_EQ(live(), 0);
+    EXPECT_EQ(Live(path), 0);
     platform::CloseLibrary(keep);
 }
 
@@ -116,9 +118,7 @@ TEST_F(ComLoaderTest, AMissingExportFailsTheLoadButLeavesTheLibraryOpen) {
         // Objects can still be made when the getter was found.
         void* out = nullptr;
         EXPECT_EQ(Make(loader, &out), c.stored[1] == '-' ? by::kFail : by::kOk);
-        if (out) {
-            static_cast<by::IBaseUnknown*>(out)->Release();
-        }
+        EXPECT_TRUE(!out || static_cast<by::IBaseUnknown*>(out)->Release() == 0u);
     }
 }
 
@@ -166,9 +166,7 @@ TEST_F(ComLoaderTest, EachFactoryFailureGivesItsStatusAndReleasesWhatItGot) {
         EXPECT_TRUE(out == nullptr &&
                     debug_.Lines() ==
                         (called ? Lines{"pOFClassFactory->CreateInstance"} : Lines{}) &&
-                    CallCountExport(path, "TestLiveFactories") * 10 +
-                            CallCountExport(path, "TestLiveObjects") ==
-                        10)
+                    Live(path) == 10)
             << classId;
     }
 }

@@ -32,8 +32,8 @@ TEST(ComponentModel, QueriesAndHoldersCountReferencesAndLastReleaseDestroysOnce)
     {
         auto held = by::ComPtr<IWidget>::Query(w, IWidget::InterfaceId());
         by::ComPtr<IWidget> copy = held;
-        EXPECT_EQ(copy.Get(), w);
-        EXPECT_FALSE(by::ComPtr<by::IClassFactory>::Query(w, by::IID_IClassFactory));
+        EXPECT_TRUE(copy.Get() == w &&
+                    !by::ComPtr<by::IClassFactory>::Query(w, by::IID_IClassFactory));
         // The creator's, two queries', two holders' and this one.
         EXPECT_EQ(w->AddRef(), 6u);
     }

@@ -102,7 +102,6 @@ TEST(CodeSigning, TrustStatusOfTheFirstCall) {
         {"signed_sha256.dll", 0},
         {"unsigned.dll", pf::kTrustNoSignature},
         {"tampered_sha256.dll", pf::kTrustBadDigest},
-        {"untrusted_sha1.dll", pf::kTrustUntrustedRoot},
     };
     for (const auto& [file, status] : cases) {
         const pf::TrustResult result = pf::VerifyFileTrust(Fixture(file));

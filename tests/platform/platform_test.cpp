@@ -27,11 +27,6 @@ using qzetest::Wide;
 
 constexpr uint32_t kModNotFound = 126, kProcNotFound = 127, kBadExeFormat = 193;
 
-fs::path Write(const fs::path& file, const std::string& bytes) {
-    std::ofstream(file, std::ios::binary) << bytes;
-    return file;
-}
-
 class PlatformTest : public ::testing::Test {
 protected:
     void TearDown() override {
@@ -91,7 +86,8 @@ TEST_F(PlatformTest, OpenAndFindFailuresReportTheWindowsCode) {
     const fs::path cut = dir.path() / (std::string("cut") + kLibrarySuffix);
     fs::copy_file(qzetest::BuiltPlugin("qzekit_plugin_complete"), cut);
     fs::resize_file(cut, 1024);
-    Write(helperDir.path() / (std::string("qzekit_plugin_dep_helper") + kLibrarySuffix), "plain");
+    std::ofstream(helperDir.path() / (std::string("qzekit_plugin_dep_helper") + kLibrarySuffix))
+        << "plain";
     const struct {
         fs::path library, directory;  // the library directory while it opens
         uint32_t code;

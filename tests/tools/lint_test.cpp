@@ -56,19 +56,10 @@ TEST(QzekitLint, EachBrokenElementGivesItsFinding) {
          {X + "host.menu.extensionPointId: no extension point \"nope\" in a bundle with id "
               "\"extension_adapter\": the kit derives no records from extension point "
               "\"host.menu\""}},
-        {{{kConfig, R"({"modules": [{"configurations": []},
-                        {"id": "m", "configurations": []}],
-                        "ExtensionAuthInfo": {"H5": {"https://a.example.com": [{"bundleId": "w"}]},
-                        "Native": [{"bundleId": "n", "accessKey": "k2"}]},
-                        "artifacts": ["a", "adapter", "gone"]})"},
-          {"extensions/adapter/manifest.json", R"({"id": "extension_adapter", "extensionPoints":
-              [{"id": "adapter.web"}, {"iid": "{I}", "extensions": [{"id": "e"}]}]})"}},
+        {{{kConfig,
+           R"({"modules": [{"configurations": []}], "artifacts": ["a", "adapter", "gone"]})"}},
          {C + "modules[0]: no \"id\": the kit passes over the module\n" + C +
-          "ExtensionAuthInfo.H5[\"https://a.example.com\"][0]: no \"accessKey\": the kit "
-          "makes no record\n"
-          "extensions/adapter/manifest.json: extensionPoints[1]: no \"id\": the kit passes over "
-          "the extension point and its extensions\n" +
-          C + "artifacts[2]: no folder extensions/gone: the kit passes over the bundle"}},
+          "artifacts[2]: no folder extensions/gone: the kit passes over the bundle"}},
         {{{kA, BundleA(R"([{"id": "e1", "isSingleton": "false", "settingMap": {"uri": "/u"},
                           "payloads": {"p.q": "1"}},
                           {"id": "e1"}])")}},

@@ -114,9 +114,9 @@ TEST(QzekitSign, AppendedSignatureGivesTheTextsTheKitAccepts) {
     };
     for (const auto& [cert, key, error] : refusals) {
         ToolRun run = RunTool({"sign", U8(library), "--cert", U8(cert), "--key", U8(key)});
-        EXPECT_EQ(std::to_string(run.status) + run.out + run.err.substr(0, 13), "1qzekit sign: ")
-            << error;
-        EXPECT_TRUE(Has(run.err, error) && ReadBytes(library) == "original library") << run.err;
+        EXPECT_TRUE(run.status == 1 && run.out.empty() && run.err.rfind("qzekit sign: ", 0) == 0 &&
+                    Has(run.err, error) && ReadBytes(library) == "original library")
+            << run.err;
     }
 }
 
