@@ -137,8 +137,7 @@ TEST_F(ComLoaderTest, LoadersWithoutALibraryMakeNothing) {
     for (const auto& [path, lines] : cases) {
         debug_.Clear();
         ProbeLoader loader;
-        EXPECT_FALSE(loader.LoadCom(path));
-        EXPECT_FALSE(loader.IsLoaded() || loader.ModuleObject());
+        EXPECT_FALSE(loader.LoadCom(path) || loader.IsLoaded() || loader.ModuleObject());
         // The library without a module object has all its exports.
         EXPECT_EQ(loader.HasAllExports(), path == noModule.c_str());
         EXPECT_TRUE(path == noModule.c_str() || debug_.Lines() == lines);
