@@ -13,6 +13,7 @@ TEST(ParseGuid, Cases) {
         {"e50226d4-ee3f-4a64-b53e-50114f0c99c7", false, by::IID_IQZEBundle},
         // Wrong length for the form asked for.
         {"e50226d4-ee3f-4a64-b53e-50114f0c99c7", true, {}},
+        {"{e50226d4-ee3f-4a64-b53e-50114f0c99c7}x", true, {}},
         {nullptr, true, {}},
         // Not all hexadecimal: the scanner fills the id up to where it stops.
         {"{e50226d4-ee3f-4a64-b53e-50114f0c99cg}",

@@ -37,9 +37,7 @@ TEST(ComponentModel, QueriesAndHoldersCountReferencesAndLastReleaseDestroysOnce)
         // The creator's, two queries', two holders' and this one.
         EXPECT_EQ(w->AddRef(), 6u);
     }
-    for (uint32_t left : {3u, 2u, 1u}) {
-        EXPECT_EQ(w->Release(), left);
-    }
+    EXPECT_TRUE(w->Release() == 3u && w->Release() == 2u && w->Release() == 1u);
     EXPECT_EQ(g_alive, 1);
     by::ComPtr<IWidget>::Adopt(w).Reset();
     EXPECT_EQ(g_alive, 0);

@@ -55,7 +55,6 @@ TEST_F(QzekitConfig, DecryptsAsTheKitReadsAndRefusesBadKeysAndFiles) {
         std::string in;
         std::string error;  // empty: decrypts to `json`
     } rows[] = {
-        {"decrypt", EncryptForConfig(json + std::string(8, '\0'), kKey), ""},
         // The kit's text ends at the first NUL byte.
         {"decrypt",
          EncryptForConfig(json + std::string(1, '\0') + "garbage" + std::string(16, '\x10'), kKey),

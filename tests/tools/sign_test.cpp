@@ -140,16 +140,15 @@ TEST(QzekitVerify, ReportsTheKitsChecksAndVerdict) {
         qzextensionkit::ManifestDigests texts;
         ASSERT_TRUE(RunTool(SignArguments(path, row.signer)).status == 0 &&
                     qzextensionkit::ComputeManifestDigests(Wide(path), &texts, nullptr));
-        const std::string md5 = texts.libFileMD5;
-        std::string given = md5;
+        std::string given = texts.libFileMD5;
         std::transform(given.begin(), given.end(), given.begin(),
                        [&row](char c) { return row.upper ? std::toupper(c) : c; });
         const fs::path bundle =
             WriteBundle(dir.path(), row.name, ReadBytes(path), given, texts.signMD5);
-        const std::string head = !row.upper
-                                     ? tag + "Verify lib file md5 success.\nfile check: passed\n"
-                                     : "file check: failed: the manifest's libFileMD5 is \"" +
-                                           given + "\", the file's MD5 is " + md5 + "\n";
+        const std::string head =
+            !row.upper ? tag + "Verify lib file md5 success.\nfile check: passed\n"
+                       : "file check: failed: the manifest's libFileMD5 is \"" + given +
+                             "\", the file's MD5 is " + texts.libFileMD5 + "\n";
         ToolRun run = RunTool({"verify", U8(bundle)});
         EXPECT_EQ(run.status, accepted ? 0 : 1) << row.name << run.err;
         EXPECT_EQ(run.out.rfind("library: " + U8(bundle) + "\\bin/lib\n" + head + tag, 0), 0u)
