@@ -73,8 +73,7 @@ TEST_F(ComLoaderTest, LoadsACompleteLibraryMakesObjectsAndReleasesEverything) {
     ASSERT_EQ(Make(loader, &greeter), by::kOk);
     EXPECT_STREQ(static_cast<qzetest::ITestGreeter*>(greeter)->Greet(), "hello from complete");
     EXPECT_EQ(debug_.Lines(), Lines{"pOFClassFactory->CreateInstance"});
-    // The factory's own status comes back; the factories were released again
-    // and the object carries one reference.
+    // The factory's own status comes back, and its factories are released.
     EXPECT_TRUE(Make(loader, &out, qzetest::kGreeterClass, qzetest::kCounterIid) ==
                     by::kNoInterface &&
                 out == nullptr && Live(path) == 11);
@@ -93,8 +92,7 @@ TEST_F(ComLoaderTest, LoadsACompleteLibraryMakesObjectsAndReleasesEverything) {
     platform::CloseLibrary(keep);
 }
 
-// One library per missing export: the walk stops at it, the library stays
-// open, and what was found before it stays stored.
+// The walk stops at the missing export; the library stays open.
 TEST_F(ComLoaderTest, AMissingExportFailsTheLoadButLeavesTheLibraryOpen) {
     const struct {
         const char *name, *library, *stored;
@@ -143,13 +141,11 @@ TEST_F(ComLoaderTest, LoadersWithoutALibraryMakeNothing) {
         EXPECT_TRUE(path == noModule.c_str() || debug_.Lines() == lines);
         debug_.Clear();
         void* out = nullptr;
-        EXPECT_EQ(Make(loader, &out), by::kFail);
-        EXPECT_TRUE(out == nullptr && debug_.Calls().empty());
+        EXPECT_TRUE(Make(loader, &out) == by::kFail && out == nullptr && debug_.Calls().empty());
     }
 }
 
-// A refusal before the factory's call gives E_FAIL; the call's own status
-// comes back as it is.
+// A refusal before the factory's call gives E_FAIL.
 TEST_F(ComLoaderTest, EachFactoryFailureGivesItsStatusAndReleasesWhatItGot) {
     const std::wstring path = TestPluginPath("qzekit_plugin_faulty");
     for (const char* classId : {qzetest::kGetterFailsClass, qzetest::kNullFactoryClass,

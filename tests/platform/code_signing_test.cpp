@@ -52,8 +52,7 @@ TEST(WriteFileAtomically, ReplacesTheWholeFileOrLeavesWhatWasThere) {
 
 #if defined(_WIN32)
 
-// Made at build time by tests/plugins/sign_test_libraries.sh; the names,
-// serial numbers, program name and link below are the ones it uses.
+// Made at build time by tests/plugins/sign_test_libraries.sh.
 std::wstring Fixture(const char* name) {
     return (fs::u8path(QZEKIT_TEST_BIN_DIR) / "test_signing" / name).wstring();
 }

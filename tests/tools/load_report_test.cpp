@@ -126,9 +126,9 @@ TEST(QzekitInspect, JsonAndSettings) {
         EXPECT_TRUE(run.status == 0 && run.out.find(part) != std::string::npos) << part << run.out;
     }
     run = RunTool({"inspect", install.RootText() + "/extensions"});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.out.find("Load: failed: extension_adapter_mapping.json is missing\n"),
-              std::string::npos)
+    EXPECT_TRUE(run.status == 1 &&
+                run.out.find("Load: failed: extension_adapter_mapping.json is missing\n") !=
+                    std::string::npos)
         << run.out;
 }
 
