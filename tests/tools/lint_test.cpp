@@ -52,34 +52,18 @@ TEST(QzekitLint, EachBrokenElementGivesItsFinding) {
         {{{kMap, ""}, {kConfig, "[]"}},
          {X + "missing: the kit fails the whole load\n" + C +
           "root is not an object: the kit loads nothing from it and still succeeds"}},
-        {{{kMap, R"({"host": {"menu": {"extensionPointId": "nope"}, "x.y": {}}})"}},
-         {X +
-          "host[\"x.y\"]: key holds \".\": the kit looks ids up by path and never finds this "
-          "entry\n" +
-          X +
-          "host.menu.extensionPointId: no extension point \"nope\" in a bundle with id "
-          "\"extension_adapter\": the kit derives no records from extension point "
-          "\"host.menu\""}},
-        {{{kConfig, R"({"modules": [{"configurations": []},
-                        {"id": "m", "configurations": [{"key": "k", "value": "v"}, {"key": "j"}]}],
-                        "ExtensionAuthInfo": {"H5": {"https://a.example.com": [{"bundleId": "w"}]},
-                        "Native": [{"bundleId": "n", "accessKey": "k2"}]},
-                        "artifacts": ["a", "adapter", "gone"]})"},
-          {"extensions/adapter/manifest.json", R"({"id": "extension_adapter", "extensionPoints":
-              [{"id": "adapter.web"}, {"iid": "{I}", "extensions": [{"id": "e"}]}]})"}},
+        {{{kMap, R"({"host": {"menu": {"extensionPointId": "nope"}}})"}},
+         {X + "host.menu.extensionPointId: no extension point \"nope\" in a bundle with id "
+              "\"extension_adapter\": the kit derives no records from extension point "
+              "\"host.menu\""}},
+        {{{kConfig,
+           R"({"modules": [{"configurations": []}], "artifacts": ["a", "adapter", "gone"]})"}},
          {C + "modules[0]: no \"id\": the kit passes over the module\n" + C +
-          "modules[1].configurations[1]: no \"value\": the kit passes over the setting\n" + C +
-          "ExtensionAuthInfo.H5[\"https://a.example.com\"][0]: no \"accessKey\": the kit "
-          "makes no record\n"
-          "extensions/adapter/manifest.json: extensionPoints[1]: no \"id\": the kit passes over "
-          "the extension point and its extensions\n" +
-          C + "artifacts[2]: no folder extensions/gone: the kit passes over the bundle"}},
+          "artifacts[2]: no folder extensions/gone: the kit passes over the bundle"}},
         {{{kA, BundleA(R"([{"id": "e1", "isSingleton": "false", "settingMap": {"uri": "/u"},
-                          "payloads": {"b.c": 2, "p.q": "1"}, "constraints": [{"value": ["x"]}]},
+                          "payloads": {"p.q": "1"}},
                           {"id": "e1"}])")}},
          {E + "0].isSingleton: not a boolean: the kit takes true\n" + E +
-          "0].payloads[\"b.c\"]: not a string: the kit leaves the payload out\n" + E +
-          "0].constraints[0]: no \"key\": the kit files the values under the empty key\n" + E +
           "0].settingMap: missing \"modalPosition\", \"modalSize\", \"host\", \"openType\": "
           "the kit keeps an empty setting map\n" +
           E + "1]: id \"e1\" again in extension point \"host.menu\": the kit keeps the first (" +
@@ -114,7 +98,6 @@ TEST(QzekitLint, CleanEncryptedAndJson) {
     WriteGood(install);
     ToolRun clean = Lint(install);
     EXPECT_EQ(clean.out + std::to_string(clean.status), "0") << clean.err;
-    EXPECT_EQ(Lint(install, {"--json", "--foundation", "3.0.0"}).out, "{\"findings\": []}\n");
 
     // Encrypted; blanks fill the last block, as the kit leaves them.
     std::string plain = kGoodConfig;
@@ -123,10 +106,11 @@ TEST(QzekitLint, CleanEncryptedAndJson) {
     install.Write("host.key", kKey + "\n");
     const std::string keyFile = (install.root() / "host.key").u8string();
     EXPECT_EQ(Lint(install, {"--key-file", keyFile}).status, 0);
-    ToolRun noKey = Lint(install);
-    EXPECT_EQ(noKey.out.rfind(kConfig + ": not JSON (line 1, column ", 0), 0u) << noKey.out;
-    EXPECT_NE(noKey.out.find("the kit fails the whole load; if it is encrypted, give --key-file"),
-              std::string::npos);
+    const std::string noKey = Lint(install).out;
+    EXPECT_TRUE(noKey.rfind(kConfig + ": not JSON (line 1, column ", 0) == 0 &&
+                noKey.find("the kit fails the whole load; if it is encrypted, give --key-file") !=
+                    std::string::npos)
+        << noKey;
 
     install.WriteConfig(R"({"artifacts": ["a", "adapter", ""]})");
     EXPECT_EQ(Lint(install, {"--json"}).out,

@@ -11,18 +11,13 @@
 namespace qzetest {
 namespace {
 
-// Every command's usage error (2), failures (1) and a success or its help (0),
+// Every command's usage error (2), a failure (1) and a success (0),
 // each by the first line it prints: on stdout when it succeeds, else on stderr.
 TEST(QzekitTool, ExitStatusesAndFirstLines) {
     TempDir dir;
     const std::string d = dir.path().u8string();
     WriteBytes(dir.path() / "lib.bin", "abc");
     WriteBytes(dir.path() / "short.key", "0123");
-    for (const char* bundle : {"empty", "noentry", "nofile"}) {
-        std::filesystem::create_directories(dir.path() / bundle);
-    }
-    WriteBytes(dir.path() / "noentry" / "manifest.json", "{\"id\": \"x\"}");
-    WriteBytes(dir.path() / "nofile" / "manifest.json", "{\"mainEntry\": \"bin/none.so\"}");
     const struct {
         std::vector<std::string> arguments;
         int status;
@@ -31,38 +26,19 @@ TEST(QzekitTool, ExitStatusesAndFirstLines) {
         // MD5("abc"), the kit's lower-case text.
         {{"hash", d + "/lib.bin"}, 0, "900150983cd24fb0d6963f7d28e17f72"},
         {{"hash", d + "/none.bin"}, 1, "qzekit hash: cannot read the library " + d + "/none.bin"},
-        {{"hash", "--help"}, 0, "Print a library's libFileMD5, as the kit computes it."},
         {{}, 2, "qzekit: A subcommand is required"},
-        {{"hash", "a", "b"}, 2, "qzekit: The following argument was not expected: b"},
         {{"sign"}, 2, "qzekit: LIB is required"},
         {{"sign", d + "/none.so"}, 1, "qzekit sign: cannot read the library " + d + "/none.so"},
-        {{"sign", d + "/lib.bin", "--key", d + "/lib.bin"},
-         2,
-         "qzekit sign: " + d +
-             "/lib.bin is not a Windows (PE) library, so it is signed here: give --cert and --key"},
         {{"verify"}, 2, "qzekit: BUNDLE_DIR is required"},
-        {{"verify", d + "/empty"},
+        {{"verify", d},
          1,
-         "qzekit verify: cannot read " + d +
-             "/empty\\manifest.json (missing, unreadable or not JSON)"},
-        {{"verify", d + "/noentry"},
-         1,
-         "qzekit verify: the manifest of " + d + "/noentry names no library (\"mainEntry\")"},
-        {{"verify", d + "/nofile"},
-         1,
-         "qzekit verify: the library " + d +
-             "/nofile\\bin/none.so that \"mainEntry\" names does "
-             "not exist"},
+         "qzekit verify: cannot read " + d + "\\manifest.json (missing, unreadable or not JSON)"},
         {{"config", "encrypt", "in", "out"}, 2, "qzekit: --key-file is required"},
-        {{"lint", "--foundation", "1.+2", d},
-         2,
-         "qzekit lint: --foundation: \"1.+2\" is not a version"},
         {{"lint", "--key-file", d + "/short.key", d},
          2,
          "qzekit lint: the key in " + d +
              "/short.key is 4 bytes long (one line end after it not counted); a key is exactly 32 "
              "bytes"},
-        {{"lint", d + "/none"}, 2, "qzekit lint: no folder " + d + "/none"},
         {{"inspect"}, 2, "qzekit: HOST_DIR is required"},
         {{"inspect", d + "/none"}, 1, "qzekit inspect: no such folder: " + d + "/none"},
     };
