@@ -10,7 +10,6 @@
 #include "base/base64.h"
 #include "base/files/file_util.h"
 #include "base/json/json_reader.h"
-#include "base/utf_string_conversions.h"
 #include "base/values.h"
 #include "config/aes_ecb.h"
 #include "config/configuration_manager_impl.h"

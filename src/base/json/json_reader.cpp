@@ -13,8 +13,8 @@
 #include "base/string_util.h"
 #include "base/utf_string_conversions.h"
 
-// SSE2 is part of every x86-64 processor; elsewhere the scans go a word or
-// a byte at a time.
+// SSE2 is part of every x86-64 processor; elsewhere strings and indentation
+// are passed a byte at a time.
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #define QZEKIT_JSON_SSE2 1
