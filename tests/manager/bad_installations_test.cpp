@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <memory>
 #include <set>
@@ -15,30 +14,22 @@
 #include <vector>
 
 #include "base/utf_string_conversions.h"
-#include "bundle/support/verify_pki.h"
 #include "kit/bundle_manager.h"
 #include "kit/configuration_manager.h"
 #include "manager/support/kit_host.h"
 #include "platform/platform.h"
-
-#if defined(_WIN32)
-#include <windows.h>
-#endif
 
 namespace qzetest {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kNoLibraryLine[] =
-    "Bundle Loader - load bundle failed, because of library file path not exist or empty";
-
 // expect.txt: "artifacts <folders...>", "load false", "log <text>" ("{root}"
 // for the root).
 struct Expectation {
     std::vector<std::string> artifacts{"bad", "good"};
     bool loads = true;
-    std::vector<std::string> lines;
+    std::vector<std::string> lines{};
 };
 
 Expectation ReadExpectation(const fs::path& file) {
@@ -58,9 +49,9 @@ Expectation ReadExpectation(const fs::path& file) {
     return expect;
 }
 
-std::string BadManifest(const std::string& mainEntry, const std::string& point = "bad.point") {
+std::string BadManifest(const std::string& mainEntry) {
     return R"({"id": "bad", "mainEntry": ")" + mainEntry + R"(", "extensionPoints": [)" +
-           Point(point, kProbeIid, {{"bad.ext", kProbeClass}}) + "]}";
+           Point("bad.point", kProbeIid, {{"bad.ext", kProbeClass}}) + "]}";
 }
 
 void CopyPlugin(const fs::path& target) {
@@ -77,8 +68,7 @@ void AddGoodBundle(const Installation& install, const std::string& library = kEx
 
 class BadInstallationsTest : public KitHost {
 protected:
-    // Returns the log's lines.
-    std::vector<std::string> LoadAndCheck(const Installation& at, const Expectation& expect) {
+    void LoadAndCheck(const Installation& at, const Expectation& expect) {
         log->Clear();
         if (!fs::exists(at.root() / "extension_adapter_mapping.json")) {
             at.WriteMapping("{}");
@@ -98,9 +88,8 @@ protected:
         EXPECT_EQ(SeenField(good, "ext"), expect.loads ? "good.ext" : "?");
         EXPECT_FALSE(kit()->GetExtensionById("bad.ext", &bad) || bad != nullptr);
         ReleaseObject(good);
-        const std::vector<std::string> lines = log->Texts();
         std::string all;
-        for (const std::string& line : lines) {
+        for (const std::string& line : log->Texts()) {
             all += line + "\n";
         }
         for (std::string wanted : expect.lines) {
@@ -109,7 +98,6 @@ protected:
             EXPECT_NE(all.find(wanted), std::string::npos) << "no log line holds: " << wanted;
         }
         kit()->Unload();
-        return lines;
     }
 };
 
@@ -127,68 +115,14 @@ TEST_F(BadInstallationsTest, EveryCaseOfTheCorpusLoadsAroundItsBadPart) {
     }
 }
 
-TEST_F(BadInstallationsTest, MadeCasesLoadAroundTheirBadPart) {
-    struct Row {
-        const char* name;
-        std::string rootName;
-        std::function<void(const Installation&, Expectation&)> make;
-    } const rows[] = {
-        {"truncated library", "config",
-         [](const Installation& at, Expectation& expect) {
-             at.WriteManifest("bad", BadManifest("bin/plugin.dll"));
-             const fs::path file = at.root() / "extensions" / "bad" / "bin" / "plugin.dll";
-             CopyPlugin(file);
-             fs::resize_file(file, 1024);
-             expect.lines = {"Bundle Loader - load bundle failed, because of load com failed"};
-         }},
-        {"deeply nested manifest", "config",
-         [](const Installation& at, Expectation& expect) {
-             at.WriteManifest("bad", std::string(100000, '['));
-             at.WriteManifest("bad2", std::string(50000, '{') + R"("id": "x")");
-             expect.artifacts = {"bad", "bad2", "good"};
-         }},
-        // Artifact text is widened byte by byte, so the UTF-8 folder is not found.
-        {"non-ASCII paths", "Gr\xC3\xBC\xC3\x9F\x65-\xE6\x97\xA5\xE6\x9C\xAC",
-         [](const Installation& at, Expectation& expect) {
-             at.Remove("extensions/good");
-             AddGoodBundle(at, "bin/biblioth\xC3\xA8que-\xE6\x97\xA5.lib");
-             const std::string folder = "b\xC3\xBCndel";
-             at.WriteManifest(folder, BadManifest(kExtensionLibrary));
-             CopyPlugin(at.root() / "extensions" / fs::u8path(folder) / kExtensionLibrary);
-             expect.artifacts = {folder, "good"};
-         }},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        Installation at(row.rootName);
-        AddGoodBundle(at);
-        Expectation expect;
-        row.make(at, expect);
-        LoadAndCheck(at, expect);
-    }
-}
-
-// The bad bundles' library is missing: records are read, none built.
-TEST_F(BadInstallationsTest, HugeCountOfBundlesIsReadWhole) {
-#if defined(_WIN32)
-    if (GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr) {
-        GTEST_SKIP() << "10,000 bundle folders take about 150 s under Wine, all of it in "
-                        "making and removing files";
-    }
-#endif
-    constexpr int kBundles = 10000;
-    AddGoodBundle(install);
-    Expectation expect{{}, true, {}};
-    for (int i = 0; i < kBundles; ++i) {
-        expect.artifacts.push_back("b" + std::to_string(i));
-        install.WriteManifest(expect.artifacts.back(),
-                              BadManifest("bin/missing.dll", "many.b" + std::to_string(i)));
-    }
-    expect.artifacts.push_back("good");
-    const std::vector<std::string> lines = LoadAndCheck(install, expect);
-    EXPECT_EQ(
-        std::count(lines.begin(), lines.end(), std::string("[QZExtensionKit] ") + kNoLibraryLine),
-        kBundles);
+// Artifact text is widened byte by byte, so the UTF-8 folder is not found.
+TEST_F(BadInstallationsTest, NonAsciiPathsLoadAroundTheirBadPart) {
+    Installation at("Gr\xC3\xBC\xC3\x9F\x65-\xE6\x97\xA5\xE6\x9C\xAC");
+    AddGoodBundle(at, "bin/biblioth\xC3\xA8que-\xE6\x97\xA5.lib");
+    const std::string folder = "b\xC3\xBCndel";
+    at.WriteManifest(folder, BadManifest(kExtensionLibrary));
+    CopyPlugin(at.root() / "extensions" / fs::u8path(folder) / kExtensionLibrary);
+    LoadAndCheck(at, Expectation{{folder, "good"}});
 }
 
 namespace pf = qzextensionkit::platform;
@@ -208,8 +142,6 @@ protected:
 // library missing at the request is a case of the bad installations.
 TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWorks) {
     const std::string config = "configuration manager impl - load ";
-    const std::string findFailed =
-        config + "all extension infos failed, because of find extensions failed";
     const std::string loaded = config + "all extension infos success";
     const std::string loadCom = "Bundle Loader - load bundle failed, because of load com failed";
     const std::string setDirectory = "Bundle Loader - Failed to set DLL directory, code:0x57";
@@ -229,20 +161,12 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
          "configuration manager impl - get extension adapter mapping file path failed, becuase of "
          "extension_adapter_mapping.json is not exist",
          kFailed, "r"},
-        {"executable path empty for config.json", Op::kExecutablePath, 1,
-         config + "local configurations failed, because of get extensions dir failed", kFailed,
-         "r"},
         // Existence tests: the mapping first, config.json second.
-        {"mapping not found", Op::kFileExists, 0, findFailed, kFailed, "r"},
         {"config.json not found", Op::kFileExists, 1,
          config + "local configurations failed, becuase of config.json is not exist", kFailed, "r"},
-        {"config.json not opened", Op::kOpenFile, 1,
-         config + "local configurations failed, becuase of load config.json failed", kFailed, "r"},
         {"manifest not opened", Op::kOpenFile, 2, loaded, kNoRecords, "r"},
         {"class getter not exported", Op::kFindExport, 0, loadCom, kLoaded, "pob"},
         {"search directory not set", Op::kSetLibraryDirectory, 0, setDirectory, kLoaded, "p"},
-        // Every identifier asked for fails.
-        {"no identifier for the derived record", Op::kCreateGuid, 0, loaded, kLoaded, "por"},
         {"root gone at the request", Op::kFileExists, 0,
          "extension manager impl - create extension instance from dynamic library failed, "
          "because of root path not exist",
@@ -269,14 +193,13 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         pf::SetLibraryDirectory(marker.c_str());
         const long loads = QzeTestCounter(kLoadsCounter);
         log->Clear();
-        const int times = row.op == Op::kCreateGuid ? -1 : 1;
         if (row.outcome != kAtRequest) {
-            pf::testing::InjectFailure(row.op, times, 0x57, row.skip);
+            pf::testing::InjectFailure(row.op, 1, 0x57, row.skip);
         }
         EXPECT_EQ(kit()->Load(), row.outcome != kFailed);
         void* object = nullptr;
         if (row.outcome == kAtRequest) {
-            pf::testing::InjectFailure(row.op, times, 0x57, row.skip);
+            pf::testing::InjectFailure(row.op, 1, 0x57, row.skip);
             EXPECT_FALSE(kit()->GetExtensionById(id, &object) || object != nullptr);
         }
         pf::testing::ClearFailures();
@@ -287,12 +210,7 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         const bool read = row.outcome == kLoaded || row.outcome == kAtRequest;
         EXPECT_EQ(configuration->GetExtensionInfosByExntensionPointID(source, records), read);
         ASSERT_EQ(derived.size(), read ? 1u : 0u);
-        if (read) {
-            const std::string derivedId = derived[0]->GetId();
-            EXPECT_TRUE(row.op == Op::kCreateGuid ? derivedId == "{}"
-                                                  : derivedId.size() == 38 && derivedId[0] == '{')
-                << derivedId;
-        }
+        EXPECT_TRUE(!read || derived[0]->GetId().size() == 38) << derived[0]->GetId();
         const bool pooled = qzextensionkit::QZEBundleManager::GetInstance()->ComLoaderIsExist(
             RootText(folder) + "\\" + kExtensionLibrary);
         const bool atBin =
@@ -317,44 +235,6 @@ TEST_F(FaultsTest, EachPlatformFailureIsToldLeavesWhatItShouldAndTheNextCallWork
         left += kit()->GetExtensionById(id, &object) ? "r" : "";
         ReleaseObject(object);
         EXPECT_EQ(left, row.left);
-        kit()->Unload();
-    }
-}
-
-// A wrong digest under the file check is the bundle tests' row.
-TEST_F(KitHost, TheHostsSwitchesDecideWhatIsCheckedAndAFailedLibraryIsNeverOpened) {
-    const std::string md5 = Md5Hex(ReadBytes(BuiltPlugin("qzekit_plugin_extension")));
-    // Rows: file check, signature check, digest, the last line of the load
-    // that is the checks' or the loader's failure ("" when none).
-    const std::tuple<bool, bool, std::string, std::string> rows[] = {
-        {true, false, md5, "[SignVerify] Verify lib file md5 success."},
-        {true, true, md5, "Bundle Loader - load bundle failed, because of file sign verify failed"},
-        {false, true, std::string(32, '0'), ""},
-    };
-    int n = 0;
-    for (const auto& [fileCheck, signCheck, digest, last] : rows) {
-        const std::string folder = "row" + std::to_string(++n), id = "e" + std::to_string(n);
-        bundles.clear();
-        AddBundle(folder, Point("p." + folder, kProbeIid, {{id, kProbeClass}}),
-                  R"("libFileMD5": ")" + digest + "\"");
-        kit()->SetLibFileVerifyEnable(fileCheck);
-        kit()->SetSignVerifyEnable(signCheck);
-        const long loads = QzeTestCounter(kLoadsCounter);
-        log->Clear();
-        EXPECT_TRUE(Load());
-        std::string checked;
-        for (const std::string& line : Lines()) {
-            checked =
-                line.rfind("[SignVerify] ", 0) == 0 || line.find("failed") != std::string::npos
-                    ? line
-                    : checked;
-        }
-        const bool loaded = last.find("failed") == std::string::npos;
-        void* object = nullptr;
-        EXPECT_EQ(kit()->GetExtensionById(id, &object), loaded);
-        ReleaseObject(object);
-        EXPECT_EQ(checked + "|" + std::to_string(QzeTestCounter(kLoadsCounter) - loads),
-                  last + "|" + (loaded ? "1" : "0"));
         kit()->Unload();
     }
 }

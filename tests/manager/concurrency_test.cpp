@@ -5,14 +5,11 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
-#include <set>
 #include <shared_mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "component/object_container.h"
 #include "config/support/remote_sample.h"
 #include "kit/configuration_manager.h"
 #include "manager/support/kit_host.h"
@@ -27,19 +24,8 @@ constexpr int kRequestsPerThread = 150;
 constexpr int kMinFetchRounds = 60;
 constexpr int kFailEvery = 5;
 constexpr int kCachedLoadEvery = 4;
-constexpr int kRacers = 8;
-constexpr int kRaceRounds = 25;
 
 const char kTitles[][2] = {"A", "B"};
-
-// One pointer per object, whichever interface the kit handed out.
-by::IBaseUnknown* Identity(void* object) {
-    void* base = nullptr;
-    static_cast<by::IBaseUnknown*>(object)->QueryInterface(by::ParseGuid(kBaseExtensionIid, true),
-                                                           &base);
-    ReleaseObject(base);
-    return static_cast<qzextensionkit::IQZBaseExtension*>(base);
-}
 
 // Every thread of a group spins here until all have started.
 void SpinUntil(const std::atomic<int>& started, int all) {
@@ -182,48 +168,6 @@ TEST_F(ConcurrencyTest, LookupsStayConsistentWhileRemoteConfigurationMerges) {
     ReleaseObject(tool);
     EXPECT_TRUE(NewObjects().empty());
     config->SetRemoteConfigDataSource(nullptr);
-}
-
-// Callers that bypass the facade's mutex may each build a singleton; the
-// first stored stays.
-TEST_F(ConcurrencyTest, RacingSingletonCreatorsMayEachBuildOneAndTheFirstStoredStays) {
-    auto* container = qzextensionkit::QZEObjectContainer::GetInstance();
-    for (int round = 0; round < kRaceRounds; ++round) {
-        SCOPED_TRACE(round);
-        const std::string classId =
-            "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B" + std::to_string(1000 + round) + "}";
-        std::mutex mutex;
-        std::set<by::IBaseUnknown*> built;
-        ASSERT_TRUE(container->Register(
-            [&](const std::string& iid, const std::string&, void** out) {
-                std::this_thread::yield();
-                const bool made = HostProbe(iid, out);
-                std::lock_guard<std::mutex> hold(mutex);
-                built.insert(Identity(*out));
-                return made;
-            },
-            classId, true));
-        std::vector<by::IBaseUnknown*> got(kRacers, nullptr);
-        std::atomic<int> ready{0};
-        std::vector<std::thread> racers;
-        for (int r = 0; r < kRacers; ++r) {
-            racers.emplace_back([&, r] {
-                ++ready;
-                SpinUntil(ready, kRacers);
-                void* object = nullptr;
-                EXPECT_TRUE(container->CreateObjectInstanceByCreator(kProbeIid, classId, &object));
-                got[static_cast<size_t>(r)] = Identity(object);
-            });
-        }
-        std::for_each(racers.begin(), racers.end(), [](std::thread& t) { t.join(); });
-        void* kept = nullptr;
-        ASSERT_TRUE(container->CreateObjectInstanceByCreator(kProbeIid, classId, &kept));
-        EXPECT_EQ(std::set<by::IBaseUnknown*>(got.begin(), got.end()), built);
-        EXPECT_EQ(built.count(Identity(kept)), 1u);
-        std::for_each(built.begin(), built.end(), [](by::IBaseUnknown* o) { o->Release(); });
-        ASSERT_TRUE(container->UnRegister(classId));
-        EXPECT_TRUE(NewObjects().empty());
-    }
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
-#include <thread>
 #include <tuple>
 
 #include "manager/support/kit_host.h"
@@ -144,27 +141,6 @@ TEST_F(LookupsTest, AnExtensionMayCallTheKitFromItsInitializationAndOutlivesUnlo
     EXPECT_EQ(Probe(kept)->Release(), 0u);
 }
 
-TEST_F(LookupsTest, ASecondThreadWaitsForALoadInProgress) {
-    AddBundle("latch", Point("p", kProbeIid, {{"e", kProbeClass}}),
-              R"("BundleClassId": ")" + std::string(kLatchBundleClass) + "\"");
-    const long waiting = QzeTestCounter(kLatchWaitingCounter);
-    QzeTestLatchClose();
-    std::thread loader([this] { EXPECT_TRUE(Load()); });
-    while (QzeTestCounter(kLatchWaitingCounter) == waiting) {
-        std::this_thread::yield();
-    }
-    std::atomic<bool> done{false};
-    void* object = nullptr;
-    std::thread requester([&] { done = kit()->GetExtensionById("e", &object); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    EXPECT_FALSE(done.load());
-    QzeTestLatchOpen();
-    loader.join();
-    requester.join();
-    ASSERT_TRUE(done.load());
-    EXPECT_EQ(Probe(object)->Release(), 0u);
-}
-
 using RoutesTest = KitHost;
 
 constexpr const char kRegisteredClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D01}";
@@ -245,14 +221,6 @@ TEST_F(RoutesTest, TheTwoRoutesFillTheSameContextButDifferWhereTheyShould) {
     EXPECT_FALSE(kit()->unRegisterExtension(kRegisteredClass));
 }
 
-class HostGreeter : public ITestGreeter, public by::CUnknownImp {
-public:
-    HostGreeter() { QzeTestTrackObject(this, 1); }
-    ~HostGreeter() override { QzeTestTrackObject(this, 0); }
-    by::Result init_class(by::IBaseUnknown*, by::IBaseUnknown*) { return 0; }
-    const char* Greet() override { return "hello"; }
-};
-
 template <class T>
 qzextensionkit::ExtensionCreator BareCreator() {
     return [](const std::string&, const std::string&, void** out) {
@@ -264,33 +232,25 @@ qzextensionkit::ExtensionCreator BareCreator() {
 }
 
 TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
-    const std::string regNoBase = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D11}";
     const std::string regNoTarget = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D12}";
     const std::string regFails = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D13}";
     AddBundle("lib", Point("", "", {{"nopoint", ""}}) + ", " +
                          Point("p.nocls", kProbeIid, {{"nocls", ""}}) + ", " +
                          Point("p.plain", kGreeterIid, {{"notarget", kProbeClass}}));
-    AddBundle("greeter", Point("p.greeter", kGreeterIid, {{"nobase", kGreeterClass}}), "",
-              "qzekit_plugin_complete");
     AddBundle("reg",
               Point("p.reg", kProbeIid,
                     {{"unregistered", "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1D14}"},
                      {"creatorfails", regFails},
-                     {"regnobase", regNoBase},
                      {"regnotarget", regNoTarget}}),
               "", nullptr);
     ASSERT_TRUE(kit()->RegisterExtension(
         [](const std::string&, const std::string&, void**) { return false; }, regFails, false));
-    ASSERT_TRUE(kit()->RegisterExtension(BareCreator<HostGreeter>(), regNoBase, false));
     ASSERT_TRUE(kit()->RegisterExtension(BareCreator<PlainExtension>(), regNoTarget, false));
     ASSERT_TRUE(Load());
 
     const std::string create = "create extension instance failed";
     const std::string lib = "create extension instance from dynamic library";
     const std::string reg = "create extension instance from registry";
-    auto libLine = [&](const std::string& classId, const std::string& iid) {
-        return lib + ", class id:" + classId + ", iid:" + iid + ", singleton:false|" + lib;
-    };
     auto regLine = [&](const std::string& classId) {
         return reg + ", class id:" + classId + ", iid:" + kProbeIid + "|" + reg;
     };
@@ -298,14 +258,11 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
     const std::pair<const char*, std::string> rows[] = {
         {"nopoint", create + ", because of extension point id empty"},
         {"nocls", create + ", because of class Id empty"},
-        // The factory itself is asked for the base interface.
-        {"nobase",
-         libLine(kGreeterClass, kGreeterIid) + " failed, because of create object instance failed"},
-        {"notarget",
-         libLine(kProbeClass, kGreeterIid) + " failed, because of query target interface failed"},
+        {"notarget", lib + ", class id:" + kProbeClass + ", iid:" + kGreeterIid +
+                         ", singleton:false|" + lib +
+                         " failed, because of query target interface failed"},
         {"unregistered", create},
         {"creatorfails", regLine(regFails) + " failed, because of create object instance failed"},
-        {"regnobase", regLine(regNoBase) + " failed, because of query base interface failed"},
         {"regnotarget", regLine(regNoTarget) + " failed, because of query target interface failed"},
     };
     for (const auto& [id, lines] : rows) {
@@ -325,7 +282,7 @@ TEST_F(RoutesTest, EachBadRecordFailsWithItsLineAfterTheContainerWasAsked) {
         }
         EXPECT_TRUE(NewObjects().empty());
     }
-    for (const std::string& registered : {regFails, regNoBase, regNoTarget}) {
+    for (const std::string& registered : {regFails, regNoTarget}) {
         EXPECT_TRUE(kit()->unRegisterExtension(registered));
     }
 }

@@ -133,14 +133,6 @@ TEST_F(NotificationTest, RegistrarRecordsAndTheServiceStayInStep) {
          [&](R* r, int t) {
              r[0].Add(Obs("x"), t, kA), r[1].Add(Obs("x"), t, kA), r[0].Remove(Obs("x"), t, kA);
          }},
-        // Without a service only the registrar's records change.
-        {"|01",
-         [&](R* r, int t) {
-             QZServiceManager::GetInstance()->UnInitialize();
-             r[0].Add(Obs("x"), t, kA), r[1].Add(Obs("x"), t, kA), r[1].Remove(Obs("x"), t, kA);
-             EXPECT_TRUE(r[0].IsRegistered(Obs("x"), t, kA) && !r[0].IsRegistered(Obs("x"), 0, kA));
-             QZExtensionKit::InitSDK();
-         }},
     };
     int type = 600;
     for (const auto& c : cases) {

@@ -27,11 +27,9 @@ constexpr const char kExtensionLibrary[] = "bin/ext.dll";
 
 // One extension of a manifest; `more` holds further JSON members.
 struct Ext {
-    Ext(std::string id, std::string clsid, bool singleton = false, std::string more = "")
-        : id(std::move(id)), clsid(std::move(clsid)), singleton(singleton), more(std::move(more)) {}
     std::string id, clsid;
-    bool singleton;
-    std::string more;
+    bool singleton = false;
+    std::string more{};
 };
 
 inline std::string Point(const std::string& id, const std::string& iid,
@@ -87,11 +85,7 @@ protected:
         log = CaptureLog();
         objectsBefore = LiveObjects();
     }
-    void TearDown() override {
-        kit()->Unload();
-        kit()->SetLibFileVerifyEnable(false);
-        kit()->SetSignVerifyEnable(false);
-    }
+    void TearDown() override { kit()->Unload(); }
 
     static std::string BundleManifest(const std::string& folder, const std::string& points,
                                       const std::string& extraMembers, bool namesLibrary) {
