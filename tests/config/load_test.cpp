@@ -17,7 +17,7 @@
 
 namespace qzextensionkit {
 
-// Reaches the auth records and the debug reader, which no public operation shows.
+// Reaches the auth records, which no public operation shows.
 class QZEConfigurationManagerImplTestPeer {
 public:
     static std::vector<std::string> AuthInfos(QZEConfigurationManagerImpl& manager) {
@@ -27,11 +27,6 @@ public:
                             info->GetAccessKey());
         }
         return texts;
-    }
-    static void HandleDebug(QZEConfigurationManagerImpl& manager) {
-        manager.HandleDebugExtensionConfigurations(
-            [&](const std::string& id) { return manager.GetAdapterMappingEntry(id); },
-            [&](const std::string& id) { return manager.FindAdapterExtensionPoint(id); });
     }
 };
 
@@ -114,8 +109,6 @@ TEST(EncryptedConfiguration, PaddingAndBadFiles) {
         install.WriteConfig(goodFile);
         QZEConfigurationManagerImpl manager;
         ASSERT_TRUE(manager.SetSecKey(kKey));
-        // A key of another length is refused; the first stays in force.
-        EXPECT_FALSE(manager.SetSecKey(kKey + "k"));
         ASSERT_TRUE(manager.LoadAllExtensionInfos());
         install.WriteConfig(file);
         auto log = qzetest::CaptureLog();
@@ -158,15 +151,18 @@ TEST(ModulesAndFeatures, EveryCodeMeansItsText) {
         "avmeeting_enable_meeting_to_live vv_video_meeting_record vv_video_meetting_live "
         "vv_video_meetting_start vv_video_call_start vorn.feature.sms.enabled "
         "vorn.feature.vms.enabled vorn.feature.comment.enabled");
-    ASSERT_EQ(modules.size(), 38u);
     // A module with an empty id is skipped, so unassigned codes stay off.
     std::string config = R"({"modules": [{"id": ""},)";
+    std::string expected;
     for (auto& id : modules) {
         config += R"({"id": ")" + id + R"("},)";
+        expected += "query module is enabled success, module code:" + (id == "-" ? "" : id) +
+                    (id == "-" ? " module is false\n" : " module is true\n");
     }
     config += R"({"id": "zz", "configurations": [)";
     for (auto& key : features) {
         config += R"({"key": ")" + key + R"(", "value": "true"},)";
+        expected += "query feature is enabled success, feature code:" + key + " feature is true\n";
     }
     config.back() = ']';
     qzetest::Installation install;
@@ -175,26 +171,17 @@ TEST(ModulesAndFeatures, EveryCodeMeansItsText) {
     QZEConfigurationManagerImpl manager;
     ASSERT_TRUE(manager.LoadAllExtensionInfos());
     auto log = qzetest::CaptureLog();
+    bool enabled = false;
     for (int code = 0; code < 38; ++code) {
-        std::string id = modules[code] == "-" ? "" : modules[code];
-        bool enabled = false;
         EXPECT_TRUE(manager.IsModuleEnabled(ModuleCode(code), enabled));
-        EXPECT_EQ(enabled, !id.empty()) << code;
-        EXPECT_EQ(log->Texts().back(),
-                  ConfigLine("query module is enabled success, module code:" + id + " module is " +
-                             (id.empty() ? "false" : "true")));
     }
     for (int code = 0; code < 14; ++code) {
-        bool enabled = false;
-        EXPECT_TRUE(manager.IsFeatueEnabled(FeatureCode(code), enabled) && enabled) << code;
-        EXPECT_EQ(log->Texts().back(),
-                  ConfigLine("query feature is enabled success, feature code:" + features[code] +
-                             " feature is true"));
+        EXPECT_TRUE(manager.IsFeatueEnabled(FeatureCode(code), enabled));
     }
-    bool enabled = true;
     EXPECT_FALSE(manager.IsModuleEnabled(kModuleInvalid, enabled) || enabled);
-    EXPECT_EQ(log->Texts().back(), ConfigLine("query module is enabled failed, becuase of module "
-                                              "code: module is invalid"));
+    EXPECT_EQ(Joined(*log), expected +
+                                "query module is enabled failed, becuase of module code: module "
+                                "is invalid");
 }
 
 // The sample's "a_mod" and "b_mod" hold features and settings; "a_mod" sorts
@@ -336,19 +323,6 @@ TEST_F(LoadedSample, ReloadAndUnload) {
     EXPECT_TRUE(Peer::AuthInfos(manager).empty());
     bool enabled = false;  // modules stay
     EXPECT_TRUE(manager.IsModuleEnabled(kModuleCore, enabled) && enabled);
-}
-
-// Nothing in the kit calls the debug reader; only its failures are pinned.
-TEST_F(LoadedSample, DebugReaderFailures) {
-    install.Write("vplus-toolkit-extension.json", "[1,]");
-    Peer::HandleDebug(manager);
-    std::filesystem::remove(install.root() / "vplus-toolkit-extension.json");
-    Peer::HandleDebug(manager);
-    const std::string failed = "handle debug extension configurations failed, becuase of ";
-    EXPECT_EQ(Joined(*log), failed +
-                                "read debug_extension_configuration.json failed, Line: 1, column: "
-                                "4, Trailing comma not allowed.\n" +
-                                failed + "debug_extension_configuration.json file path not exist");
 }
 
 }  // namespace

@@ -137,8 +137,6 @@ TEST_F(RemoteSample, H5BundleLookup) {
         {"https://h5.example.com/x/appName_shop/", "web.app"},      // only the first segment
         {"https://port.example.com:8443/x", "portal"},
         {"https://port.example.com/x", ""},
-        {"http://h5.example.com/x", ""},
-        {"", ""},
     };
     for (auto& [url, bundle] : cases) {
         EXPECT_EQ(manager.GetH5ExtensionBundleId(url), bundle) << url;

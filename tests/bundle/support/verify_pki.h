@@ -20,7 +20,6 @@ void WriteBytes(const std::filesystem::path& path, const std::string& bytes);
 #include <openssl/x509.h>
 
 #include <cstdint>
-#include <ctime>
 #include <memory>
 #include <vector>
 
@@ -50,11 +49,6 @@ Identity MakeIdentity(const CertRequest& request, const std::filesystem::path& d
 struct SignOptions {
     const EVP_MD* digest = nullptr;  // null: SHA-256
     std::vector<const Identity*> chain;
-    // DER value of a program-name attribute; empty for none.
-    std::string programNameDer;
-    // A countersignature by this identity, signed at `countersignTime`.
-    const Identity* countersigner = nullptr;
-    time_t countersignTime = 0;
 };
 
 // A detached DER CMS SignedData over `content`.
@@ -71,9 +65,6 @@ struct TestPki {
     Identity wrongUsage;     // below intermediate, server authentication only
     Identity selfSigned;     // trusted by nobody
     Identity nonAscii;       // below intermediate, a subject name outside ASCII
-    Identity rejectedRoot;   // in the store, rejected for code signing
-    Identity belowRejected;  // below rejectedRoot
-    Identity timestamper;    // below intermediate, time stamping
     Identity namelessRoot;   // trusted, with an empty subject name
     Identity belowNameless;  // below namelessRoot
     std::filesystem::path trustFile;
