@@ -184,15 +184,10 @@ TestPki MakeTestPki(const std::filesystem::path& dir) {
     leaf.subject = "/C=DE/O=Example Software/CN=Example Signer Ltd";
     // High bit set: the DER serial carries a leading zero octet.
     pki.signer = make("signer", nullptr, &pki.intermediate, 0x8F1E2D3C4B5A6978ULL, leaf);
-    CertRequest server = leaf;
-    server.extendedUsage = {NID_server_auth};
-    pki.wrongUsage = make("wrong_usage", nullptr, &pki.intermediate, 0x2002, server);
     pki.selfSigned = make("self_signed", nullptr, nullptr, 0x2003, leaf);
     pki.nonAscii = make("non_ascii", "Z\xC3\xBCrich Sign\xC3\xA9 \xE5\x8C\x97\xE4\xBA\xAC",
                         &pki.intermediate, 0x2004);
     pki.namelessRoot = make("nameless_root", nullptr, nullptr, 0x5001, ca);
-    pki.belowNameless =
-        make("below_nameless", "Signer Below Nameless Root", &pki.namelessRoot, 0x5002);
 
     pki.trustFile = dir / "trust.pem";
     WriteBytes(pki.trustFile, CertificatePem(pki.root) + CertificatePem(pki.namelessRoot));

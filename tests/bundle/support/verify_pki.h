@@ -59,14 +59,12 @@ std::string SignDetached(const std::string& content, const Identity& signer,
 std::string AppendSignature(const std::string& content, const std::string& block);
 
 struct TestPki {
-    Identity root;           // trusted
-    Identity intermediate;   // below root
-    Identity signer;         // below intermediate, code signing
-    Identity wrongUsage;     // below intermediate, server authentication only
-    Identity selfSigned;     // trusted by nobody
-    Identity nonAscii;       // below intermediate, a subject name outside ASCII
-    Identity namelessRoot;   // trusted, with an empty subject name
-    Identity belowNameless;  // below namelessRoot
+    Identity root;          // trusted
+    Identity intermediate;  // below root
+    Identity signer;        // below intermediate, code signing
+    Identity selfSigned;    // trusted by nobody
+    Identity nonAscii;      // below intermediate, a subject name outside ASCII
+    Identity namelessRoot;  // trusted, with an empty subject name
     std::filesystem::path trustFile;
     std::filesystem::path trustDir;  // empty
 };
