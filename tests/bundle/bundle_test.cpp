@@ -1,14 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <openssl/pem.h>
-
 #include <stdlib.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -47,20 +43,19 @@ TEST(LibFileVerify, DigestMatrix) {
     // Two blocks of 1,024 bytes and one byte more.
     const std::string bytes = std::string(2048, '\0') + "x";
     const std::string md5 = qzetest::Md5Hex(bytes);
-    // Rows: file name in UTF-8, the manifest's digest, the line (a mismatch
-    // is the caller's to log).
-    const std::tuple<const char*, std::string, std::string> rows[] = {
-        {"a.so", md5, kOk},
-        {"\xE5\x8A\xA0\xE8\xBD\xBD\xC3\xA9.so", md5, kOk},
-        {"a.so", md5.substr(1) + "0", ""},
+    const std::string name = "\xE5\x8A\xA0\xE8\xBD\xBD\xC3\xA9.so";  // in UTF-8
+    // Rows: file name, the manifest's digest, the line (a mismatch is the
+    // caller's to log).
+    const std::tuple<std::string, std::string, std::string> rows[] = {
+        {name, md5, kOk},
+        {name, md5.substr(1) + "0", ""},
         {"missing.so", md5,
          P + "Verify lib file md5 failed, because of generate lib file md5 failed."},
     };
     qzetest::TempDir dir;
-    qzetest::WriteBytes(dir.path() / "a.so", bytes);
-    qzetest::WriteBytes(dir.path() / fs::u8path(std::get<0>(rows[1])), bytes);
+    qzetest::WriteBytes(dir.path() / fs::u8path(name), bytes);
     for (const auto& [file, manifest, line] : rows) {
-        SCOPED_TRACE(file + (" " + manifest));
+        SCOPED_TRACE(file + " " + manifest);
         auto log = qzetest::CaptureLog();
         EXPECT_EQ(QZEExtensionLibFileVerify::GetInstance()->Verify(
                       qzetest::Wide(dir.path() / fs::u8path(file)), manifest),
@@ -139,29 +134,9 @@ LibrarySigningInput Input(const Identity& id, const fs::path& key = {}, const fs
 
 TEST(SignVerify, SignatureMatrix) {
     const qzetest::TestPki& pki = qzetest::VerifyPki();
-    const std::string library = Library();
     const std::string good = SignedWith(pki.signer);
     std::string tampered = good;
     tampered[100] = static_cast<char>(tampered[100] ^ 1);
-    std::string overlong = good;
-    overlong[overlong.size() - 28 - 4] = 0x7F;  // the block's length, top byte
-    SignOptions sha1;
-    sha1.digest = EVP_sha1();
-    SignOptions stamped;
-    stamped.countersigner = &pki.timestamper;
-    stamped.countersignTime = 1700000000;
-    struct tm local {};
-    ASSERT_NE(localtime_r(&stamped.countersignTime, &local), nullptr);
-    char date[64];
-    std::strftime(date, sizeof date, "%m/%d/%Y %H:%M", &local);
-    auto der = [](unsigned char tag, const std::string& content) {
-        return std::string(1, static_cast<char>(tag)) + static_cast<char>(content.size()) + content;
-    };
-    auto withProgram = [&](const std::string& value) {
-        SignOptions options;
-        options.programNameDer = der(0x30, value);
-        return SignedWith(pki.signer, options);
-    };
     qzetest::TempDir dir;
     qzetest::CertRequest noName;
     noName.issuer = &pki.intermediate;
@@ -169,7 +144,7 @@ TEST(SignVerify, SignatureMatrix) {
     const Identity nameless = qzetest::MakeIdentity(noName, dir.path(), "nameless");
     // Signed twice by the kit: the second signature replaces the first.
     const fs::path resigned = dir.path() / "resigned.so";
-    qzetest::WriteBytes(resigned, library);
+    qzetest::WriteBytes(resigned, Library());
     fs::permissions(resigned, fs::perms(0755));
     std::string error;
     ASSERT_TRUE(SignLibraryFile(qzetest::Wide(resigned), Input(pki.selfSigned), &error)) << error;
@@ -187,67 +162,34 @@ TEST(SignVerify, SignatureMatrix) {
     const Lines kSignerCert = Cert("008f1e2d3c4b5a6978", kIntermediate, kSigner);
     const Lines kMatched = {P + "Compare config sign md5 with lib file cert md5.",
                             P + "Verify signer certificate information success."};
-    const Lines verified = kSigned + kSignerCert + kMatched;
     const struct {
         const char* name;
         std::string bytes;
         std::string signMD5;
         bool expected;
-        Lines lines;                 // "{path}" stands for the file's path
-        std::size_t pathLength = 0;  // pads the path to this many characters
+        Lines lines;  // "{path}" stands for the file's path
         std::string libFileMD5 = kLibMd5;
     } rows[] = {
         // clang-format off
         {"byte changed after signing", tampered, right, false, {P + "Error is: 0x80096010."}},
-        {"block longer than the file", overlong, right, false,
-         {P + "An unknown error occurred trying to verify the signature of the \"{path}\" file."}},
-        {"unsigned file", library, right, false, {P + "The file \"{path}\" is not signed."}},
-        {"not for code signing", SignedWith(pki.wrongUsage), right, false,
-         {P + "Error is: 0x800b0110."}},
-        {"root rejected for code signing", SignedWith(pki.belowRejected),
-         SignMd5("Signer Below Rejected Root"), false,
-         {P + "The signature is present, but specifically disallowed."}},
-        {"SHA-1 digest", SignedWith(pki.signer, sha1), right, false, {P + "Error is: 0x80090008."}},
+        {"unsigned file", Library(), right, false, {P + "The file \"{path}\" is not signed."}},
         {"wrong signMD5", good, "0000" + right.substr(4), false,
          kSigned + kSignerCert + Lines{kMatched[0], kFailed + "sign md5 not match."}},
         {"empty signMD5: the trust check still runs first", good, "", false,
          kSigned + kSignerCert + Lines{kFailed + "sign md5 is empty."}},
-        {"empty libFileMD5", good, right, false,
-         kSigned + kSignerCert + Lines{kFailed + "lib file md5 is empty."}, 0, ""},
         // A name with no attribute is an empty text, as Windows reads it.
         {"subject without a name", SignedWith(nameless), SignMd5(""), false,
          kSigned + Cert("6001", kIntermediate, "") + Lines{kFailed + "subject name empty."}},
-        {"issuer without a name", SignedWith(pki.belowNameless),
-         SignMd5("Signer Below Nameless Root"), true,
-         kSigned + Cert("5002", "", "Signer Below Nameless Root") + kMatched},
-        {"countersigned", SignedWith(pki.signer, stamped), right, true,
-         verified + Cert("4001", kIntermediate, "Verify Test Time Stamping") +
-             Lines{P + "Date of TimeStamp : " + date}},
-        // Logged in this order.
-        {"program name and both links",
-         withProgram(der(0xA0, der(0x81, "Tool")) + der(0xA1, der(0xA2, der(0x81, "C:\\i.txt"))) +
-                     der(0xA2, der(0x80, "https://p.example"))),
-         right, true,
-         kSigned + Lines{P + "Program Name : Tool", P + "Publisher Link : https://p.example",
-                         P + "MoreInfo Link : C:\\i.txt"} + kSignerCert + kMatched},
         {"signed twice by the kit", qzetest::ReadBytes(resigned), digests.signMD5, true,
          kSigned + Lines{P + "Program Name : Hello Bundle \xE2\x9C\x93",
                          P + "MoreInfo Link : https://example.com/hello"} + kSignerCert + kMatched,
-         0, digests.libFileMD5},
-        {"path of 260 characters", good, right, true, verified, 260},
-        {"path of 261 characters", good, right, false,
-         {P + "Sign Verify failed, because of file path length too long"}, 261},
+         digests.libFileMD5},
         // clang-format on
     };
     int n = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        std::string name = std::to_string(++n) + ".so";
-        if (row.pathLength > 0) {
-            ASSERT_GT(row.pathLength, (dir.path() / name).string().size());
-            name.insert(0, row.pathLength - (dir.path() / name).string().size(), 'p');
-        }
-        const fs::path path = dir.path() / name;
+        const fs::path path = dir.path() / (std::to_string(++n) + ".so");
         qzetest::WriteBytes(path, row.bytes);
         Lines expected = row.lines;
         for (std::string& line : expected) {
@@ -261,49 +203,6 @@ TEST(SignVerify, SignatureMatrix) {
                   row.expected);
         EXPECT_EQ(log->Texts(), expected);
     }
-}
-
-TEST(LibrarySigner, RefusalsLeaveTheFileAsItWas) {
-    const qzetest::TestPki& pki = qzetest::VerifyPki();
-    qzetest::TempDir dir;
-    const fs::path library = dir.path() / "plugin.so";
-    const fs::path damaged = dir.path() / "damaged.so";
-    const fs::path notPem = dir.path() / "not.pem";
-    const fs::path key = dir.path() / "encrypted.key";
-    fs::copy_file(qzetest::BuiltPlugin("qzekit_plugin_complete"), library);
-    qzetest::WriteBytes(damaged, qzetest::ReadBytes(library) + std::string(12, '\0') +
-                                     "~Module signature appended~\n");
-    qzetest::WriteBytes(notPem, "not a certificate");
-    std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(key.c_str(), "wb"),
-                                                            &std::fclose);
-    ASSERT_EQ(PEM_write_PrivateKey(file.get(), pki.signer.key.get(), EVP_aes_256_cbc(), nullptr, 0,
-                                   nullptr, const_cast<char*>("open sesame")),
-              1);
-    file.reset();
-    // Rows: library, signing input, how the error text starts.
-    const std::tuple<fs::path, LibrarySigningInput, std::string> rows[] = {
-        {library, Input(pki.signer, {}, notPem),
-         "no PEM certificate in the chain file " + notPem.string()},
-        {library, Input(pki.signer, key, {}, "wrong"),
-         "cannot read the private key in " + key.string() + " (wrong passphrase or not a PEM key)"},
-        {damaged, Input(pki.signer),
-         "the file ends with a damaged appended signature, so where the library ends is "
-         "unknown; sign the original library instead"},
-    };
-    for (const auto& [file, input, start] : rows) {
-        const std::string before = qzetest::ReadBytes(file);
-        std::string error;
-        EXPECT_FALSE(SignLibraryFile(qzetest::Wide(file), input, &error));
-        EXPECT_EQ(error.compare(0, start.size(), start), 0) << error;
-        EXPECT_EQ(qzetest::ReadBytes(file), before);
-    }
-    ManifestDigests digests;
-    std::string error;
-    EXPECT_FALSE(ComputeManifestDigests(qzetest::Wide(library), &digests, &error));
-    EXPECT_EQ(error, "the library carries no signature that can be read");
-    EXPECT_TRUE(
-        SignLibraryFile(qzetest::Wide(library), Input(pki.signer, key, {}, "open sesame"), &error))
-        << error;
 }
 
 #endif  // !defined(_WIN32)
@@ -359,6 +258,12 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
         a.SetLibFileMD5(std::string(32, '0'));
         Checks(true);
     };
+    // The right digest but no signature: the signature check fails.
+    const Prepare unsignedLib = [](BundleDir& d, Artifact& a) {
+        d.Library("qzekit_plugin_bundle", kEntry);
+        a.SetLibFileMD5(qzetest::Md5Hex(qzetest::ReadBytes(d.root / kEntry)));
+        Checks(true);
+    };
 #if !defined(_WIN32)
     const Prepare signedBoth = [](BundleDir& d, Artifact& a) {
         const qzetest::TestPki& pki = qzetest::VerifyPki();
@@ -402,6 +307,8 @@ TEST_F(BundleManagerTest, WhatEachLoadLeavesAndTheNextBundleStillLoads) {
          kRootMissing, kNothing},
         {"file check fails, before the signature's", wrongDigest, kEntry, kClass,
          {failed + "lib file verify failed"}, kNothing},
+        {"unsigned library", unsignedLib, kEntry, kClass, {failed + "file sign verify failed"},
+         kNothing},
         {"not a library",
          [](BundleDir& d, Artifact&) { qzetest::WriteBytes(d.root / kEntry, "no library"); },
          kEntry, "", {failed + "load com failed"}, kUnopenedAtBin},
@@ -495,12 +402,7 @@ TEST_F(BundleManagerTest, EntriesAreKeptByExactClassIdAndReleasedBeforeAnyLibrar
     EXPECT_EQ(upperEntry->AddRef(), 2u);
     EXPECT_EQ(upperEntry->Release(), 1u);
     log->Clear();
-    by::CComLoader* loader = nullptr;
-    by::IBaseUnknown* out = upperEntry;
-    EXPECT_FALSE(manager->ComLoaderIsExist("") || manager->GetComLoader("", &loader) || loader);
-    EXPECT_FALSE(manager->SetBundleObject("", upperEntry) ||
-                 manager->SetBundleObject("c", nullptr) || manager->GetBundleObject("", &out));
-    EXPECT_EQ(out, upperEntry);  // left as it was
+    by::IBaseUnknown* out = nullptr;
     // A class id keeps its first object; the second one is let go.
     EXPECT_TRUE(manager->SetBundleObject(kClass, lowerEntry) &&
                 manager->GetBundleObject(kClass, &out) && out == upperEntry);
@@ -509,13 +411,7 @@ TEST_F(BundleManagerTest, EntriesAreKeptByExactClassIdAndReleasedBeforeAnyLibrar
     const std::string quiet = qzetest::kQuietBundleClass;
     EXPECT_FALSE(manager->GetBundleObject(quiet, &out) || out);
     EXPECT_THAT(BundleLines(*log),
-                ElementsAre("query com loader is exist failed, because of key is empty",
-                            "key:, get com loader failed, because of key is empty",
-                            "set bundle object failed, because of class id is empty",
-                            "class id:c, set bundle object failed, because of object pointer is "
-                            "nullptr",
-                            "get bundle object failed, because of class id is empty",
-                            "class id:" + kClass + ", set bundle object success",
+                ElementsAre("class id:" + kClass + ", set bundle object success",
                             "class id:" + kClass + ", get bundle object success",
                             "class id:" + quiet +
                                 ", get bundle object failed, because of object didn't founded"));

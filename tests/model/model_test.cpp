@@ -78,7 +78,6 @@ protected:
         }
         return FilePath(base::UTF8ToWide(temp_.path().u8string())).AppendASCII(name);
     }
-    std::wstring Resources() const { return root_.value() + L"\\resources"; }
 
     qzetest::TempDir temp_;
     std::shared_ptr<qzetest::CapturedLines> log_;
@@ -102,8 +101,6 @@ TEST_F(ModelTest, ReadManifest) {
     // without "id" leaves a null, a string is skipped.
     EXPECT_EQ(point_->GetIid() + "|" + points_.back()->GetId() + "|" + points_.back()->GetIid(),
               "{IID}|host.empty|");
-    std::list<Extension*> none;
-    EXPECT_TRUE(points_.back()->GetExtensions(none) && none.empty());
     EXPECT_EQ(*std::next(records_.begin()), nullptr);
     EXPECT_EQ(WithId(*local_) + " " + WithId(*records_.back()),
               "shared.id|2.1|{LOCAL}|0|local=1;||local-u|,,,,, third|||1||||,,,,,");
@@ -202,32 +199,24 @@ TEST_F(ModelTest, Ownership) {
     Extension* raw = nullptr;
     EXPECT_TRUE(ParseManifestExtension(point_, &kept, &raw));
     std::unique_ptr<Extension> record(raw);
-    EXPECT_FALSE(ParseManifestExtension(point_, &kept, nullptr));
     EXPECT_EQ(deleted, 0);
 
-    // Lists append to what the caller holds; null entries are passed over
-    // when every record goes with its artifact.
+    // Every record goes with its artifact; lists append to what the caller
+    // holds, null entries included.
     deleted = 0;
     auto artifact = std::make_unique<Artifact>(FilePath(L"root"));
-    auto* first = new ExtensionPointImpl(artifact.get());
-    auto* second = new ExtensionPointImpl(artifact.get());
-    artifact->AddExtensionPoint(first);
-    artifact->AddExtensionPoint(nullptr);
-    artifact->AddExtensionPoint(second);
+    auto* point = new ExtensionPointImpl(artifact.get());
+    artifact->AddExtensionPoint(point);
     auto* a = new Counted<ExtensionImpl>(&deleted);
     auto* b = new Counted<ExtensionImpl>(&deleted);
-    first->AddExtension(a);
-    first->AddExtension(nullptr);
-    first->AddExtension(b);
-    second->AddExtension(new Counted<ExtensionImpl>(&deleted));
-    std::list<ExtensionPoint*> points{nullptr};
-    EXPECT_TRUE(artifact->GetExtensionPoints(points));
-    EXPECT_EQ(points, (std::list<ExtensionPoint*>{nullptr, first, nullptr, second}));
+    point->AddExtension(a);
+    point->AddExtension(nullptr);
+    point->AddExtension(b);
     std::list<Extension*> extensions{b};
-    EXPECT_TRUE(first->GetExtensions(extensions));
+    EXPECT_TRUE(point->GetExtensions(extensions));
     EXPECT_EQ(extensions, (std::list<Extension*>{b, a, nullptr, b}));
     artifact.reset();
-    EXPECT_EQ(deleted, 3);
+    EXPECT_EQ(deleted, 2);
 }
 
 TEST_F(ModelTest, FactoryMergesAndCopies) {
@@ -257,39 +246,20 @@ TEST_F(ModelTest, FactoryMergesAndCopies) {
                   merged ? "host.point|" + Resolved(*local_) : "remote.point||||||||");
     }
 
-    Extension* raw = nullptr;
-    ExtensionFactory::CopyExtension(local_, &raw);
-    std::unique_ptr<Extension> copy(raw);
+    // A copy carries every field, those its artifact gives included.
+    std::shared_ptr<Extension> copy = CopyExtensionShared(local_);
     ASSERT_TRUE(copy);
     EXPECT_EQ(WithId(*copy) + Resolved(*copy), WithId(*local_) + Resolved(*local_));
-    EXPECT_EQ(static_cast<ExtensionImpl*>(copy.get())->GetExtensionPoint(), point_);
-    // The source still asks its artifact; the copy keeps the path it was given,
-    // and a change stays on its own side.
-    artifact_->SetResourcesPath(L"moved");
-    EXPECT_EQ(local_->GetResourcesPath() + L"|" + copy->GetResourcesPath(),
-              L"moved|" + Resources());
-    static_cast<ExtensionImpl*>(copy.get())->SetPayloads(Payloads{{"copy", "2"}});
-    static_cast<ExtensionImpl*>(local_)->SetUnifiedId("changed-u");
-    EXPECT_EQ(local_->GetPayloads(), (Payloads{{"local", "1"}}));
-    EXPECT_EQ(copy->GetUnifiedId(), "local-u");
-    std::shared_ptr<Extension> shared = CopyExtensionShared(copy.get());
-    ASSERT_TRUE(shared);
-    EXPECT_EQ(WithId(*shared) + Resolved(*shared), WithId(*copy) + Resolved(*copy));
-    Extension* untouched = local_;
-    ExtensionFactory::CopyExtension(nullptr, &untouched);
-    EXPECT_TRUE(untouched == local_ && !CopyExtensionShared(nullptr));
 }
 
 TEST(VersionTest, ParseAndCompare) {
-    // Only the first number must be written without leading zeros.
+    // Only the first number must be written without leading zeros; one text
+    // per way to fail.
     EXPECT_EQ(Version::Parse("1.02.3"), (Versions{1, 2, 3}));
-    EXPECT_EQ(Version::Parse("0"), (Versions{0}));
-    EXPECT_EQ(Version("4294967295.4294967295").components(), (Versions{4294967295u, 4294967295u}));
-    // One text per way to fail.
+    EXPECT_EQ(Version("0.4294967295").components(), (Versions{0, 4294967295u}));
     for (const std::string& text : std::vector<std::string>{
              "01.2.3", "1.4294967296", "1.2a", "1..2", "", "+1", std::string("1\0.2", 4)}) {
-        EXPECT_EQ(Version::Parse(text), Versions()) << '"' << text << '"';
-        EXPECT_FALSE(Version(text).IsValid()) << '"' << text << '"';
+        EXPECT_FALSE(Version(text).IsValid() || !Version::Parse(text).empty()) << text;
     }
     // Number by number, trailing zeros ignored; an invalid text is 0.
     const std::tuple<const char*, const char*, int> cases[] = {

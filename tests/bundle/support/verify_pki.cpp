@@ -47,7 +47,6 @@ void WriteBytes(const std::filesystem::path& path, const std::string& bytes) {
 #include <openssl/bio.h>
 #include <openssl/cms.h>
 #include <openssl/pem.h>
-#include <openssl/pkcs7.h>
 #include <openssl/x509v3.h>
 
 namespace qzetest {
@@ -74,16 +73,9 @@ void AddExtension(X509* cert, X509* issuer, int nid, const std::string& value) {
     X509_EXTENSION_free(ext);
 }
 
-// As OpenSSL's "TRUSTED CERTIFICATE" PEM, marked as rejected for code
-// signing when asked.
-std::string CertificatePem(const Identity& identity, bool rejectCodeSigning = false) {
+std::string CertificatePem(const Identity& identity) {
     BioPtr bio = MemoryBio();
-    std::unique_ptr<X509, decltype(&X509_free)> copy(X509_dup(identity.cert.get()), &X509_free);
-    Check(rejectCodeSigning
-              ? X509_add1_reject_object(copy.get(), OBJ_nid2obj(NID_code_sign)) == 1 &&
-                    PEM_write_bio_X509_AUX(bio.get(), copy.get()) == 1
-              : PEM_write_bio_X509(bio.get(), copy.get()) == 1,
-          "certificate PEM");
+    Check(PEM_write_bio_X509(bio.get(), identity.cert.get()) == 1, "certificate PEM");
     return BioText(bio.get());
 }
 
@@ -152,42 +144,8 @@ std::string SignDetached(const std::string& content, const Identity& signer,
     for (const Identity* extra : options.chain) {
         Check(CMS_add1_cert(cms.get(), extra->cert.get()) == 1, "chain");
     }
-    if (!options.programNameDer.empty()) {
-        std::unique_ptr<ASN1_OBJECT, decltype(&ASN1_OBJECT_free)> oid(
-            OBJ_txt2obj("1.3.6.1.4.1.311.2.1.12", 1), &ASN1_OBJECT_free);
-        Check(CMS_signed_add1_attr_by_OBJ(info, oid.get(), V_ASN1_SEQUENCE,
-                                          options.programNameDer.data(),
-                                          static_cast<int>(options.programNameDer.size())) == 1,
-              "program name");
-    }
     BioPtr data(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())), &BIO_free_all);
     Check(CMS_final(cms.get(), data.get(), nullptr, flags) == 1, "final");
-
-    if (options.countersigner) {
-        // A PKCS#9 countersignature: a SignerInfo over the signature value.
-        ASN1_OCTET_STRING* value = CMS_SignerInfo_get0_signature(info);
-        BioPtr signedValue(BIO_new_mem_buf(ASN1_STRING_get0_data(value), ASN1_STRING_length(value)),
-                           &BIO_free_all);
-        const int p7flags = PKCS7_DETACHED | PKCS7_BINARY | PKCS7_PARTIAL | PKCS7_NOSMIMECAP;
-        std::unique_ptr<PKCS7, decltype(&PKCS7_free)> p7(
-            PKCS7_sign(nullptr, nullptr, nullptr, nullptr, p7flags), &PKCS7_free);
-        const Identity& by = *options.countersigner;
-        PKCS7_SIGNER_INFO* counter =
-            p7 ? PKCS7_sign_add_signer(p7.get(), by.cert.get(), by.key.get(), EVP_sha256(), p7flags)
-               : nullptr;
-        unsigned char* der = nullptr;
-        Check(counter &&
-                  PKCS7_add0_attrib_signing_time(
-                      counter, ASN1_TIME_set(nullptr, options.countersignTime)) == 1 &&
-                  PKCS7_final(p7.get(), signedValue.get(), p7flags) == 1,
-              "countersignature");
-        const int size = i2d_PKCS7_SIGNER_INFO(counter, &der);
-        const bool added =
-            size > 0 && CMS_unsigned_add1_attr_by_NID(info, NID_pkcs9_countersignature,
-                                                      V_ASN1_SEQUENCE, der, size) == 1;
-        OPENSSL_free(der);
-        Check(added && CMS_add1_cert(cms.get(), by.cert.get()) == 1, "countersignature attribute");
-    }
 
     unsigned char* der = nullptr;
     int size = i2d_CMS_ContentInfo(cms.get(), &der);
@@ -226,26 +184,13 @@ TestPki MakeTestPki(const std::filesystem::path& dir) {
     leaf.subject = "/C=DE/O=Example Software/CN=Example Signer Ltd";
     // High bit set: the DER serial carries a leading zero octet.
     pki.signer = make("signer", nullptr, &pki.intermediate, 0x8F1E2D3C4B5A6978ULL, leaf);
-    CertRequest server = leaf;
-    server.extendedUsage = {NID_server_auth};
-    pki.wrongUsage = make("wrong_usage", nullptr, &pki.intermediate, 0x2002, server);
     pki.selfSigned = make("self_signed", nullptr, nullptr, 0x2003, leaf);
     pki.nonAscii = make("non_ascii", "Z\xC3\xBCrich Sign\xC3\xA9 \xE5\x8C\x97\xE4\xBA\xAC",
                         &pki.intermediate, 0x2004);
-    pki.rejectedRoot = make("rejected_root", "Verify Test Rejected Root", nullptr, 0x3001, ca);
-    pki.belowRejected =
-        make("below_rejected", "Signer Below Rejected Root", &pki.rejectedRoot, 0x3002);
-    CertRequest stamping;
-    stamping.extendedUsage = {NID_time_stamp};
-    pki.timestamper =
-        make("timestamper", "Verify Test Time Stamping", &pki.intermediate, 0x4001, stamping);
     pki.namelessRoot = make("nameless_root", nullptr, nullptr, 0x5001, ca);
-    pki.belowNameless =
-        make("below_nameless", "Signer Below Nameless Root", &pki.namelessRoot, 0x5002);
 
     pki.trustFile = dir / "trust.pem";
-    WriteBytes(pki.trustFile, CertificatePem(pki.root) + CertificatePem(pki.rejectedRoot, true) +
-                                  CertificatePem(pki.namelessRoot));
+    WriteBytes(pki.trustFile, CertificatePem(pki.root) + CertificatePem(pki.namelessRoot));
     pki.trustDir = dir / "trust.d";
     std::filesystem::create_directories(pki.trustDir);
     return pki;

@@ -20,7 +20,6 @@ void WriteBytes(const std::filesystem::path& path, const std::string& bytes);
 #include <openssl/x509.h>
 
 #include <cstdint>
-#include <ctime>
 #include <memory>
 #include <vector>
 
@@ -50,11 +49,6 @@ Identity MakeIdentity(const CertRequest& request, const std::filesystem::path& d
 struct SignOptions {
     const EVP_MD* digest = nullptr;  // null: SHA-256
     std::vector<const Identity*> chain;
-    // DER value of a program-name attribute; empty for none.
-    std::string programNameDer;
-    // A countersignature by this identity, signed at `countersignTime`.
-    const Identity* countersigner = nullptr;
-    time_t countersignTime = 0;
 };
 
 // A detached DER CMS SignedData over `content`.
@@ -65,17 +59,12 @@ std::string SignDetached(const std::string& content, const Identity& signer,
 std::string AppendSignature(const std::string& content, const std::string& block);
 
 struct TestPki {
-    Identity root;           // trusted
-    Identity intermediate;   // below root
-    Identity signer;         // below intermediate, code signing
-    Identity wrongUsage;     // below intermediate, server authentication only
-    Identity selfSigned;     // trusted by nobody
-    Identity nonAscii;       // below intermediate, a subject name outside ASCII
-    Identity rejectedRoot;   // in the store, rejected for code signing
-    Identity belowRejected;  // below rejectedRoot
-    Identity timestamper;    // below intermediate, time stamping
-    Identity namelessRoot;   // trusted, with an empty subject name
-    Identity belowNameless;  // below namelessRoot
+    Identity root;          // trusted
+    Identity intermediate;  // below root
+    Identity signer;        // below intermediate, code signing
+    Identity selfSigned;    // trusted by nobody
+    Identity nonAscii;      // below intermediate, a subject name outside ASCII
+    Identity namelessRoot;  // trusted, with an empty subject name
     std::filesystem::path trustFile;
     std::filesystem::path trustDir;  // empty
 };
