@@ -79,8 +79,6 @@ TEST(DictionaryValue, RemovalFromAndListRemoval) {
     EXPECT_TRUE(dict.RemovePath("a.b.c", nullptr) && !dict.HasKey("a"));
     EXPECT_TRUE(dict.Remove("k.l", nullptr) && dict.HasKey("k"));
     EXPECT_TRUE(dict.RemoveWithoutPathExpansion("k", nullptr) && dict.empty());
-    EXPECT_NE(DictionaryValue::From(std::unique_ptr<Value>(new DictionaryValue())), nullptr);
-    EXPECT_EQ(DictionaryValue::From(std::make_unique<ListValue>()), nullptr);
 
     ListValue list;
     list.AppendString("s");
