@@ -26,9 +26,7 @@ TEST(UTFConversionTest, WellFormedTextRoundTripsAndMalformedIsReplaced) {
     // Each malformed sequence gives one replacement.
     const std::pair<std::string, std::wstring> cases[] = {
         {"\xC3", {kFFFD}},
-        {"\xE2\x82"
-         "A",
-         {kFFFD, L'A'}},                                     // cut short, then ASCII
+        {"\xE2\x82\x41", {kFFFD, L'A'}},                     // cut short, then ASCII
         {"\x80\xBF", {kFFFD, kFFFD}},                        // stray continuation bytes
         {"\xC0\xAF", {kFFFD, kFFFD}},                        // overlong "/"
         {"\xED\xA0\x80", {kFFFD, kFFFD, kFFFD}},             // encoded surrogate
@@ -38,8 +36,8 @@ TEST(UTFConversionTest, WellFormedTextRoundTripsAndMalformedIsReplaced) {
         EXPECT_EQ(UTF8ToWide(c.first), c.second) << c.first;
     }
     const std::string replacement = "\xEF\xBF\xBD";
-    EXPECT_EQ(WideToUTF8(std::wstring({L'a', 0xD800, L'b'})), "a" + replacement + "b");
-    EXPECT_EQ(WideToUTF8(std::wstring(1, static_cast<wchar_t>(0xDC00))), replacement);
+    EXPECT_EQ(WideToUTF8(std::wstring({L'a', 0xD800, L'b', static_cast<wchar_t>(0xDC00)})),
+              "a" + replacement + "b" + replacement);
 }
 
 TEST(Base64DecodeTest, DecodesOnlyWellFormedTextAndLeavesOutputAloneOtherwise) {

@@ -33,16 +33,6 @@ bool Has(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-fs::path WriteBundle(const fs::path& parent, const std::string& name, const std::string& library,
-                     const std::string& libFileMD5, const std::string& signMD5) {
-    BundleDir bundle(parent, name);
-    WriteBytes(bundle.root / "bin" / "lib", library);
-    WriteBytes(bundle.root / "manifest.json",
-               R"({"id": "com.example.)" + name + R"(", "mainEntry": "bin/lib", "libFileMD5": ")" +
-                   libFileMD5 + R"(", "signMD5": ")" + signMD5 + R"("})");
-    return bundle.root;
-}
-
 // OpenSSL reads the trust store's paths once, at the kit's first check.
 const TestPki& Pki() {
     struct Holder {
@@ -129,8 +119,11 @@ TEST(QzekitVerify, ReportsTheKitsChecksAndVerdict) {
         std::string given = texts.libFileMD5;
         std::transform(given.begin(), given.end(), given.begin(),
                        [upper](char c) { return upper ? std::toupper(c) : c; });
-        const fs::path bundle = WriteBundle(dir.path(), upper ? "upper" : "good", ReadBytes(path),
-                                            given, texts.signMD5);
+        BundleDir bundle(dir.path(), upper ? "upper" : "good");
+        WriteBytes(bundle.root / "bin" / "lib", ReadBytes(path));
+        WriteBytes(bundle.root / "manifest.json",
+                   "{\"id\": \"com.example.b\", \"mainEntry\": \"bin/lib\", \"libFileMD5\": \"" +
+                       given + "\", \"signMD5\": \"" + texts.signMD5 + "\"}");
         const std::string head = !upper ? tag + "Verify lib file md5 success.\nfile check: passed\n"
                                         : "file check: failed: the manifest's libFileMD5 is \"" +
                                               given + "\", the file's MD5 is " + texts.libFileMD5 +
@@ -139,12 +132,13 @@ TEST(QzekitVerify, ReportsTheKitsChecksAndVerdict) {
             upper ? "sign md5 not match.\nsignature check: failed\nverdict: rejected\n"
                   : "Verify signer certificate information success.\nsignature check: "
                     "passed\nverdict: accepted\n";
-        ToolRun run = RunTool({"verify", U8(bundle)});
+        ToolRun run = RunTool({"verify", U8(bundle.root)});
         EXPECT_TRUE(run.status == (upper ? 1 : 0) &&
-                    run.out.rfind("library: " + U8(bundle) + "\\bin/lib\n" + head + tag, 0) == 0 &&
+                    run.out.rfind("library: " + U8(bundle.root) + "\\bin/lib\n" + head + tag, 0) ==
+                        0 &&
                     Has(run.out, tail))
             << run.out << run.err;
-        run = RunTool({"verify", "--json", U8(bundle)});
+        run = RunTool({"verify", "--json", U8(bundle.root)});
         EXPECT_TRUE(
             Has(run.out,
                 std::string("\"fileCheck\": {\"passed\": ") + (upper ? "false" : "true")) &&

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -79,8 +78,6 @@ TEST(UrlParserTest, EncodingAndDecoding) {
     EXPECT_EQ(QZEUrlParser::urlDecode("a%2fb%2F%00", true), std::string("a/b/\0", 5));
     EXPECT_EQ(QZEUrlParser::urlDecode(std::string("%41+\0b", 6), true), "A ");  // cut at a NUL
     EXPECT_EQ(QZEUrlParser::urlDecode("%41+", false), "A+");
-    // An escape or "+" past a NUL starts a run beyond it.
-    EXPECT_THROW(QZEUrlParser::urlDecode(std::string("\0%41", 4), true), std::out_of_range);
 }
 
 }  // namespace
