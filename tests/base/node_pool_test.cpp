@@ -66,6 +66,9 @@ TEST(NodePoolTest, FreedTreesGiveTheirChunksBack) {
     EXPECT_TRUE(Intact(*tree));
     tree.reset();
     EXPECT_LE(CountPoolChunks(), before + kSlack);
+    const std::size_t at_thread = CountPoolChunks();
+    std::thread([] { Parse().reset(); }).join();
+    EXPECT_LE(CountPoolChunks(), at_thread + kLeftByEndedThread);
 }
 
 TEST(NodePoolTest, TreesMadeOnOneThreadAndFreedOnAnotherStayIntactAndGoBack) {

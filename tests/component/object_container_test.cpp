@@ -153,10 +153,13 @@ TEST_F(ObjectContainerTest, LibraryObjectsAreNewEachTimeUnlessSingletonAndFailur
     // Caller and table; the hit added nothing.
     EXPECT_TRUE(a->Release() == 1u &&
                 qzetest::CallCountExport(completePath, "TestLiveObjects") == 1);
-    void* out = nullptr;
-    EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(iid, id, false, nullptr, &out) || out);
-    EXPECT_EQ(Tail(1)[0], Line("create object instance failed, because of com loader create "
-                               "instance failed"));
+    for (by::CComLoader* with : {static_cast<by::CComLoader*>(nullptr), &loader_}) {
+        void* out = nullptr;
+        EXPECT_FALSE(container_.CreateObjectInstanceByLibrary(iid, kClass, false, with, &out) ||
+                     out);
+        EXPECT_EQ(Tail(1)[0], Line("create object instance failed, because of com loader create "
+                                   "instance failed"));
+    }
 }
 
 }  // namespace
