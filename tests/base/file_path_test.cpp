@@ -38,13 +38,11 @@ TEST(FilePathTest, AppendJoinsWithOneBackslash) {
     EXPECT_EQ(root.value(), L"root/");
 }
 
-TEST(FilePathTest, ConstructionCutsAtNulAndAsciiWidensBytes) {
+TEST(FilePathTest, ConstructionCutsAtNul) {
     const std::wstring withNul(L"b\0c", 3);
     EXPECT_EQ(FilePath(withNul).value() + FilePath(withNul.data(), withNul.size()).value() +
                   FilePath(L"abc", 2).value() + FilePath(nullptr, 4).value(),
               L"bbab");
-    const std::wstring got = FilePath().AppendASCII("a\xE9\xFF").value();
-    EXPECT_EQ(got, (std::wstring{L'a', static_cast<wchar_t>(0xE9), static_cast<wchar_t>(0xFF)}));
 }
 
 TEST(FilePathTest, ReferencesParentFindsDotDotComponents) {

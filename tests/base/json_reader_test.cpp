@@ -59,8 +59,7 @@ TEST(JSONReaderErrors, CodeLineColumnAndMessage) {
         {"{\"a\" 1}", "2|Line: 1, column: 6, Syntax error."},
         {"[\"a\\q\"]", "1|Line: 1, column: 4, Invalid escape sequence."},
         {"[\"\xC3\"]", "7|Line: 1, column: 3, Unsupported encoding. JSON must be UTF-8."},
-        {"{\"a\":1 \"b\":2}", "2|1:8"}, {"\"abc", "2|1:4"}, {"[nullx]", "2|1:5"},
-        {"{\n  \"a\": 1,\n  b: 2\n}", "8|3:4"}, {"[\r\n1,]", "4|2:4"}, {"\xEF\xBB\xBFx", "3|1:4"},
+        {"\"abc", "2|1:4"}, {"{\n  \"a\": 1,\n  b: 2\n}", "8|3:4"}, {"[\r\n1,]", "4|2:4"},
         {"[\"a\nb\", /* \n */ x]", "3|1:17"},  // line ends in strings and comments don't count
         {"[1 /*\n*/ \n , x]", "3|2:5"},  // nor twice in a number's look-ahead
         {"[1 // note\n\r\n]\n\nx", "6|5:2"}, {"[\"\\n\xC3\xA9\xFF\"]", "7|1:7"},
@@ -69,22 +68,15 @@ TEST(JSONReaderErrors, CodeLineColumnAndMessage) {
         {"[\"\xED\xA0\x80\"]", "7|1:3"}, {"[\"\xEF\xBF\xBE\"]", "7|1:3"}, {"[\"\xE4\xB8", "7|1:3"},
         {"[\"\xF4\x90\x80\x80\"]", "7|1:3"}, {"[\"\\x4\"]", "1|1:4"}, {"[\"\\u12G4\"]", "1|1:4"},
         {"[\"\\uDC00\"]", "1|1:4"}, {"[\"\\uD800\\u0041\"]", "1|1:4"}, {"[\"\\uFDD0\"]", "1|1:4"},
-        {"[\"\\U0041\"]", "1|1:3"},
+        {"[\"\\U0041\"]", "1|1:3"}, {"\xEF\xBB\xBFx", "3|1:4"},
         // clang-format on
     };
     for (const auto& [text, expected] : cases) {
         EXPECT_EQ(ReadFailure(text, 0, std::strstr(expected, "Line")), expected) << text;
     }
     EXPECT_EQ(ReadFailure("[1,,]", kTrailing) + " " + ReadFailure("{,}", kTrailing), "3|1:4 8|1:2");
-    EXPECT_EQ(
-        JSONReader::FormatErrorMessage(0, 0, "Syntax error.") + JSONReader::ErrorCodeToString(0),
-        "Syntax error.");
 
-    // Outputs stay untouched on success; a reader keeps only its last error.
-    int32_t code = 42, line = 42, column = 42;
-    std::string message = "unchanged";
-    EXPECT_NE(JSONReader::ReadAndReturnError("{}", 0, &code, &message, &line, &column), nullptr);
-    EXPECT_EQ(message + std::to_string(code + line + column), "unchanged126");
+    // A reader keeps only its last error.
     JSONReader reader;
     EXPECT_EQ(reader.ReadToValue("[1,]", 4), nullptr);
     EXPECT_EQ(reader.GetErrorMessage(), "Line: 1, column: 4, Trailing comma not allowed.");
@@ -98,8 +90,6 @@ TEST(JSONReaderErrors, PositionsAfterRunsOfEveryLength) {
         SCOPED_TRACE(run);
         const std::string spaces(run, ' '), body(run, 'a');
         EXPECT_EQ(ReadFailure("[\n" + spaces + "x]"), "3|2:" + std::to_string(run + 2));
-        EXPECT_EQ(ReadFailure("{}" + spaces + "\t" + spaces + "x"),
-                  "6|1:" + std::to_string(2 * run + 4));
         EXPECT_EQ(ReadString("\"" + body + "\\n\xC3\xA9" + body + "\\t\""),
                   body + "\n\xC3\xA9" + body + "\t");
         EXPECT_EQ(ReadFailure("[\"" + body + "\xFF" + body + "\"]"),
@@ -167,18 +157,12 @@ TEST(JSONReaderSyntax, NestingFormsNumbersStringsAndKeys) {
         EXPECT_EQ(ReadString(json), expected) << json;
     }
 
-    // Keys are literal, and the last duplicate wins.
-    root = ReadOk("{\"a.b\": 1, \"a\": 1, \"a\": {\"b\": \"x\"}, \"\": 5}");
-    DictionaryValue* dict = Dict(root);
-    ASSERT_NE(dict, nullptr);
+    // Keys are literal; one spelled with an escape is the same key, and the last one wins.
+    root = ReadOk("{\"ab\": 1, \"a.b\": 3, \"a\\u0062\": 2}");
     const Value* literal = nullptr;
-    std::string s;
-    EXPECT_TRUE(dict->GetString("a.b", &s) && s == "x");  // reaches {"a": {"b": ...}}
-    EXPECT_TRUE(dict->GetWithoutPathExpansion("a.b", &literal) && literal->GetAsInteger(&i) &&
-                i == 1 && dict->GetInteger("", &k) && k == 5 && dict->size() == 3u);
-    // A key spelled with an escape is the same key.
-    root = ReadOk("{\"ab\": 1, \"a\\u0062\": 2}");
-    EXPECT_TRUE(Dict(root)->size() == 1 && Dict(root)->GetInteger("ab", &i) && i == 2);
+    EXPECT_TRUE(Dict(root)->size() == 2 && Dict(root)->GetInteger("ab", &i) && i == 2 &&
+                Dict(root)->GetWithoutPathExpansion("a.b", &literal) && literal->GetAsInteger(&k) &&
+                k == 3);
 }
 
 // What leaves a parsed tree must own its text: under ASan a string still
@@ -230,9 +214,6 @@ TEST(JSONReaderBorrowing, DetachableAndEscapedTreesHandOutTheirOwnNodes) {
         EXPECT_TRUE(n->RemoveWithoutPathExpansion("m", &out) && out.get() == m);
         EXPECT_TRUE(Dict(source)->RemoveWithoutPathExpansion("n", &level) && level.get() == n);
     }
-    std::wstring wide;
-    EXPECT_TRUE(Dict(ReadOk("{\"u\": \"\xE4\xB8\xAD\"}"))->GetString("u", &wide) &&
-                wide == L"\u4E2D");
 }
 
 }  // namespace

@@ -122,23 +122,15 @@ TEST_F(ComLoaderTest, AMissingExportFailsTheLoadButLeavesTheLibraryOpen) {
 
 // Loaders without a library make nothing and call nothing.
 TEST_F(ComLoaderTest, LoadersWithoutALibraryMakeNothing) {
-    const Lines notOpened = {"CComLoader->LoadCom", "IImpModuleBase->Load",
-                             "CComLoader->Load fuc fail"};
-    const std::wstring tooLong(260, L'a'), longest(259, L'a');  // the longest gets to opening
     const std::wstring noModule = TestPluginPath("qzekit_plugin_null_module");
-    const std::pair<const wchar_t*, Lines> cases[] = {
-        {nullptr, {"CComLoader->LoadCom", "CComLoader->LoadCom path is null"}},
-        {tooLong.c_str(), {"CComLoader->LoadCom", "CComLoader->LoadCom path too long"}},
-        {longest.c_str(), notOpened},
-        {noModule.c_str(), {}},
-    };
-    for (const auto& [path, lines] : cases) {
+    for (const wchar_t* path : {static_cast<const wchar_t*>(nullptr), noModule.c_str()}) {
         debug_.Clear();
         ProbeLoader loader;
         EXPECT_FALSE(loader.LoadCom(path) || loader.IsLoaded() || loader.ModuleObject());
         // The library without a module object has all its exports.
         EXPECT_EQ(loader.HasAllExports(), path == noModule.c_str());
-        EXPECT_TRUE(path == noModule.c_str() || debug_.Lines() == lines);
+        EXPECT_TRUE(path || debug_.Lines() ==
+                                (Lines{"CComLoader->LoadCom", "CComLoader->LoadCom path is null"}));
         debug_.Clear();
         void* out = nullptr;
         EXPECT_TRUE(Make(loader, &out) == by::kFail && out == nullptr && debug_.Calls().empty());

@@ -13,19 +13,12 @@ TEST(ParseGuid, Cases) {
         {"e50226d4-ee3f-4a64-b53e-50114f0c99c7", false, by::IID_IQZEBundle},
         // Wrong length for the form asked for.
         {"e50226d4-ee3f-4a64-b53e-50114f0c99c7", true, {}},
-        {"{e50226d4-ee3f-4a64-b53e-50114f0c99c7}x", true, {}},
         {nullptr, true, {}},
         // Not all hexadecimal: the scanner fills the id up to where it stops.
         {"{e50226d4-ee3f-4a64-b53e-50114f0c99cg}",
          true,
          {0xe50226d4, 0xee3f, 0x4a64, {0xb5, 0x3e, 0x50, 0x11, 0x4f, 0x0c, 0x99, 0x0c}}},
-        // The ids known by heart.
         {"{00000000-0000-0000-C000-000000000046}", true, by::IID_IBaseUnknown},
-        {"{00000001-0000-0000-C000-000000000046}", true, by::IID_IClassFactory},
-        {"{6966e385-dbfa-4131-a29e-d0e9464f3f53}", true, by::IID_IOFClassFactory},
-        {"{e9678781-a3cb-46fb-9121-3ed22c24cfad}", true, by::CLSID_ModuleObject},
-        {"{B2F1A919-D15D-4C72-A8C3-2143E2176131}", true, by::IID_IQZNotificationService},
-        {"{45ED99D7-00C2-4082-98D8-5507D2AA3A0F}", true, by::CLSID_QZNotificationService},
     };
     for (const auto& c : cases) {
         EXPECT_TRUE(by::IsEqualId(by::ParseGuid(c.text, c.braced), c.want))

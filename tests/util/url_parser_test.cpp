@@ -4,14 +4,11 @@
 
 #include <algorithm>
 #include <map>
-#include <stdexcept>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace {
 
-using qzextensionkit::query_kv_t;
 using qzextensionkit::QZEUrlParser;
 
 // Rows are "url => scheme|host|port|path|query|fragment".
@@ -54,18 +51,10 @@ TEST(UrlParserTest, KeyValuesAndPathSegmentsSplitAndUrlsRebuild) {
         }
         EXPECT_EQ(got, row);
     }
-    std::vector<query_kv_t> list(1);
-    EXPECT_EQ(QZEUrlParser::parseKeyValueList(&list, "a=1&a=2&b", false), 3u);
-    ASSERT_EQ(list.size(), 4u);  // the old entry stays, duplicates too
-    EXPECT_EQ(list[1].key + list[1].value + list[2].key + list[2].value + "," + list[3].value,
-              "a1a2,b");
     // The count is of pairs, not the map's size; later keys win.
     std::map<std::string, std::string> ordered{{"z", "0"}};
     EXPECT_EQ(QZEUrlParser::parseKeyValueMap(&ordered, "a=1&b=&a=2", true), 2u);
     EXPECT_EQ(ordered, (std::map<std::string, std::string>{{"a", "2"}, {"z", "0"}}));
-    std::unordered_map<std::string, std::string> hashed;
-    EXPECT_EQ(QZEUrlParser::parseKeyValueMap(&hashed, "a=1&a=3", false), 2u);
-    EXPECT_EQ(hashed, (std::unordered_map<std::string, std::string>{{"a", "3"}}));
     // Segments are appended; no leading "/" adds nothing.
     std::vector<std::string> segments{"old"};
     EXPECT_EQ(QZEUrlParser::parsePath(&segments, "//a//"), 4);
@@ -76,12 +65,9 @@ TEST(UrlParserTest, KeyValuesAndPathSegmentsSplitAndUrlsRebuild) {
     EXPECT_EQ(QZEUrlParser::kvMap2Url(parser, {{"k", "a b"}}), "https://h:8/p/q?k=a b#top");
     EXPECT_EQ(QZEUrlParser::kvMap2Url(parser, {}), "https://h:8/p/q#top");
     QZEUrlParser::destroy(&parser);
-    parser = QZEUrlParser::parseUrl("s://h");
-    EXPECT_EQ(QZEUrlParser::kvMap2Url(parser, {{"a", ""}}), "s://h?a=");
-    QZEUrlParser::destroy(&parser);
 }
 
-TEST(UrlParserTest, EncodingDecodingAndHexDigits) {
+TEST(UrlParserTest, EncodingAndDecoding) {
     EXPECT_EQ(QZEUrlParser::urlEncode("a b~", true) + QZEUrlParser::urlEncode(" Az09_-*.", false),
               "a+b%7E Az09_-*.");
     EXPECT_EQ(QZEUrlParser::urlEncode(std::string("/?=&+%\n\0", 8), true),
@@ -92,21 +78,6 @@ TEST(UrlParserTest, EncodingDecodingAndHexDigits) {
     EXPECT_EQ(QZEUrlParser::urlDecode("a%2fb%2F%00", true), std::string("a/b/\0", 5));
     EXPECT_EQ(QZEUrlParser::urlDecode(std::string("%41+\0b", 6), true), "A ");  // cut at a NUL
     EXPECT_EQ(QZEUrlParser::urlDecode("%41+", false), "A+");
-    // An escape or "+" past a NUL starts a run beyond it.
-    EXPECT_THROW(QZEUrlParser::urlDecode(std::string("\0%41", 4), true), std::out_of_range);
-    char out[3] = {'x', 'x', 'x'};
-    QZEUrlParser::toHex(out, '\x7E');
-    EXPECT_EQ(std::string(out, 3), "7Ex");  // no terminator
-    EXPECT_EQ(QZEUrlParser::toChar("Ff"), '\xFF');
-    for (const char* bad : {"g0", "0g", "1"}) {
-        int code = 0;
-        try {
-            QZEUrlParser::toChar(bad);
-        } catch (int thrown) {
-            code = thrown;
-        }
-        EXPECT_EQ(code, 200) << bad;
-    }
 }
 
 }  // namespace

@@ -65,10 +65,6 @@ public:
         }
         return lines;
     }
-    bool HasLine(const std::string& line) {
-        std::vector<std::string> lines = Lines();
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    }
     void Clear() {
         std::lock_guard<std::mutex> hold(mutex_);
         calls_.clear();
