@@ -77,8 +77,6 @@ public:
     static std::string FeatureCodeToString(FeatureCode code);
 
 private:
-    friend class QZEConfigurationManagerImplTestPeer;
-
     using ExtensionList = std::list<std::shared_ptr<Extension>>;
 
     // Paths, all beside the host's executable.

@@ -83,7 +83,6 @@ public:
 
 private:
     friend class internal::ProcessSingleton<QZExtensionManager>;
-    friend class QZExtensionManagerTestPeer;
 
     QZExtensionManager();
     ~QZExtensionManager() override;

@@ -206,8 +206,6 @@ public:
                         const QZNotificationSource& source);
 
 private:
-    friend class QZNotificationServiceTestPeer;
-
     using SourceLists = std::map<unsigned int, std::unique_ptr<QZNotificationObserverList>>;
 
     // One step of Notify: the type's entry is made if missing, the list is

@@ -1,6 +1,4 @@
 // A bundle library: entry classes built on the kit's bundle base class.
-// Built a second time with QZEKIT_TEST_BUNDLE_REFUSES, where the counting
-// entry fails its second construction step.
 
 #include <atomic>
 
@@ -38,11 +36,6 @@ struct Live {
 
 class CountingBundle : public qzextensionkit::QZEBaseBundle {
 public:
-#if defined(QZEKIT_TEST_BUNDLE_REFUSES)
-    by::Result init_class(by::IBaseUnknown*, by::IBaseUnknown*) {
-        return qzetest::kInitFailsStatus;
-    }
-#endif
     void Initialize() override {
         ++g_initializeCalls;
         qzextensionkit::QZEBundleContext* context = GetContext();

@@ -30,9 +30,6 @@ by::Result CreateFails(const by::GUID&, void**) {
     return qzetest::kCreateFailsStatus;
 }
 
-// The last class id the getter was asked for, for tests of id parsing.
-by::GUID g_lastClassId{};
-
 bool Is(const by::GUID& id, const char* text) {
     return by::IsEqualId(id, by::ParseGuid(text, true));
 }
@@ -44,7 +41,6 @@ BY_PLUGIN_CLASS_TABLE(::by::plugin::ClassEntry{qzetest::kGetterFailsClass, &Crea
 
 BY_PLUGIN_API by::Result DllGetClassObject(const by::GUID& classId, const by::GUID& iid,
                                            void** out) {
-    g_lastClassId = classId;
     if (Is(classId, qzetest::kGetterFailsClass)) {
         // A failure status that still hands out a factory: the caller must
         // release it all the same.
@@ -68,7 +64,3 @@ BY_PLUGIN_EXPORT_REGISTER_SERVER()
 BY_PLUGIN_EXPORT_UNREGISTER_SERVER()
 
 QZETEST_COUNT_EXPORTS(0)
-// 1 when the last class id asked for was the all-zero id, 0 otherwise.
-BY_PLUGIN_API long TestLastClassIdIsZero() {
-    return by::IsEqualId(g_lastClassId, by::GUID{}) ? 1 : 0;
-}

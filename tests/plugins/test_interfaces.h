@@ -32,16 +32,11 @@ constexpr const char kPlainFactoryClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A
 constexpr const char kCreateFailsClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A34}";
 constexpr by::Result kCreateFailsStatus = static_cast<by::Result>(0x80070057);  // E_INVALIDARG
 
-// The class whose objects fail init_class, and its status.
-constexpr const char kInitFailsClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A41}";
-constexpr by::Result kInitFailsStatus = static_cast<by::Result>(0x8000FFFF);
-
 // The class of the library that needs a second library from its bundle.
 constexpr const char kDependentClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A51}";
 
 // Entry classes of the bundle library: one that counts its Initialize calls
-// and one that keeps the base class's Initialize. In the build with a
-// refusing entry the counting class fails init_class with kInitFailsStatus.
+// and one that keeps the base class's Initialize.
 constexpr const char kBundleClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A61}";
 constexpr const char kQuietBundleClass[] = "{5A1C3E0B-7D42-4F8A-9B61-0C2E4D6F8A62}";
 
