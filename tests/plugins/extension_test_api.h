@@ -52,7 +52,6 @@ public:
 };
 
 constexpr const char kProbeIid[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1C01}";
-constexpr const char kBaseExtensionIid[] = "{E16D76C1-4200-CF27-9703-2480B97FC9E3}";
 
 // The probe is listed twice: one class id for singleton records, one for the rest.
 constexpr const char kProbeClass[] = "{7E3A5C10-2B4D-4E6F-8A1C-3D5E7F9B1C11}";
