@@ -52,6 +52,14 @@ void KeepSystemError() {
 // LoaderMessage.
 thread_local DWORD t_loaderError = 0;
 
+// Read once: reaching a thread-local variable may itself reset the
+// thread's last error (TlsGetValue does).
+void KeepLoaderError() {
+    const DWORD error = ::GetLastError();
+    t_loaderError = error;
+    SetLastErrorCode(static_cast<uint32_t>(error));
+}
+
 CRITICAL_SECTION* Section(unsigned char* storage) {
     return reinterpret_cast<CRITICAL_SECTION*>(storage);
 }
@@ -258,8 +266,7 @@ LibraryHandle OpenLibrary(const wchar_t* path) {
     ::SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &previousMode);
     HMODULE module = ::LoadLibraryW(ToSystemPath(path).c_str());
     if (!module) {
-        t_loaderError = ::GetLastError();
-        KeepSystemError();
+        KeepLoaderError();
     }
     ::SetThreadErrorMode(previousMode, nullptr);
     return reinterpret_cast<LibraryHandle>(module);
@@ -275,8 +282,7 @@ void* FindExport(LibraryHandle handle, const char* name) {
     }
     FARPROC address = ::GetProcAddress(static_cast<HMODULE>(handle), name);
     if (!address) {
-        t_loaderError = ::GetLastError();
-        KeepSystemError();
+        KeepLoaderError();
         return nullptr;
     }
     return reinterpret_cast<void*>(address);
